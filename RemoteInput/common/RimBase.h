@@ -1,0 +1,73 @@
+#ifndef REMOTE_INPUT_RIM_BASE_H
+#define REMOTE_INPUT_RIM_BASE_H
+
+#include "RemoteInput/common/Timeline.h"
+#include "StreamSdk/include/ZuStreamInput.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+
+/// A responder: turns one kind of client event into device writes.
+class RimBase
+{
+public:
+    virtual ~RimBase() = default;
+
+    /// Injects one event. Called by the stack's event thread.
+    /// \param event borrowed during the call, and so is what it points to
+    /// \return whether something was injected or taken over; nobody acts on it
+    virtual bool respond(const ZustInputEvent* event, const InputTimeStats& stats) = 0;
+
+    /// Stands in for respond() in benchmark mode. \return false
+    virtual bool respondNoOp(const InputTimeStats&) { return false; }
+};
+
+/// Swallows events that nothing on this host can reproduce.
+class RimNoOp : public RimBase
+{
+public:
+    bool respond(const ZustInputEvent*, const InputTimeStats&) override { return false; }
+};
+
+/// The key combinations that the server has blocked: modifier flags to key codes. Changed by the control thread while
+/// the event thread looks up.
+class BlockedKeyMap
+{
+public:
+    /// Blocking twice is harmless. Flags beyond 16 bits are kept and never match an event.
+    void block(uint32_t keyFlags, ZustKeyCode keyCode)
+    {
+        std::lock_guard lock(m_mutex);
+        m_blocked[keyFlags].insert(keyCode);
+    }
+
+    /// An entry for `keyFlags` exists afterwards, possibly empty. \return whether the combination was blocked
+    bool unblock(uint32_t keyFlags, ZustKeyCode keyCode)
+    {
+        std::lock_guard lock(m_mutex);
+        return m_blocked[keyFlags].erase(keyCode) != 0;
+    }
+
+    void clear()
+    {
+        std::lock_guard lock(m_mutex);
+        m_blocked.clear();
+    }
+
+    /// Flags must match exactly: no masking, no subset. ZUST_KEY_ALL in the entry matches every key.
+    bool isBlocked(uint16_t keyFlags, ZustKeyCode keyCode) const
+    {
+        std::lock_guard lock(m_mutex);
+        const auto entry = m_blocked.find(keyFlags);
+        return entry != m_blocked.end()
+            && (entry->second.count(keyCode) != 0 || entry->second.count(ZUST_KEY_ALL) != 0);
+    }
+
+private:
+    std::map<uint32_t, std::set<ZustKeyCode>> m_blocked; // guarded by m_mutex
+    mutable std::mutex m_mutex;
+};
+
+#endif

@@ -1,0 +1,67 @@
+#ifndef REMOTE_INPUT_TIMELINE_H
+#define REMOTE_INPUT_TIMELINE_H
+
+#include <chrono>
+#include <cstdint>
+
+/// Nanoseconds, unless a field says otherwise.
+using TimeUnit = int64_t;
+
+/// The steady clock now, nanoseconds.
+inline TimeUnit steadyNow()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+/// The timing record that travels with every event. The stack's values are stored as they come.
+struct InputTimeStats
+{
+    TimeUnit clientCapture = 0; ///< client clock, us: when the client captured the input; 0 = unknown
+    TimeUnit clientSent = 0;    ///< client clock, us: when the client sent it
+    TimeUnit netPacket = 0;     ///< steady clock, ns: when its packet reached the host; 0 = no timing, not collected
+    TimeUnit riCommand = 0;     ///< steady clock, ns: when it was taken up for injection
+};
+
+/// One sample handed to a telemetry collector.
+struct TmStats
+{
+    static constexpr int SRATES = 4; ///< number of sampling-rate classes: 1, 2, 4 and 8 ms
+
+    int srbin() const { return samplingRateBin; }
+
+    InputTimeStats inputTimeStats;
+    TimeUnit currentTime = 0;    ///< steady clock, ns: when the event was injected
+    TimeUnit timeSpaceAdded = 0; ///< ns that pacing added since the previous sample
+    uint32_t samplingRate = 0;   ///< the client's sampling period, us
+    int32_t samplingRateBin = 0; ///< 0..3, selects the jitter histogram
+    uint32_t reportsInQueue = 0; ///< reports that waited behind this one
+};
+
+/// Time that passed on a clock which somebody else keeps current. Borrows the clock's value.
+class RemoteClock
+{
+public:
+    /// All ones in 32 bits, deliberately not -1: stands for "since the last check".
+    static constexpr TimeUnit SINCE_LAST_CHECK = 4294967295;
+
+    explicit RemoteClock(const TimeUnit& source)
+        : m_currentTimeSource(source)
+    {
+    }
+
+    /// \return now - since, or 0 when the clock did not advance; never negative. Remembers now for the next check.
+    TimeUnit timeElapsed(TimeUnit since = SINCE_LAST_CHECK)
+    {
+        if (since == SINCE_LAST_CHECK)
+            since = m_lastCheck;
+        m_lastCheck = m_currentTimeSource;
+        return since < m_lastCheck ? m_lastCheck - since : 0;
+    }
+
+private:
+    const TimeUnit& m_currentTimeSource;
+    TimeUnit m_lastCheck = 0;
+};
+
+#endif

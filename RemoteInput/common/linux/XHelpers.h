@@ -1,0 +1,48 @@
+#ifndef REMOTE_INPUT_X_HELPERS_H
+#define REMOTE_INPUT_X_HELPERS_H
+
+// The one header that includes Xlib: its macros (None, Bool, Status, Success) collide with ordinary names, so include
+// it in source files only.
+#include <X11/Xlib.h>
+
+#include <memory>
+
+struct XCloseDisplayDeleter
+{
+    void operator()(Display* display) const { XCloseDisplay(display); }
+};
+
+/// Owns a connection to the X server.
+using ScopedDisplay = std::unique_ptr<Display, XCloseDisplayDeleter>;
+
+/// Holds the display's own lock; a null display is not locked.
+class ScopedXLock
+{
+public:
+    explicit ScopedXLock(Display* display)
+        : m_display(display)
+    {
+        if (m_display)
+            XLockDisplay(m_display);
+    }
+    ~ScopedXLock()
+    {
+        if (m_display)
+            XUnlockDisplay(m_display);
+    }
+    ScopedXLock(const ScopedXLock&) = delete;
+    ScopedXLock& operator=(const ScopedXLock&) = delete;
+
+private:
+    Display* m_display;
+};
+
+/// Opens a display after Xlib was put into thread-safe mode, which happens once per process. Any thread.
+///
+/// A server that goes away does not end the process: calls on such a display fail from then on, and XCloseDisplay still
+/// works. Displays that others opened keep the I/O error handling that was in force before.
+/// \param name null = the display that the environment names
+/// \return owned by the caller; null when it cannot be opened
+Display* XOpenDisplayCheckInitialized(const char* name);
+
+#endif
