@@ -1,0 +1,37 @@
+#ifndef REMOTE_INPUT_RATE_LIMIT_H
+#define REMOTE_INPUT_RATE_LIMIT_H
+
+#include <cstdint>
+#include <mutex>
+
+/// Decides which occurrences of a repeated message are logged: the first `burst`, then one in every `burst` + 1.
+/// One static object per message, so the count is that of the process. Any thread.
+class BurstRateLimit
+{
+public:
+    explicit constexpr BurstRateLimit(uint32_t burst)
+        : m_burst(burst)
+    {
+    }
+
+    /// Counts one occurrence. \return whether to log it
+    bool shouldLog()
+    {
+        std::lock_guard lock(m_mutex);
+        ++m_occurred;
+        if (m_logged >= m_burst && m_occurred <= m_burst)
+            return false;
+
+        ++m_logged;
+        m_occurred = 0;
+        return true;
+    }
+
+private:
+    const uint32_t m_burst;
+    std::mutex m_mutex;
+    uint32_t m_occurred = 0; // since the last line; guarded by m_mutex, as the next
+    uint32_t m_logged = 0;
+};
+
+#endif
