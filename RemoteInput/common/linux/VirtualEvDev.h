@@ -78,8 +78,8 @@ protected:
 
 /// Describes a device and then brings it into existence.
 ///
-/// Order of use: Create(), names and identifiers, types with their codes, createFromDevice(). The builder may be dropped
-/// afterwards. One thread at a time.
+/// Order of use: Create(), names and identifiers, types with their codes, createFromDevice(). The builder may be
+/// dropped afterwards. One thread at a time.
 class VirtualEvDev
 {
 public:
