@@ -5,15 +5,7 @@
 // it in source files only.
 #include <X11/Xlib.h>
 
-#include <memory>
-
-struct XCloseDisplayDeleter
-{
-    void operator()(Display* display) const { XCloseDisplay(display); }
-};
-
-/// Owns a connection to the X server.
-using ScopedDisplay = std::unique_ptr<Display, XCloseDisplayDeleter>;
+#include "RemoteInput/common/linux/ScopedDisplay.h"
 
 /// Holds the display's own lock; a null display is not locked.
 class ScopedXLock
@@ -39,10 +31,12 @@ private:
 
 /// Opens a display after Xlib was put into thread-safe mode, which happens once per process. Any thread.
 ///
-/// A server that goes away does not end the process: calls on such a display fail from then on, and XCloseDisplay still
-/// works. Displays that others opened keep the I/O error handling that was in force before.
+/// A server that goes away does not end the process: calls on such a display fail from then on, and closing it still
+/// works. (Only a server that dies while XOpenDisplay itself is talking to it ends the process, as Xlib has no hook
+/// there.) Displays that others opened keep the I/O error handling that was in force before.
 /// \param name null = the display that the environment names
-/// \return owned by the caller; null when it cannot be opened
+/// \return owned by the caller, to be held in a ScopedDisplay, which any thread may end, also after the server went
+/// away; null when it cannot be opened
 Display* XOpenDisplayCheckInitialized(const char* name);
 
 #endif

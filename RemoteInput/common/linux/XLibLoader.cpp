@@ -1,0 +1,32 @@
+#include "RemoteInput/common/linux/XLibLoader.h"
+
+#include "StreamSdk/include/ZuStream.h"
+
+XLibLoader::~XLibLoader()
+{
+    for (const auto& [name, library] : m_loadedLibraries)
+    {
+        if (library.m_library)
+            KtUnloadLibrary(library.m_library);
+    }
+}
+
+XLibLoader& XLibLoader::instance()
+{
+    static XLibLoader loader;
+    return loader;
+}
+
+void* XLibLoader::getFunction(const std::wstring& library, const std::string& function)
+{
+    std::lock_guard lock(m_mutex);
+
+    // The loader is asked every time, but the first answer stands: the handle of a later one is deliberately dropped.
+    void* const loaded = KtLoadLibrary(library.c_str());
+    LoadedLibrary& entry = m_loadedLibraries.try_emplace(library, LoadedLibrary{loaded, {}}).first->second;
+    if (!entry.m_library)
+        return nullptr;
+
+    void* const found = KtGetFunctionPointerFromLibrary(entry.m_library, function.c_str());
+    return entry.m_functions.try_emplace(function, found).first->second;
+}

@@ -1,0 +1,42 @@
+#ifndef REMOTE_INPUT_X_LIB_LOADER_H
+#define REMOTE_INPUT_X_LIB_LOADER_H
+
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+/// Libraries that are loaded at run time, through the stack's loader, and the functions found in them.
+/// Any thread.
+class XLibLoader
+{
+public:
+    XLibLoader() = default;
+    XLibLoader(const XLibLoader&) = delete;
+    XLibLoader& operator=(const XLibLoader&) = delete;
+
+    /// Unloads every library that was loaded.
+    ~XLibLoader();
+
+    /// The process-wide cache. It lives until this library is unloaded.
+    static XLibLoader& instance();
+
+    /// Looks a function up, loading its library when needed. A library that could not be loaded is not tried again.
+    /// \return null when the library or the function cannot be had
+    void* getFunction(const std::wstring& library, const std::string& function);
+
+private:
+    using LibraryFunctions = std::unordered_map<std::string, void*>;
+
+    struct LoadedLibrary
+    {
+        void* m_library; // null when loading failed
+        LibraryFunctions m_functions;
+    };
+
+    using Libraries = std::unordered_map<std::wstring, LoadedLibrary>;
+
+    std::mutex m_mutex;
+    Libraries m_loadedLibraries; // guarded by m_mutex
+};
+
+#endif
