@@ -206,8 +206,8 @@ void BasicMouseEventsSpacing<Clock>::apply(TmStats& tmStats, RiTelemetry::Collec
     const TimeUnit timeErrorMin = MIN_SAMPLING_INTERVAL_NANO - timeElapsed;
 
     const bool tooClose = timeElapsed < MIN_TIME_SPACE && timeError < timeErrorMin;
-    const bool waitsInVain = timeElapsed >= MIN_TIME_SPACE && !movement && timeError > timeErrorMin;
-    if (tooClose || waitsInVain)
+    const bool tooLong = timeElapsed >= MIN_TIME_SPACE && !movement && timeError > timeErrorMin;
+    if (tooClose || tooLong)
     {
         owed += timeErrorMin - timeError;
         timeError = timeErrorMin;
