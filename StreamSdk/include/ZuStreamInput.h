@@ -37,6 +37,8 @@
 #define ZU_ASSERT(CONDITION) _Static_assert(CONDITION, #CONDITION)
 #endif
 
+// clang-format off: tables of values, one a line
+
 // ---- opaque handles --------------------------------------------------------------------------------------------
 
 typedef void* ZustConnection;
