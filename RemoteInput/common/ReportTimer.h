@@ -16,7 +16,7 @@ public:
     {
         TimeUnit due = s_nextReport.load(std::memory_order_relaxed);
         return now >= due
-            && s_nextReport.compare_exchange_strong(due, now + REPORT_INTERVAL, std::memory_order_relaxed);
+               && s_nextReport.compare_exchange_strong(due, now + REPORT_INTERVAL, std::memory_order_relaxed);
     }
 
 private:

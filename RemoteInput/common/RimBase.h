@@ -62,7 +62,7 @@ public:
         std::lock_guard lock(m_mutex);
         const auto entry = m_blocked.find(keyFlags);
         return entry != m_blocked.end()
-            && (entry->second.count(keyCode) != 0 || entry->second.count(ZUST_KEY_ALL) != 0);
+               && (entry->second.count(keyCode) != 0 || entry->second.count(ZUST_KEY_ALL) != 0);
     }
 
 private:
