@@ -1,0 +1,22 @@
+#ifndef REMOTE_INPUT_KEY_CONVERSION_H
+#define REMOTE_INPUT_KEY_CONVERSION_H
+
+#include "StreamSdk/include/ZuStreamInput.h"
+
+#include <cstddef>
+#include <cstdint>
+
+/// A client key and the evdev key that it becomes on this host.
+struct KeyCodeConversion
+{
+    ZustKeyCode keyCode;
+    uint32_t nativeCode;
+};
+
+/// Constant time, any thread. \return the evdev key code; 0 for a key that cannot be injected
+uint32_t toNativeKeyCode(ZustKeyCode keyCode);
+
+/// Whether the key can produce a character together with AltGr. Constant time, any thread.
+bool isAltGrKey(ZustKeyCode keyCode);
+
+#endif
