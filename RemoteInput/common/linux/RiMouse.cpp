@@ -1,0 +1,410 @@
+#include "RemoteInput/common/linux/RiMouse.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+#include <linux/input-event-codes.h>
+#include <sys/prctl.h>
+
+#include "RemoteInput/common/MouseMoveEventSpacing.h"
+#include "RemoteInput/common/RiTelemetryDefs.h"
+#include "RemoteInput/common/RunningAverage.h"
+#include "RemoteInput/common/linux/RiDevice.h"
+#include "RemoteInput/common/linux/RiEventRecord.h"
+#include "RemoteInput/common/linux/XHelpers.h"
+#include "common/util/Log.h"
+
+namespace
+{
+
+constexpr char LOG_TAG[] = "RiMouse";
+
+constexpr int16_t BUTTON_PRESSED = 2;
+constexpr unsigned int COLLECTOR_PERIOD_MS = 60000;
+
+const std::vector<double> LATENCY_PERCENTILES{50, 90, 95, 99};
+const std::vector<double> QUEUE_PERCENTILES{50, 90, 95, 99, 100};
+const RiTelemetry::FifoTimings MOUSE_FIFO_TIMINGS(LATENCY_PERCENTILES, LATENCY_PERCENTILES, LATENCY_PERCENTILES,
+                                                  QUEUE_PERCENTILES, LATENCY_PERCENTILES);
+
+struct Button
+{
+    ZustMouseButton button;
+    uint16_t code;
+    uint32_t downId;
+    uint32_t upId;
+};
+
+constexpr std::array BUTTONS{
+    Button{ZUST_MB_LEFT, BTN_LEFT, RiTelemetry::MOUSE_LEFT_BUTTON_DOWN, RiTelemetry::MOUSE_LEFT_BUTTON_UP},
+    Button{ZUST_MB_MIDDLE, BTN_MIDDLE, RiTelemetry::MOUSE_MIDDLE_BUTTON_DOWN, RiTelemetry::MOUSE_MIDDLE_BUTTON_UP},
+    Button{ZUST_MB_RIGHT, BTN_RIGHT, RiTelemetry::MOUSE_RIGHT_BUTTON_DOWN, RiTelemetry::MOUSE_RIGHT_BUTTON_UP},
+    Button{ZUST_MB_EXTRA1, BTN_SIDE, RiTelemetry::MOUSE_EXTRA1_BUTTON_DOWN, RiTelemetry::MOUSE_EXTRA1_BUTTON_UP},
+    Button{ZUST_MB_EXTRA2, BTN_EXTRA, RiTelemetry::MOUSE_EXTRA2_BUTTON_DOWN, RiTelemetry::MOUSE_EXTRA2_BUTTON_UP},
+};
+
+// In the order in which the device declares them.
+constexpr std::array<unsigned int, 3> DECLARED_AXES{REL_X, REL_Y, REL_WHEEL};
+constexpr std::array<unsigned int, 5> DECLARED_BUTTONS{BTN_LEFT, BTN_MIDDLE, BTN_RIGHT, BTN_SIDE, BTN_EXTRA};
+
+uint32_t getButtonRiEventId(unsigned int code, bool down)
+{
+    for (const Button& button : BUTTONS)
+        if (button.code == code)
+            return down ? button.downId : button.upId;
+    return 0;
+}
+
+// Scales a client coordinate into 0..65535. The numerator is 65536; the clamp absorbs it at the right and bottom edge.
+int calcNormalizedAbsCoord(uint16_t screenSize, uint16_t screenCoord)
+{
+    if (screenSize == 0)
+        return screenCoord;
+    const float factor = 65536.0F / static_cast<float>(screenSize);
+    const float scaled = std::nearbyintf(factor * static_cast<float>(screenCoord));
+    if (scaled >= 2147483648.0F)
+        return 0; // deliberate: what does not fit an int counts as negative
+    return std::max(std::min(static_cast<int>(scaled), 65535), 0);
+}
+
+void toMove(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
+{
+    report.move = true;
+    if (event.flags & ZUST_MF_ABSCOORDS)
+    {
+        report.type = EV_ABS;
+        report.data1 = calcNormalizedAbsCoord(static_cast<uint16_t>(event.data1), static_cast<uint16_t>(event.xPos));
+        report.data2 = calcNormalizedAbsCoord(static_cast<uint16_t>(event.data2), static_cast<uint16_t>(event.yPos));
+        return;
+    }
+    report.type = EV_REL;
+    report.data1 = event.xPos;
+    report.data2 = event.yPos;
+}
+
+// Deliberate: only the sign of vWheel counts, so 0 turns one step up, and hWheel is ignored.
+// Held by RiMouseTest.WheelTurnsOneStepByItsSign.
+void toWheel(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
+{
+    report.type = EV_REL;
+    report.code = REL_WHEEL;
+    report.data1 = event.vWheel < 0 ? -1 : 1;
+}
+
+bool toButton(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
+{
+    for (const Button& button : BUTTONS)
+    {
+        if (button.button != event.data1)
+            continue;
+        report.type = EV_KEY;
+        report.code = button.code;
+        report.data1 = event.data2 == BUTTON_PRESSED ? 1 : 0;
+        return true;
+    }
+    return false;
+}
+
+// \return false for kinds of event and buttons that do not exist
+bool toReport(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
+{
+    report.time = static_cast<TimeUnit>(event.captureTimestampUs);
+    switch (event.type)
+    {
+    case ZUST_ME_MOUSE_MOVE:
+        toMove(event, report);
+        return true;
+    case ZUST_ME_MOUSE_WHEEL:
+        toWheel(event, report);
+        return true;
+    case ZUST_ME_BUTTON:
+        return toButton(event, report);
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+// ---- the queue -------------------------------------------------------------------------------------------------
+
+void RiMouse::Fifo::enqueue(EvDevReport&& report)
+{
+    enqueue(std::as_const(report)); // plain data: moving is copying
+}
+
+void RiMouse::Fifo::enqueue(const EvDevReport& report)
+{
+    std::lock_guard lock(m_mutex);
+    m_queue.push(report);
+    m_dataAvailable.notify_one();
+}
+
+bool RiMouse::Fifo::dequeue(EvDevReport& report, const std::atomic<bool>& exitSignaled)
+{
+    std::unique_lock lock(m_mutex);
+    m_dataAvailable.wait(lock, [&] { return !m_queue.empty() || exitSignaled; });
+    if (exitSignaled)
+        return false;
+    report = m_queue.front();
+    m_queue.pop();
+    return true;
+}
+
+void RiMouse::Fifo::signalExit(std::atomic<bool>& exitSignaled)
+{
+    std::lock_guard lock(m_mutex);
+    exitSignaled = true;
+    m_dataAvailable.notify_one();
+}
+
+size_t RiMouse::Fifo::getReportsCount() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_queue.size();
+}
+
+// ---- the responder ---------------------------------------------------------------------------------------------
+
+RiMouse::RiMouse(const TelemetrySender& telemetry)
+    : m_display(XOpenDisplayCheckInitialized(nullptr))
+    , m_telemetry(telemetry)
+{
+    const auto builder = VirtualEvDev::Create();
+    // Deliberate: without a device yet, this is "RiMouse" whatever the backend.
+    builder->setName(GetDeviceName().c_str());
+    builder->setType(vevdev::DeviceType::MOUSE);
+    builder->enableEventType(EV_REL);
+    for (const unsigned int axis : DECLARED_AXES)
+        builder->enableEventCode(EV_REL, axis, nullptr);
+    builder->enableEventType(EV_KEY);
+    for (const unsigned int button : DECLARED_BUTTONS)
+        builder->enableEventCode(EV_KEY, button, nullptr);
+
+    if (builder->createFromDevice(ridevice::OPEN_MANAGED, m_mouse) != 0)
+    {
+        ridevice::logCreationFailure(LOG_TAG, errno);
+        m_mouse.reset();
+        return;
+    }
+
+    m_mouseConverter = std::make_unique<MouseConverter>(m_display.get());
+    // Deliberate: without a display there is no thread, and what is queued stays queued.
+    if (m_mouse && m_display)
+        m_runtimeThread = std::thread(&RiMouse::thread, this);
+}
+
+RiMouse::~RiMouse()
+{
+    m_inputQueue.signalExit(m_stopThread);
+    if (m_runtimeThread.joinable())
+        m_runtimeThread.join();
+    resetState();
+}
+
+bool RiMouse::respond(const ZustInputEvent* event, const InputTimeStats& stats)
+{
+    if (!m_mouse)
+        return false;
+
+    EvDevReport report;
+    if (!toReport(event->event.mouseEvent, report))
+        return false;
+
+    report.inputTimeStats = stats;
+    m_inputQueue.enqueue(std::move(report));
+    return true;
+}
+
+void RiMouse::thread()
+{
+    // The default slack of 50 us would lengthen every sleep of the pacing by as much.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+
+    EvDevReport report;
+    RemoteClock clientClock(report.time);
+    // The client's interval between events, us. The outer average learns intervals up to 8.5 ms; the one that is used
+    // takes only what lies within 0.5 ms above that, so that pauses of the hand do not slow the pacing down.
+    RunningAverage<7> mouseSamplingRateMaxLimit(1000, 500, 8500);
+    RunningAverage<7> mouseSamplingRate(1000, 500, 500, &mouseSamplingRateMaxLimit);
+    MouseEventsSpacing mouseEventsSpacing;
+    // Never started: it accumulates and does not report.
+    const auto fifoCollector =
+        std::make_unique<RiTelemetry::FifoCollector>(this, COLLECTOR_PERIOD_MS, MOUSE_FIFO_TIMINGS, RiTelemetry::MOUSE);
+    TmStats tmStats;
+    // Deliberately never reset: each posted record carries every kind of event seen so far.
+    // Held by RiMouseTest.RecordsAccumulateEventKinds.
+    uint32_t riEventId = RiTelemetry::MOUSE_GENERIC;
+
+    while (!m_stopThread)
+    {
+        if (!m_inputQueue.dequeue(report, m_stopThread))
+            continue;
+
+        tmStats.reportsInQueue = static_cast<uint32_t>(m_inputQueue.getReportsCount());
+        tmStats.timeSpaceAdded = 0;
+        mouseSamplingRate.update(clientClock.timeElapsed());
+        tmStats.samplingRate = static_cast<uint32_t>(mouseSamplingRate.get());
+
+        // currentTime is still the moment of the previous injection.
+        mouseEventsSpacing.apply(tmStats, *fifoCollector, report.move);
+
+        if (report.move)
+        {
+            const bool absolute = report.type == EV_ABS;
+            riEventId |= absolute ? RiTelemetry::MOUSE_MOVE_ABS : RiTelemetry::MOUSE_MOVE_REL;
+            long dx = report.data1;
+            long dy = report.data2;
+            m_mouseConverter->convertMovement(dx, dy, tmStats.currentTime, absolute);
+            writeMove(dx, dy);
+        }
+        else
+            writeButtonOrWheel(report, riEventId);
+
+        tmStats.inputTimeStats = report.inputTimeStats;
+        tmStats.currentTime = steadyNow();
+        fifoCollector->update(tmStats);
+
+        postRiEvent(m_telemetry, riEventId, report.time, report.inputTimeStats, tmStats.currentTime);
+    }
+}
+
+void RiMouse::writeMove(long dx, long dy)
+{
+    std::lock_guard lock(m_deviceMutex);
+    if (dx != 0)
+        m_mouse->writeEvent(EV_REL, REL_X, static_cast<int>(dx));
+    if (dy != 0)
+        m_mouse->writeEvent(EV_REL, REL_Y, static_cast<int>(dy));
+    m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0); // also after a move that came to nothing
+}
+
+void RiMouse::writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId)
+{
+    std::lock_guard lock(m_deviceMutex);
+    if (report.type == EV_KEY)
+    {
+        if (report.data1 == 0)
+        {
+            m_pressedMouseButtons.reset(report.code - BTN_LEFT);
+            riEventId |= getButtonRiEventId(report.code, false);
+        }
+        else if (report.data1 == 1)
+        {
+            m_pressedMouseButtons.set(report.code - BTN_LEFT);
+            riEventId |= getButtonRiEventId(report.code, true);
+        }
+        else
+            LOG_WARNING(0x03020001, LOG_TAG,
+                        "Unknown button state %d. Mouse button can have just two states. MUST NOT HAPPEN!!!",
+                        report.data1);
+    }
+    m_mouse->writeEvent(report.type, report.code, report.data1);
+    m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0);
+}
+
+bool RiMouse::resetState()
+{
+    std::lock_guard lock(m_deviceMutex);
+    for (size_t i = 0; i < m_pressedMouseButtons.size(); ++i)
+    {
+        if (!m_pressedMouseButtons.test(i))
+            continue;
+        const auto code = static_cast<unsigned int>(BTN_LEFT + i);
+        m_mouse->writeEvent(EV_KEY, code, 0);
+        m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0);
+        LOG_INFO(0x03020002, LOG_TAG, "Reset: Released mouse button [code:%d]", static_cast<int>(code));
+    }
+    m_pressedMouseButtons.reset();
+    return true;
+}
+
+std::string RiMouse::GetDeviceName() const
+{
+    const auto implementation = m_mouse ? m_mouse->implementation() : vevdev::Implementation::EVDEV;
+    switch (implementation)
+    {
+    case vevdev::Implementation::ANDROID_CONTAINER:
+        return "AndroidMouse";
+    case vevdev::Implementation::XTEST:
+        return "Virtual core XTEST pointer";
+    default:
+        return "RiMouse";
+    }
+}
+
+// ---- percentile reports ----------------------------------------------------------------------------------------
+
+namespace
+{
+
+struct FifoMetricNames
+{
+    const char* serverLatency = "";
+    const char* pipelineLatency = "";
+    const char* enetQueueTime = "";
+    const char* queueSize = "";
+};
+
+FifoMetricNames metricNames(RiTelemetry::FifoType fifoType)
+{
+    using namespace RiTelemetry;
+    switch (fifoType)
+    {
+    case MOUSE:
+        return {MetricName::MOUSE_SERVER_LATENCY, MetricName::MOUSE_PIPELINE_LATENCY, MetricName::MOUSE_ENET_QUEUE_TIME,
+                MetricName::MOUSE_QUEUE_SIZE};
+    case HID:
+        return {MetricName::HID_SERVER_LATENCY, "", MetricName::HID_ENET_QUEUE_TIME, MetricName::HID_QUEUE_SIZE};
+    default:
+        return {};
+    }
+}
+
+} // namespace
+
+// Deliberate: a measurement without a name is posted without a name.
+void RiMouse::reportTimings(int period, int periodDurationSeconds, RiTelemetry::FifoType fifoType,
+                            const RiTelemetry::FifoTimings& timings)
+{
+    if (timings.serverLatency.numSamples == 0 && timings.pipelineLatency.numSamples == 0
+        && timings.enetQueueTime.numSamples == 0 && timings.queueSize.numSamples == 0)
+        return;
+
+    const FifoMetricNames names = metricNames(fifoType);
+    const int start = period * periodDurationSeconds;
+    ReportMeasurement(names.serverLatency, start, periodDurationSeconds, timings.serverLatency);
+    ReportMeasurement(names.pipelineLatency, start, periodDurationSeconds, timings.pipelineLatency);
+    ReportMeasurement(names.enetQueueTime, start, periodDurationSeconds, timings.enetQueueTime);
+    ReportMeasurement(names.queueSize, start, periodDurationSeconds, timings.queueSize);
+}
+
+void RiMouse::reportSessionTimings(RiTelemetry::FifoType fifoType, const RiTelemetry::FifoTimings& timings)
+{
+    if (fifoType != RiTelemetry::MOUSE && fifoType != RiTelemetry::HID)
+        return;
+
+    const FifoMetricNames names = metricNames(fifoType);
+    ReportMeasurement(names.serverLatency, 0, 0, timings.serverLatency);
+    if (fifoType == RiTelemetry::MOUSE)
+        ReportMeasurement(names.pipelineLatency, 0, 0, timings.pipelineLatency);
+    ReportMeasurement(names.enetQueueTime, 0, 0, timings.enetQueueTime);
+    ReportMeasurement(names.queueSize, 0, 0, timings.queueSize);
+}
+
+void RiMouse::ReportMeasurement(const std::string& action, int windowStartSeconds, int windowDurationSeconds,
+                                const RiTelemetry::Measurement& measurement)
+{
+    std::vector<std::pair<double, double>> percentiles;
+    percentiles.reserve(measurement.measurement.size());
+    for (const RiTelemetry::Measurement::Pair& pair : measurement.measurement)
+        percentiles.emplace_back(pair.percentile, static_cast<double>(pair.value));
+
+    m_telemetry.PostKtPercentilesEvent(KtPercentileData{action, static_cast<uint32_t>(windowStartSeconds),
+                                                        static_cast<uint32_t>(windowDurationSeconds),
+                                                        static_cast<int64_t>(measurement.numSamples), percentiles});
+}

@@ -1,0 +1,105 @@
+#ifndef REMOTE_INPUT_RI_MOUSE_H
+#define REMOTE_INPUT_RI_MOUSE_H
+
+#include "RemoteInput/common/RiReporting.h"
+#include "RemoteInput/common/RimBase.h"
+#include "RemoteInput/common/linux/MouseConverter.h"
+#include "RemoteInput/common/linux/ScopedDisplay.h"
+#include "RemoteInput/common/linux/VirtualEvDev.h"
+#include "StreamSdk/include/TelemetrySender.h"
+
+#include <atomic>
+#include <bitset>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <string>
+#include <thread>
+
+/// Turns the client's mouse events into motion, wheel steps and buttons of one virtual mouse.
+///
+/// The event thread only converts and queues; a thread of its own injects the reports one by one, in order, at the
+/// client's cadence. Nothing is dropped, merged or reordered on the way. The thread's timer slack is the smallest that
+/// the kernel allows, so that its sleeps end on time; it sleeps while there is nothing to inject.
+class RiMouse : public RimBase, public RiTelemetry::FifoReporter
+{
+public:
+    /// One injection.
+    struct EvDevReport
+    {
+        bool move = false; ///< pointer movement, else button or wheel
+        uint32_t type = 0; ///< EV_KEY, EV_REL or EV_ABS
+        uint32_t code = 0; ///< 0 for moves
+        int32_t data1 = 0; ///< x, button state 1/0, or wheel step +1/-1
+        int32_t data2 = 0; ///< y
+        TimeUnit time = 0; ///< client clock, us: when the client captured the event
+        InputTimeStats inputTimeStats;
+    };
+
+    /// Reports on their way from the event thread to the injection thread. No limit.
+    class Fifo
+    {
+    public:
+        void enqueue(EvDevReport&& report);
+        void enqueue(const EvDevReport& report);
+
+        /// Waits for a report, or until `exitSignaled` is true: then returns false and leaves the queue alone.
+        bool dequeue(EvDevReport& report, const std::atomic<bool>& exitSignaled);
+
+        /// Sets the flag that dequeue() was given and wakes it.
+        void signalExit(std::atomic<bool>& exitSignaled);
+
+        size_t getReportsCount() const;
+
+    private:
+        std::queue<EvDevReport> m_queue; // guarded by m_mutex
+        mutable std::mutex m_mutex;
+        std::condition_variable m_dataAvailable; // signalled once per report, and on exit
+    };
+
+    /// Makes the mouse and starts the injection thread. When the host refuses the device, that is logged and every
+    /// event is dropped. Without an X display, events are queued and never injected.
+    /// \param telemetry borrowed; must outlive the responder
+    /// \throws std::runtime_error when the backend cannot be prepared, std::system_error when no thread can be started
+    explicit RiMouse(const TelemetrySender& telemetry);
+
+    /// Stops the thread at once, dropping what is queued, and releases held buttons.
+    ~RiMouse() override;
+
+    /// Event thread. \return whether a report was queued
+    bool respond(const ZustInputEvent* event, const InputTimeStats& stats) override;
+
+    /// Releases every held button, in ascending order. Any thread. \return true
+    bool resetState();
+
+    /// The name under which the host knows the device. Any thread, once constructed.
+    std::string GetDeviceName() const;
+
+    void reportTimings(int period, int periodDurationSeconds, RiTelemetry::FifoType fifoType,
+                       const RiTelemetry::FifoTimings& timings) override;
+    void reportSessionTimings(RiTelemetry::FifoType fifoType, const RiTelemetry::FifoTimings& timings) override;
+
+    /// Posts one set of percentiles.
+    void ReportMeasurement(const std::string& action, int windowStartSeconds, int windowDurationSeconds,
+                           const RiTelemetry::Measurement& measurement);
+
+private:
+    void thread();
+    void writeMove(long dx, long dy);
+    void writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId);
+
+    Fifo m_inputQueue;
+    std::unique_ptr<VirtualEvDevUinput> m_mouse; // null when creation failed; written under m_deviceMutex
+    ScopedDisplay m_display;
+    const TelemetrySender& m_telemetry;
+    std::bitset<5> m_pressedMouseButtons; // bit i: BTN_LEFT + i; guarded by m_deviceMutex
+    std::mutex m_deviceMutex;             // a change of the pressed buttons and its device writes belong together
+    std::thread m_runtimeThread;
+    std::atomic<bool> m_stopThread{false};            // written under the queue's mutex, read with and without it
+    std::unique_ptr<MouseConverter> m_mouseConverter; // injection thread
+};
+
+#endif
