@@ -71,92 +71,94 @@ void reset()
 
 using fakestack::calls;
 
-extern "C" {
-
-int32_t ZuPlatformInitialize(void)
+extern "C"
 {
-    ++calls().platformInitialized;
-    return calls().platformInitializeResult;
-}
 
-void ZuPlatformUninitialize(void)
-{
-    ++calls().platformUninitialized;
-}
+    int32_t ZuPlatformInitialize(void)
+    {
+        ++calls().platformInitialized;
+        return calls().platformInitializeResult;
+    }
 
-ZustResult zustInitializeLogger(ZustLogLevel level, uint32_t targets, uint32_t prefixes, const char* fileName,
-                                void (*callback)(void*, ZustLogLevel, const char*), void*, uint32_t privacyMode,
-                                uint32_t maxFileSize)
-{
-    fakestack::Calls& seen = calls();
-    ++seen.loggersStarted;
-    seen.loggerLevel = level;
-    seen.loggerTargets = targets;
-    seen.loggerPrefixes = prefixes;
-    seen.loggerFile = fileName;
-    seen.loggerHasCallback = callback != nullptr;
-    seen.loggerPrivacyMode = privacyMode;
-    seen.loggerMaxFileSize = maxFileSize;
-    return seen.loggerResult;
-}
+    void ZuPlatformUninitialize(void)
+    {
+        ++calls().platformUninitialized;
+    }
 
-ZustResult zustCreateStream(const char* name, const char* description, uint32_t configCount,
-                            const ZustStreamConfig* configs, const ZustStreamCallbacks* callbacks, ZustStream* stream)
-{
-    fakestack::Calls& seen = calls();
-    ++seen.streamsCreated;
-    seen.streamName = name;
-    seen.streamDescription = description;
-    seen.streamConfigs.assign(configs, configs + configCount);
-    seen.streamCallbacks = *callbacks;
-    if (stream)
-        *stream = seen.createdStream;
-    return seen.createStreamResult;
-}
+    ZustResult zustInitializeLogger(ZustLogLevel level, uint32_t targets, uint32_t prefixes, const char* fileName,
+                                    void (*callback)(void*, ZustLogLevel, const char*), void*, uint32_t privacyMode,
+                                    uint32_t maxFileSize)
+    {
+        fakestack::Calls& seen = calls();
+        ++seen.loggersStarted;
+        seen.loggerLevel = level;
+        seen.loggerTargets = targets;
+        seen.loggerPrefixes = prefixes;
+        seen.loggerFile = fileName;
+        seen.loggerHasCallback = callback != nullptr;
+        seen.loggerPrivacyMode = privacyMode;
+        seen.loggerMaxFileSize = maxFileSize;
+        return seen.loggerResult;
+    }
 
-void zustWriteLogUniqueId(ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* format, ...)
-{
-    char text[2048];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    std::lock_guard lock(fakestack::log().mutex);
-    fakestack::log().lines.push_back({level, tag, text, uniqueId});
-}
+    ZustResult zustCreateStream(const char* name, const char* description, uint32_t configCount,
+                                const ZustStreamConfig* configs, const ZustStreamCallbacks* callbacks,
+                                ZustStream* stream)
+    {
+        fakestack::Calls& seen = calls();
+        ++seen.streamsCreated;
+        seen.streamName = name;
+        seen.streamDescription = description;
+        seen.streamConfigs.assign(configs, configs + configCount);
+        seen.streamCallbacks = *callbacks;
+        if (stream)
+            *stream = seen.createdStream;
+        return seen.createStreamResult;
+    }
 
-void* KtLoadLibrary(const wchar_t* name)
-{
-    if (fakestack::loader().load)
-        return fakestack::loader().load(name);
-    return dlopen(std::string(name, name + wcslen(name)).c_str(), RTLD_NOW);
-}
+    void zustWriteLogUniqueId(ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* format, ...)
+    {
+        char text[2048];
+        va_list arguments;
+        va_start(arguments, format);
+        vsnprintf(text, sizeof(text), format, arguments);
+        va_end(arguments);
+        std::lock_guard lock(fakestack::log().mutex);
+        fakestack::log().lines.push_back({level, tag, text, uniqueId});
+    }
 
-void* KtGetFunctionPointerFromLibrary(void* library, const char* name)
-{
-    if (fakestack::loader().find)
-        return fakestack::loader().find(library, name);
-    return dlsym(library, name);
-}
+    void* KtLoadLibrary(const wchar_t* name)
+    {
+        if (fakestack::loader().load)
+            return fakestack::loader().load(name);
+        return dlopen(std::string(name, name + wcslen(name)).c_str(), RTLD_NOW);
+    }
 
-void KtUnloadLibrary(void* library)
-{
-    if (fakestack::loader().unload)
-        fakestack::loader().unload(library);
-    else
-        dlclose(library);
-}
+    void* KtGetFunctionPointerFromLibrary(void* library, const char* name)
+    {
+        if (fakestack::loader().find)
+            return fakestack::loader().find(library, name);
+        return dlsym(library, name);
+    }
 
-const char* zuscGetPrivacyAwareString(const char* text)
-{
-    thread_local std::string filtered;
-    filtered = std::string("<private:") + text + ">";
-    return filtered.c_str();
-}
+    void KtUnloadLibrary(void* library)
+    {
+        if (fakestack::loader().unload)
+            fakestack::loader().unload(library);
+        else
+            dlclose(library);
+    }
 
-uint64_t GetSessionStartTime(void)
-{
-    ++calls().sessionStartTimeAsked;
-    return 0;
-}
+    const char* zuscGetPrivacyAwareString(const char* text)
+    {
+        thread_local std::string filtered;
+        filtered = std::string("<private:") + text + ">";
+        return filtered.c_str();
+    }
+
+    uint64_t GetSessionStartTime(void)
+    {
+        ++calls().sessionStartTimeAsked;
+        return 0;
+    }
 }
