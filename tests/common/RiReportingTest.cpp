@@ -1,0 +1,266 @@
+#include "RemoteInput/common/RiReporting.h"
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "tests/support/FakeStack.h"
+
+using namespace RiTelemetry;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+thread_local int t_allocations = 0;
+
+constexpr TimeUnit US = 1000;
+const FifoTimings HIGHEST{{100}, {100}, {100}, {100}, {100}};
+
+/// The highest value of each measurement; -1 = no samples.
+std::vector<int> highest(const FifoTimings& timings)
+{
+    std::vector<int> values;
+    const auto append = [&](const Measurement& m) { values.push_back(m.numSamples != 0 ? m[0].value : -1); };
+    append(timings.serverLatency);
+    append(timings.pipelineLatency);
+    append(timings.enetQueueTime);
+    append(timings.queueSize);
+    for (const Measurement& jitter : timings.jitter)
+        append(jitter);
+    return values;
+}
+
+struct RecordingReporter : FifoReporter
+{
+    struct Report
+    {
+        int period;
+        int seconds;
+        FifoType type;
+        uint64_t samples;
+        std::vector<int> values;
+
+        bool operator==(const Report&) const = default;
+    };
+
+    void reportTimings(int period, int periodSeconds, FifoType type, const FifoTimings& timings) override
+    {
+        EXPECT_EQ(timings.serverLatency.numSamples, timings.pipelineLatency.numSamples);
+        EXPECT_EQ(timings.serverLatency.numSamples, timings.queueSize.numSamples);
+        reports.push_back({period, periodSeconds, type, timings.serverLatency.numSamples, highest(timings)});
+    }
+
+    void reportSessionTimings(FifoType type, const FifoTimings& timings) override
+    {
+        sessions.push_back({-1, -1, type, timings.serverLatency.numSamples, highest(timings)});
+    }
+
+    std::vector<Report> reports;
+    std::vector<Report> sessions;
+};
+
+/// Times in us.
+TmStats sample(TimeUnit netPacket, TimeUnit riCommand, TimeUnit injected, TimeUnit added, uint32_t queue, int bin)
+{
+    TmStats stats;
+    stats.inputTimeStats.netPacket = netPacket * US;
+    stats.inputTimeStats.riCommand = riCommand * US;
+    stats.currentTime = injected * US;
+    stats.timeSpaceAdded = added * US;
+    stats.reportsInQueue = queue;
+    stats.samplingRateBin = bin;
+    return stats;
+}
+
+} // namespace
+
+void* operator new(size_t size)
+{
+    ++t_allocations;
+    if (void* memory = std::malloc(size != 0 ? size : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept
+{
+    std::free(memory);
+}
+
+TEST(FifoCollectorTest, EachSampleIsMeasuredAgainstThoseBefore)
+{
+    constexpr int OVER = 2147483647;
+    constexpr int UNDER = -2147483647 - 1;
+    struct Step
+    {
+        const char* name;
+        TmStats stats;
+        std::vector<int> values; // server, pipeline, network queue, FIFO, jitter by class; none = no report
+    };
+    const Step steps[] = {
+        {"first", sample(100'000, 100'030, 102'000, 0, 3, 0), {2000, 2000, 30, 3, -1, -1, -1, -1}},
+        // Jitter |2000 - 102000| is just out of range. Packets are ahead of pacing: a new time base, 101000.
+        {"jitter dropped", sample(101'000, 101'000, 104'000, 1500, 0, 0), {3000, 1500, -1, 0, -1, -1, -1, -1}},
+        // 102000 < 101000 + 1500: aggregates to 1000 arrived - 2000 added.
+        {"aggregating", sample(102'000, 102'019, 106'500, 500, 340, 1), {4500, 3500, 10, 340, -1, 500, -1, -1}},
+        {"no arrival time", sample(0, 5, 500'000, 900, 7, 2), {}},
+        // 103000 = 101000 + 2000: caught up. Jitter |3000 - 2500|: the sample above has left no trace.
+        {"new base", sample(103'000, 103'040, 109'500, 250, 341, 3), {6500, 6250, 40, OVER, -1, -1, -1, 500}},
+        {"just in range", sample(204'000, 204'001, 212'499, 0, 1, 2), {8450, 8475, 0, 1, -1, -1, 99'900, -1}},
+        {"clocks apart", sample(900'000, 1, 212'500, 0, 0xffffffff, 0), {UNDER, UNDER, -1, UNDER, -1, -1, -1, -1}},
+    };
+
+    RecordingReporter reporter;
+    const auto collector = std::make_unique<FifoCollector>(&reporter, 60'000, HIGHEST, HID);
+    std::vector<RecordingReporter::Report> expected;
+    int period = 0;
+    for (const Step& step : steps)
+    {
+        collector->update(step.stats);
+        period = collector->periodCountUpdated(Collector::Clock::now());
+        collector->processPeriod();
+        collector->processPeriod(); // an empty period is not reported
+        if (!step.values.empty())
+            expected.push_back({period, 60, HID, 1, step.values});
+        ASSERT_EQ(expected, reporter.reports) << step.name;
+    }
+    EXPECT_EQ(7, period);
+
+    for (int i = 0; i < 2; ++i) // what was summed up is kept
+        collector->processEndOfSession();
+    const RecordingReporter::Report session{-1, -1, HID, 6, {8450, 8475, 40, OVER, -1, 500, 99'900, 500}};
+    EXPECT_EQ((std::vector{session, session}), reporter.sessions);
+}
+
+TEST(FifoCollectorTest, TimesBeyondReasonWrap)
+{
+    constexpr TimeUnit EXTREMES[] = {INT64_MIN, INT64_MAX, 1, -1};
+    RecordingReporter reporter;
+    const auto collector = std::make_unique<FifoCollector>(&reporter, 0, HIGHEST, MOUSE);
+    TmStats stats;
+    for (const TimeUnit packet : EXTREMES)
+    {
+        for (const TimeUnit command : EXTREMES)
+        {
+            stats.inputTimeStats = {0, 0, packet, command};
+            stats.currentTime += US;
+            collector->update(stats);
+        }
+    }
+    collector->processPeriod();
+    ASSERT_EQ(1u, reporter.reports.size());
+    EXPECT_EQ(16u, reporter.reports[0].samples);
+}
+
+TEST(FifoCollectorTest, UpdateAllocatesNothing)
+{
+    const auto collector = std::make_unique<FifoCollector>(nullptr, 60'000, HIGHEST, MOUSE);
+    const int before = t_allocations;
+    ASSERT_GT(before, 0) << "allocations are not counted";
+    for (int i = 1; i < 1000; ++i)
+        collector->update(sample(i * 1000, i * 1000 + 5, i * 1000 + 20, i % 3, 2, i % TmStats::SRATES));
+    EXPECT_EQ(before, t_allocations);
+}
+
+// For ThreadSanitizer, and for samples that are lost or counted twice when the states are swapped.
+TEST(FifoCollectorTest, PeriodsEndWhileSamplesArrive)
+{
+    RecordingReporter reporter;
+    const auto collector = std::make_unique<FifoCollector>(&reporter, 0, HIGHEST, MOUSE);
+    std::atomic<bool> stop = false;
+    uint64_t samples = 0;
+    std::thread writer(
+        [&]
+        {
+            for (TimeUnit i = 1; !stop; ++i, ++samples)
+                collector->update(sample(i, i + 1, i + 30, 0, 1, i % TmStats::SRATES));
+        });
+    while (reporter.reports.size() < 2000)
+        collector->processPeriod();
+    stop = true;
+    writer.join();
+    collector->processPeriod();
+    collector->processEndOfSession();
+
+    uint64_t reported = 0;
+    for (const auto& report : reporter.reports)
+        reported += report.samples;
+    EXPECT_EQ(samples, reported);
+    EXPECT_EQ(samples, reporter.sessions.at(0).samples);
+}
+
+TEST(CollectorTest, PeriodsAreAlignedToTheStart)
+{
+    Collector collector(1000);
+    // A first call within the first period always answers the end of the second.
+    const auto start = collector.sendTime() - 2000ms;
+    struct Case
+    {
+        std::chrono::nanoseconds now;
+        std::chrono::milliseconds end;
+    };
+    const Case cases[] = {
+        {2000ms, 3000ms},             // on time
+        {3000ms, 4000ms},             //
+        {3001ms, 5000ms},             // woken early: one period is skipped
+        {4999ms, 6000ms},             //
+        {9000ms, 10'000ms},           // late: on to the next whole period
+        {11'999'999'999ns, 12'000ms}, //
+        {12'000ms, 13'000ms},         //
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(start + c.end, collector.sendTime(start + c.now)) << c.now.count();
+    EXPECT_EQ(13, collector.periodCountUpdated(start + 12'500ms));
+    EXPECT_GT(collector.timeOutRemaining(), 11'000);
+    EXPECT_LE(collector.timeOutRemaining(), 13'000) << "asking for the remaining time moves nothing";
+    EXPECT_GT(collector.timeOutAligned(), 13'000);
+
+    Collector always(0);
+    EXPECT_EQ(1, always.periodCountUpdated(start + 99h));
+    EXPECT_EQ(start + 5ms, always.sendTime(start + 5ms));
+    EXPECT_EQ(2, always.periodCountUpdated(start));
+}
+
+TEST(CollectorTest, WarnsOfPeriodsThatTookMoreThanFiveSeconds)
+{
+    fakestack::takeLog();
+    Collector::warnIfSlow(5s);
+    Collector::warnIfSlow(5s + 1ns);
+    Collector::warnIfSlow(61s + 7us);
+    // The tag is that of the first diagnostic object of the process, not of the unit that logs.
+    const std::vector<fakestack::LogLine> expected{
+        {ZUST_LL_WARNING, "TmReportingThread", "Collector::processPeriod(): processing took 5000000us"},
+        {ZUST_LL_WARNING, "TmReportingThread", "Collector::processPeriod(): processing took 61000007us"},
+    };
+    EXPECT_EQ(expected, fakestack::takeLog());
+}
+
+TEST(EventCollectorTest, ReportsOneEventPerPeriodAndDropsTheRest)
+{
+    struct : EventReporter
+    {
+        void reportRiEvent(const EventTimestamps& event) override { ids.push_back(event.riEventId); }
+        std::vector<uint32_t> ids;
+    } reporter;
+    EventCollector collector(&reporter, 1000);
+
+    collector.processPeriod();
+    for (const uint32_t id : {MOUSE_SCROLL, KEYBOARD_DOWN, TOUCH_UP, GAMEPAD_HAT})
+    {
+        collector.updateEventTimeStamps({id, 1, 2, 3, 4});
+        collector.updateEventTimeStamps({HID_INPUT_GENERIC, 1, 2, 3, 4});
+        collector.processPeriod();
+        collector.processPeriod();
+    }
+    EXPECT_EQ((std::vector<uint32_t>{MOUSE_SCROLL, KEYBOARD_DOWN, TOUCH_UP, GAMEPAD_HAT}), reporter.ids);
+}
