@@ -1,0 +1,83 @@
+#ifndef TESTS_SUPPORT_SERVER_H
+#define TESTS_SUPPORT_SERVER_H
+
+#include "StreamSdk/helpers/input/ZuInputStream.h"
+#include "StreamSdk/include/TelemetrySender.h"
+#include "devstack/zudev.h"
+
+#include <cstdint>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <vector>
+
+struct ServerLogLine
+{
+    ZustLogLevel level;
+    std::string tag;
+    std::string text;
+
+    bool operator==(const ServerLogLine&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const ServerLogLine& line);
+
+/// Plays the streaming server for tests of the finished library: loads it as a server does and feeds it events through
+/// the stand-in stack. Settings come from the environment, so set them before. The test's own thread.
+class Server
+{
+public:
+    /// Loads the library. Aborts the test program when that fails.
+    Server();
+    /// Closes the stream, destroys the handle, unloads.
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    ZustResult open(const TelemetrySender* telemetry = nullptr);
+    void close(); ///< stops delivery, destroys the handle
+    ZuisHandle handle() const { return m_handle; }
+    ZustStream stream() const { return m_stream; }
+
+    // Each delivers one event through the stack's event thread and returns at once.
+    void key(ZustKeyCode keyCode, bool down, uint16_t flags = 0, uint64_t captureUs = 0);
+    void tap(ZustKeyCode keyCode, uint16_t flags = 0);
+    void move(int dx, int dy, uint64_t captureUs = 0);
+    void moveTo(int x, int y, int width, int height, uint64_t captureUs = 0);
+    void button(ZustMouseButton button, bool down, uint64_t captureUs = 0);
+    void wheel(int step, uint64_t captureUs = 0);
+    void mouseSettings(uint32_t acceleration, uint32_t sensitivity);
+    void gamepad(const void* payload, uint16_t size);
+    void touch(const std::vector<ZustTouchPointLowLevel>& points);
+    void deliver(const ZustInputEvent& event);
+    void drain(); ///< waits until the event thread has handed over everything
+
+    /// All lines since the last call; with a tag only its lines, the others are kept.
+    std::vector<ServerLogLine> takeLog();
+    std::vector<ServerLogLine> takeLog(const std::string& tag);
+
+    // The exported functions.
+    decltype(&zuisCreateZustStream) createZustStream = nullptr;
+    decltype(&zuisDestroyHandle) destroyHandle = nullptr;
+    decltype(&zuisAllowMouseSettings) allowMouseSettings = nullptr;
+    decltype(&zuisBlockKeyCombination) blockKeyCombination = nullptr;
+    decltype(&zuisUnblockKeyCombination) unblockKeyCombination = nullptr;
+    decltype(&zuisUnblockAllKeyCombinations) unblockAllKeyCombinations = nullptr;
+    decltype(&zuisPause) pause = nullptr;
+    decltype(&zuisReset) reset = nullptr;
+    decltype(&zuisTouchEnable) touchEnable = nullptr;
+
+private:
+    static void logSink(void* data, ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text);
+
+    void* m_library = nullptr;
+    ZuisHandle m_handle = nullptr;
+    ZustStream m_stream = nullptr;
+    ZuisInputConfig m_config{};
+    std::mutex m_logMutex;
+    std::vector<ServerLogLine> m_log; // guarded by m_logMutex
+};
+
+/// Selects a backend by environment: "uinput", "xtest" or "container" (with an instance).
+void selectBackend(const std::string& backend, int instance = -1);
+
+#endif
