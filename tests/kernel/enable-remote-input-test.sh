@@ -1,0 +1,233 @@
+#!/bin/bash
+# Tests tools/linux/EnableRemoteInput.sh on a real kernel. Changes users, rules and modules, so it runs in the guest only:
+#   scripts/guest/guest run [--udev] -- tests/kernel/enable-remote-input-test.sh
+set -u
+
+source=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../tools/linux" && pwd)
+user=injector
+failures=0
+
+if [[ $EUID != 0 ]] || ! grep -qw zuis_guest /proc/cmdline; then
+    echo "enable-remote-input-test.sh changes the machine that it runs on: run it with scripts/guest/guest run" >&2
+    exit 1
+fi
+
+# Files of the machine keep its users' rights, which may shut another user out: work on copies. The directory is left as
+# root, lest a relative path hide something.
+dir=$(mktemp -d /run/enable-remote-input.XXXXXX)
+chmod 755 "$dir"
+cp "$source"/{EnableRemoteInput.sh,70-zuis-uinput.rules} "$dir/"
+chmod 755 "$dir/EnableRemoteInput.sh"
+cd /
+enable=$dir/EnableRemoteInput.sh
+
+# probe USER: becomes USER as a login does, makes a device and presses a key; the part that stayed root prints what a
+# reader of the device's node gets. Prints "refused" where the device cannot be made for want of rights.
+cat >"$dir/probe.c" <<'END'
+#include <errno.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <libevdev/libevdev-uinput.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static int inject(const char* user, int answers, int orders)
+{
+    const struct passwd* entry = getpwnam(user);
+    if (!entry || initgroups(user, entry->pw_gid) || setgid(entry->pw_gid) || setuid(entry->pw_uid))
+        return 2;
+    struct libevdev* description = libevdev_new();
+    libevdev_set_name(description, "injector's keyboard");
+    libevdev_enable_event_code(description, EV_KEY, KEY_A, NULL);
+    struct libevdev_uinput* device = NULL;
+    const int result = libevdev_uinput_create_from_device(description, LIBEVDEV_UINPUT_OPEN_MANAGED, &device);
+    if (result)
+    {
+        puts(result == -EACCES ? "refused" : strerror(-result));
+        return 3;
+    }
+    const char* node = libevdev_uinput_get_devnode(device);
+    char order;
+    if (write(answers, node, strlen(node) + 1) < 0 || read(orders, &order, 1) != 1)
+        return 2;
+    for (int value = 1; value >= 0; --value)
+    {
+        libevdev_uinput_write_event(device, EV_KEY, KEY_A, value);
+        libevdev_uinput_write_event(device, EV_SYN, SYN_REPORT, 0);
+    }
+    return read(orders, &order, 1) == 1 ? 0 : 2;
+}
+
+int main(int argc, char** argv)
+{
+    int answers[2], orders[2], status = 0;
+    char node[64] = "";
+    if (argc != 2 || pipe(answers) || pipe(orders))
+        return 2;
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        close(answers[0]);
+        close(orders[1]);
+        return inject(argv[1], answers[1], orders[0]);
+    }
+    close(answers[1]);
+    if (read(answers[0], node, sizeof node - 1) > 0)
+    {
+        const int reader = open(node, O_RDONLY);
+        struct libevdev* device = NULL;
+        struct input_event event;
+        if (libevdev_new_from_fd(reader, &device))
+            return 2;
+        printf("%s:", libevdev_get_name(device));
+        if (write(orders[1], "g", 1) != 1)
+            return 2;
+        for (int i = 0; i < 4 && libevdev_next_event(device, LIBEVDEV_READ_FLAG_BLOCKING, &event) >= 0; ++i)
+            printf(" %s %d", libevdev_event_code_get_name(event.type, event.code), event.value);
+        puts("");
+        if (write(orders[1], "e", 1) != 1)
+            return 2;
+    }
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 2;
+}
+END
+# shellcheck disable=SC2046
+gcc -o "$dir/probe" "$dir/probe.c" $(pkg-config --cflags --libs libevdev) || exit 1
+useradd "$user" || exit 1
+
+# expect WHAT WANTED GOT: a text; WANTED is a pattern.
+expect()
+{
+    # shellcheck disable=SC2053
+    if [[ $3 == $2 ]]; then
+        echo "ok: $1"
+    else
+        printf 'FAILED: %s\n  wanted: %s\n  got:    %s\n' "$1" "$2" "$3"
+        failures=$((failures + 1))
+    fi
+}
+
+# Output and exit status of a command, as "status:output".
+outcome()
+{
+    local text code
+    text=$("$@" 2>&1)
+    code=$?
+    echo "$code:$text"
+}
+
+# All that the script may touch.
+state()
+{
+    cat /etc/group /etc/gshadow
+    find /etc/udev /etc/modules-load.d -type f -exec md5sum {} + | sort
+    stat -c '%n %U:%G %a' /dev/uinput
+}
+
+asUser()
+{
+    setpriv --reuid "$user" --regid "$user" "$@"
+}
+
+startUdev()
+{
+    /lib/systemd/systemd-udevd --daemon 2>/dev/null && udevadm settle --timeout=120
+}
+
+stopUdev()
+{
+    udevadm control --exit
+    while pgrep -x systemd-udevd >/dev/null; do sleep 0.05; done
+    # Left behind by udevd, the socket would make it look alive.
+    rm -f /run/udev/control
+}
+
+cycle()
+{
+    local how=$1 before after
+    before=$(state)
+    expect "$how: refused before" "3:refused" "$(outcome "$dir/probe" "$user")"
+    expect "$how: --status tells so" "1:$user: no access*not installed*" \
+        "$(outcome asUser --clear-groups "$enable" --status)"
+    expect "$how: only root may enable" "1:*needs root*" "$(outcome asUser --clear-groups "$enable")"
+    expect "$how: an unknown user is refused" "1:*no user nobody-of-that-name*" \
+        "$(outcome "$enable" --user nobody-of-that-name)"
+    expect "$how: a dry run names every step" "0:*would make*would put $user*would *modules-load.d*would install*" \
+        "$(outcome "$enable" --user "$user" --dry-run)"
+    expect "$how: so far nothing has changed" "$before" "$(state)"
+
+    # As sudo calls it.
+    expect "$how: enable" "0:*" "$(outcome env SUDO_USER="$user" "$enable")"
+    expect "$how: the same user injects" "0:injector's keyboard: KEY_A 1 SYN_REPORT 0 KEY_A 0 SYN_REPORT 0" \
+        "$(outcome "$dir/probe" "$user")"
+    expect "$how: --status of a new login" "0:$user: has access*group zuis-uinput" \
+        "$(outcome asUser --init-groups "$enable" --status)"
+    expect "$how: --status of an old login" "1:$user: no access*log in anew" \
+        "$(outcome asUser --clear-groups "$enable" --status)"
+    expect "$how: --status of somebody else" "1:nobody: no access*not in the group*" \
+        "$(outcome "$enable" --status --user nobody)"
+    after=$(state)
+    expect "$how: a second run finds everything in place" "0:everything was in place already" \
+        "$(outcome "$enable" --user "$user")"
+    expect "$how: and changes nothing" "$after" "$(state)"
+    chown root:root /dev/uinput
+    expect "$how: a third run repairs the node" "0:set the rights*" "$(outcome "$enable" --user "$user")"
+    [[ $how != udev ]] || checkRule
+    expect "$how: a dry undo" "0:would remove*would take back*would remove the group*" \
+        "$(outcome "$enable" --undo --dry-run)"
+    expect "$how: leaves everything as it is" "$after" "$(state)"
+
+    expect "$how: undo" "0:*" "$(outcome "$enable" --undo)"
+    expect "$how: refused again" "3:refused" "$(outcome "$dir/probe" "$user")"
+    expect "$how: everything is as before" "$before" "$(state)"
+    expect "$how: a second undo has nothing to do" "0:nothing was in place" "$(outcome "$enable" --undo)"
+}
+
+# The rule by itself, without the script's help: at the start of udevd, when the device appears, and for the seat.
+checkRule()
+{
+    local close="chown root:root /dev/uinput; chmod 600 /dev/uinput" rights="root:zuis-uinput 660"
+    eval "$close"
+    stopUdev
+    startUdev
+    expect "udev: the node has its rights from the start" "$rights" "$(stat -c '%U:%G %a' /dev/uinput)"
+    rmmod uinput
+    modprobe uinput
+    udevadm settle --timeout=120
+    expect "udev: and when the module is loaded" "$rights" "$(stat -c '%U:%G %a' /dev/uinput)"
+    expect "udev: and its tag is seen by the seat's rules" "*run: 'uaccess'*" \
+        "$(udevadm test --action=add /sys/class/misc/uinput 2>&1)"
+}
+
+# The seat's rules come with systemd, which a machine without it does not have: then a rule like the one that counts.
+[[ -e /lib/udev/rules.d/73-seat-late.rules ]] ||
+    echo 'TAG=="uaccess", ENV{MAJOR}!="", RUN{builtin}+="uaccess"' >/lib/udev/rules.d/73-seat-late.rules
+
+hadUdev=no
+if pgrep -x systemd-udevd >/dev/null; then
+    hadUdev=yes
+    stopUdev
+fi
+cycle "no udev"
+
+rmmod uinput
+expect "no module: --status tells so" "1:$user: no access, there is no /dev/uinput*" \
+    "$(outcome asUser --clear-groups "$enable" --status)"
+expect "no module: it is loaded" "0:*load the module uinput*" "$(outcome "$enable" --user "$user")"
+expect "no module: the user injects" "0:*KEY_A 1*" "$(outcome "$dir/probe" "$user")"
+"$enable" --undo >/dev/null
+
+startUdev
+cycle "udev"
+[[ $hadUdev == yes ]] || stopUdev
+
+userdel "$user"
+if ((failures)); then
+    echo "$failures checks failed"
+    exit 1
+fi
+echo "all checks passed"
