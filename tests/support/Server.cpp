@@ -47,7 +47,10 @@ Server::~Server()
 ZustResult Server::open(const TelemetrySender* telemetry)
 {
     m_config.telemetrySender = telemetry;
-    return createZustStream(&m_stream, &m_handle, &m_config);
+    const ZustResult result = createZustStream(&m_stream, &m_handle, &m_config);
+    if (result == ZUST_R_SUCCESS)
+        zudevRaiseStreamEvent(m_stream, {ZUST_SC_STREAM_CONNECTED, ZUST_EVENT_DETAIL_FIRST});
+    return result;
 }
 
 void Server::close()
