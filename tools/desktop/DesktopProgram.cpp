@@ -1,0 +1,237 @@
+#include "tools/desktop/DesktopProgram.h"
+
+#include "tools/desktop/DesktopModel.h"
+#include "tools/desktop/DesktopPainter.h"
+#include "tools/desktop/DesktopRecorder.h"
+#include "tools/desktop/DesktopScreen.h"
+#include "tools/desktop/DesktopWindow.h"
+#include "tools/desktop/MonotonicClock.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr std::int64_t SECOND = 1'000'000'000;
+constexpr std::int64_t FOCUS_INTERVAL = SECOND / 20;
+constexpr std::int64_t START_LIMIT = 10 * SECOND;
+
+class FileDescriptor
+{
+public:
+    explicit FileDescriptor(int descriptor)
+        : m_descriptor(descriptor)
+    {
+        if (descriptor < 0)
+        {
+            throw std::system_error(errno, std::generic_category(), "no file descriptor");
+        }
+    }
+    ~FileDescriptor() { close(m_descriptor); }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
+FileDescriptor catchSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
+    {
+        sigaddset(&signals, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN); // whoever reads "ready" may be gone
+    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+class Program
+{
+public:
+    explicit Program(const DesktopOptions& options)
+        : m_options(options)
+        , m_signals(catchSignals())
+    {
+        if (!m_options.readyFile.empty())
+        {
+            unlink(m_options.readyFile.c_str()); // one that is left over would deceive who waits for it
+        }
+        if (!m_options.record.empty())
+        {
+            m_recorder.emplace(m_options.record);
+        }
+        m_window.emplace(
+            m_options, [this](const SeenEvent& event) { onEvent(event); },
+            [this](unsigned keycode) { return m_model.isKeyHeld(keycode); });
+        if (m_recorder)
+        {
+            m_recorder->start(monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
+                              DesktopPainter::canvas(m_window->geometry()));
+        }
+        m_screen.emplace(m_window->displayName(), static_cast<std::uint32_t>(m_window->id()), m_options.title,
+                         m_options.png);
+        m_window->start();
+    }
+
+    int run()
+    {
+        const std::int64_t started = monotonicNanoseconds();
+        std::string reason;
+        while (reason.empty())
+        {
+            waitForWork();
+            m_window->readEvents();
+            m_window->tendFocus();
+            if (m_window->takeExposed())
+            {
+                m_screen->redraw();
+            }
+            if (!m_readySince && m_window->isReady())
+            {
+                tellReady();
+            }
+            reason = readSignals();
+            const std::int64_t now = monotonicNanoseconds();
+            if (m_window->isGone())
+            {
+                reason = "server-gone";
+            }
+            else if (m_window->closeAsked())
+            {
+                reason = "closed";
+            }
+            else if (m_readySince && m_options.exitAfter
+                     && static_cast<double>(now - *m_readySince) >= *m_options.exitAfter * static_cast<double>(SECOND))
+            {
+                reason = "exit-after";
+            }
+            else if (!m_readySince && reason.empty() && now - started > START_LIMIT)
+            {
+                reason = "no-focus";
+            }
+        }
+        return finish(reason);
+    }
+
+private:
+    void onEvent(const SeenEvent& event)
+    {
+        if (m_recorder)
+        {
+            m_recorder->event(event);
+        }
+        m_model.apply(event);
+        m_screen->post(event);
+    }
+
+    void waitForWork()
+    {
+        // Short while the focus is being asked for, or while a time limit runs out.
+        std::int64_t wait = m_window->isReady() ? SECOND : FOCUS_INTERVAL;
+        if (m_readySince && m_options.exitAfter)
+        {
+            const double left = *m_options.exitAfter * static_cast<double>(SECOND)
+                                - static_cast<double>(monotonicNanoseconds() - *m_readySince);
+            wait = std::clamp(static_cast<std::int64_t>(std::min(left, 1e9)), std::int64_t{0}, wait);
+        }
+        std::array<pollfd, 2> sources{{{m_window->connection(), POLLIN, 0}, {m_signals.get(), POLLIN, 0}}};
+        const timespec limit{static_cast<time_t>(wait / SECOND), static_cast<long>(wait % SECOND)};
+        ppoll(sources.data(), sources.size(), &limit, nullptr);
+    }
+
+    /// Why to end, if a signal asked for it; else empty.
+    std::string readSignals()
+    {
+        std::string reason;
+        signalfd_siginfo info{};
+        while (read(m_signals.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info))
+        {
+            if (info.ssi_signo != SIGUSR1)
+            {
+                reason = "signal";
+            }
+            else if (!m_options.png.empty())
+            {
+                m_screen->savePng();
+            }
+        }
+        return reason;
+    }
+
+    void tellReady()
+    {
+        m_readySince = monotonicNanoseconds();
+        if (m_options.readyFile.empty())
+        {
+            fmt::print("ready\n");
+            std::fflush(stdout);
+            return;
+        }
+        const FileDescriptor file(open(m_options.readyFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    }
+
+    int finish(const std::string& reason)
+    {
+        m_window->drain(); // what the server has sent by now belongs to the record
+        m_screen.reset();
+        if (m_recorder)
+        {
+            m_recorder->end(monotonicNanoseconds(), m_model, reason);
+        }
+        if (!m_options.png.empty())
+        {
+            DesktopPainter::writePng(m_options.png, m_model, m_options.title);
+        }
+        if (reason == "no-focus")
+        {
+            throw std::runtime_error("the window did not get the focus within 10 s");
+        }
+        if (m_window->isGone())
+        {
+            fmt::print(stderr, "zuis-desktop: the X server went away\n");
+            return exit_code::SERVER_GONE;
+        }
+        return m_recorder && !m_recorder->good() ? exit_code::FAILED : exit_code::DONE;
+    }
+
+    const DesktopOptions& m_options;
+    FileDescriptor m_signals;
+    DesktopModel m_model;
+    std::optional<DesktopRecorder> m_recorder;
+    std::optional<DesktopWindow> m_window;
+    std::optional<DesktopScreen> m_screen;
+    std::optional<std::int64_t> m_readySince;
+};
+} // namespace
+
+int runDesktop(const DesktopOptions& options) noexcept
+{
+    try
+    {
+        return Program(options).run();
+    }
+    catch (const std::exception& error)
+    {
+        fmt::print(stderr, "zuis-desktop: {}\n", error.what());
+        return exit_code::FAILED;
+    }
+}

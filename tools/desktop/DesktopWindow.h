@@ -1,0 +1,119 @@
+#pragma once
+
+#include "tools/desktop/DesktopOptions.h"
+#include "tools/desktop/SeenEvent.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XInput2.h>
+
+/// The desktop's window: opens it, keeps the focus, and turns what the X server sends into SeenEvents. Keys come from
+/// the core protocol (which input methods understand), pointer and touch from XInput 2. Draws nothing. Belongs to one
+/// thread.
+class DesktopWindow
+{
+public:
+    using Sink = std::function<void(const SeenEvent&)>;
+    /// Tells whether a key is held by what was seen so far.
+    using IsKeyHeld = std::function<bool(unsigned keycode)>;
+
+    /// Connects to $DISPLAY, creates and maps the window. Throws std::runtime_error when the display, XInput 2.2 or the
+    /// input method cannot be had. Nothing reaches `sink` before `start`.
+    DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld);
+    /// Restores the server's auto-repeat where it was switched off.
+    ~DesktopWindow();
+    DesktopWindow(const DesktopWindow&) = delete;
+    DesktopWindow& operator=(const DesktopWindow&) = delete;
+
+    /// Hands the first facts (place of the window, position of the pointer) to the sink.
+    void start();
+
+    /// File descriptor to poll for input.
+    int connection() const { return ConnectionNumber(m_display.get()); }
+    /// Reads everything that has come, without waiting.
+    void readEvents();
+    /// Reads everything that the server has to say up to now: one round trip.
+    void drain();
+    /// Asks for the focus if it should be here and is not. To be called every now and then (tens of milliseconds).
+    void tendFocus();
+
+    /// Mapped, focused, and all events selected.
+    bool isReady() const { return m_mapped && m_focused; }
+    /// The connection to the server is lost; nothing more will come.
+    bool isGone() const { return m_gone; }
+    /// True once after the server asked for the window's contents.
+    bool takeExposed();
+    /// The window manager asked to close the window.
+    bool closeAsked() const { return m_closeAsked; }
+
+    SeenGeometry geometry() const { return m_geometry; }
+    SeenGeometry screen() const;
+    unsigned long id() const { return m_window; }
+    /// Name of the display, as for opening another connection to it.
+    std::string displayName() const { return DisplayString(m_display.get()); }
+
+private:
+    struct CloseDisplay
+    {
+        void operator()(Display* display) const { XCloseDisplay(display); }
+    };
+    struct CloseInputMethod
+    {
+        void operator()(XIM method) const { XCloseIM(method); }
+    };
+    struct DestroyInputContext
+    {
+        void operator()(XIC context) const { XDestroyIC(context); }
+    };
+    using DisplayOwner = std::unique_ptr<Display, CloseDisplay>;
+    using InputMethodOwner = std::unique_ptr<std::remove_pointer_t<XIM>, CloseInputMethod>;
+    using InputContextOwner = std::unique_ptr<std::remove_pointer_t<XIC>, DestroyInputContext>;
+
+    void queryExtensions();
+    void createWindow();
+    void openInputMethod();
+    void selectInput();
+    void switchAutorepeatOff();
+    void takeFocus();
+    void handle(XEvent& event);
+    void onKeyPress(XKeyEvent& event, bool filtered);
+    void onKeyRelease(XKeyEvent& event);
+    void onFocus(const XFocusChangeEvent& event);
+    void onConfigure(const XConfigureEvent& event);
+    void onExtension(XGenericEventCookie& cookie);
+    void onDeviceEvent(const XIDeviceEvent& event);
+    void onRawMotion(const XIRawEvent& event);
+    std::string lookUpText(XKeyEvent& event);
+    std::string_view deviceName(int device);
+    void emit(Time time, SeenBody body);
+
+    DesktopOptions m_options;
+    Sink m_sink;
+    IsKeyHeld m_isKeyHeld;
+    DisplayOwner m_display;
+    InputMethodOwner m_inputMethod;
+    InputContextOwner m_inputContext;
+    int m_screen = 0;
+    int m_inputOpcode = 0;
+    Window m_root = 0;
+    Window m_window = 0;
+    Atom m_deleteWindow = 0;
+    SeenGeometry m_geometry;
+    bool m_restoreAutorepeat = false;
+    bool m_mapped = false;
+    bool m_focused = false;
+    bool m_wasFocused = false;
+    bool m_exposed = false;
+    bool m_closeAsked = false;
+    bool m_gone = false;
+    std::int64_t m_now = 0;                             ///< when the event in hand was read, ns
+    std::map<int, std::string_view> m_deviceNames;      ///< forgotten when devices come or go
+    std::set<std::string, std::less<>> m_namesEverSeen; ///< what the views point to
+};
