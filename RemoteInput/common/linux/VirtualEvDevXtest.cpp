@@ -30,6 +30,8 @@ constexpr unsigned int X_KEY_OFFSET = 8; // X key codes begin at 8
 constexpr unsigned int WHEEL_UP_BUTTON = 4;
 constexpr unsigned int WHEEL_DOWN_BUTTON = 5;
 
+constexpr char QUERY_EXTENSION[] = "XTestQueryExtension";
+
 template <typename Function>
 Function* findFunction(const char* name)
 {
@@ -46,6 +48,17 @@ Function* requireFunction(const char* name)
         throw std::runtime_error(std::string("Failed to load ") + name);
     }
     return function;
+}
+
+// An extension that is first used after the server has gone is taken for present, from an answer that never came, and
+// closing the display then ends in freed memory (libXext 1.3.4). So a device uses it once while the server is there.
+void useExtension(Display* display)
+{
+    const auto query =
+        reinterpret_cast<QueryExtension*>(XLibLoader::instance().getKnownFunction(XTEST_LIBRARY, QUERY_EXTENSION));
+    int ignored[4] = {};
+    if (display && query)
+        query(display, &ignored[0], &ignored[1], &ignored[2], &ignored[3]);
 }
 
 uint64_t steadyMilliseconds()
@@ -71,7 +84,7 @@ bool VirtualEvDevXtest::create()
     if (!display)
         throw std::runtime_error("Failed to open X11 display");
 
-    if (const auto query = findFunction<QueryExtension>("XTestQueryExtension"))
+    if (const auto query = findFunction<QueryExtension>(QUERY_EXTENSION))
     {
         int eventBase = 0;
         int errorBase = 0;
@@ -103,6 +116,7 @@ int VirtualEvDevUinputXtest::create(const VirtualEvDevXtest& builder, int)
     state->XTestFakeRelativeMotionEvent = requireFunction<FakeRelativeMotionEvent>("XTestFakeRelativeMotionEvent");
     state->XTestFakeButtonEvent = requireFunction<FakeButtonEvent>("XTestFakeButtonEvent");
     state->XTestFakeKeyEvent = requireFunction<FakeKeyEvent>("XTestFakeKeyEvent");
+    useExtension(state->display.get());
     m_state = std::move(state);
 
     builder.copyData(m_evData);

@@ -30,3 +30,13 @@ void* XLibLoader::getFunction(const std::wstring& library, const std::string& fu
     void* const found = KtGetFunctionPointerFromLibrary(entry.m_library, function.c_str());
     return entry.m_functions.try_emplace(function, found).first->second;
 }
+
+void* XLibLoader::getKnownFunction(const std::wstring& library, const std::string& function)
+{
+    std::lock_guard lock(m_mutex);
+    const auto entry = m_loadedLibraries.find(library);
+    if (entry == m_loadedLibraries.end())
+        return nullptr;
+    const auto found = entry->second.m_functions.find(function);
+    return found == entry->second.m_functions.end() ? nullptr : found->second;
+}

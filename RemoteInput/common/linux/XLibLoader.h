@@ -24,6 +24,9 @@ public:
     /// \return null when the library or the function cannot be had
     void* getFunction(const std::wstring& library, const std::string& function);
 
+    /// What getFunction answered before; the loader is not asked. \return null when it found nothing or was not called
+    void* getKnownFunction(const std::wstring& library, const std::string& function);
+
 private:
     using LibraryFunctions = std::unordered_map<std::string, void*>;
 
