@@ -1,0 +1,184 @@
+#ifndef TESTS_RESPONDERS_EVENTS_H
+#define TESTS_RESPONDERS_EVENTS_H
+
+#include "RemoteInput/common/Timeline.h"
+#include "StreamSdk/include/TelemetrySender.h"
+#include "StreamSdk/include/ZuStreamInput.h"
+#include "tests/support/FakeLibevdev.h"
+#include "tests/support/FakeStack.h"
+
+#include <cstdlib>
+#include <mutex>
+#include <ostream>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+// What goes in and what comes out, for tests of responders.
+
+using Events = std::vector<fakelibevdev::Event>;
+using Lines = std::vector<fakestack::LogLine>;
+
+inline constexpr fakelibevdev::Event SYN{EV_SYN, SYN_REPORT, 0};
+
+/// One event of a device, or one of those that end a report.
+inline fakelibevdev::Event key(unsigned int code, int value)
+{
+    return {EV_KEY, code, value};
+}
+inline fakelibevdev::Event rel(unsigned int code, int value)
+{
+    return {EV_REL, code, value};
+}
+inline fakelibevdev::Event abs(unsigned int code, int value)
+{
+    return {EV_ABS, code, value};
+}
+
+/// All lines since the last call but those of the settings chain.
+inline Lines takeLines()
+{
+    static const std::set<std::string> SETTINGS{"SettingsManager", "SettingsStorage", "ConfigFileStorage",
+                                                "EnvironmentStorage"};
+    Lines lines = fakestack::takeLog();
+    std::erase_if(lines, [](const fakestack::LogLine& line) { return SETTINGS.count(line.tag) != 0; });
+    return lines;
+}
+
+/// The lines of a responder whose device could not be made.
+struct RefusedDevice
+{
+    int result; ///< of libevdev
+    const char* text;
+};
+inline constexpr RefusedDevice REFUSED_DEVICES[]{
+    {-EACCES, "Couldn't create a new uinput device, errno: 13 Permission denied, "},
+    {-ENOENT, "Couldn't create a new uinput device, errno: 2 No such file or directory, "},
+};
+
+inline ZustInputEvent keyEvent(ZustKeyCode keyCode, ZustKeyState state, uint16_t flags = 0, uint64_t captured = 0)
+{
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_KEYBOARD;
+    event.event.keyboardEvent = {keyCode, 0, flags, state, captured};
+    return event;
+}
+
+struct Mouse
+{
+    ZustMouseEventType type = ZUST_ME_MOUSE_MOVE;
+    uint16_t flags = 0;
+    int16_t x = 0;
+    int16_t y = 0;
+    int16_t data1 = 0;
+    int16_t data2 = 0;
+    int16_t vWheel = 0;
+    int16_t hWheel = 0;
+    uint64_t captured = 1;
+};
+
+inline ZustInputEvent mouseEvent(const Mouse& mouse)
+{
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_MOUSE;
+    event.event.mouseEvent = {mouse.type,  mouse.flags, mouse.x,      mouse.y,      mouse.data1,
+                              mouse.data2, 0,           mouse.vWheel, mouse.hWheel, mouse.captured};
+    return event;
+}
+
+inline ZustInputEvent settingsEvent(uint32_t sensitivity, uint32_t acceleration)
+{
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_MOUSE_SETTINGS;
+    event.event.mouseSettingsEvent = {acceleration, sensitivity};
+    return event;
+}
+
+inline ZustInputEvent touchEvent(const std::vector<ZustTouchPointLowLevel>& points)
+{
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_TOUCH_LOWLEVEL;
+    event.event.touchLowLevelEvent = {static_cast<uint16_t>(points.size()), points.data()};
+    return event;
+}
+
+inline ZustInputEvent usbEvent(const std::vector<uint8_t>& payload)
+{
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_GAMEPAD_USB_PAYLOAD;
+    event.event.gamepadUsbPayloadEvent = {static_cast<uint16_t>(payload.size()), payload.data()};
+    return event;
+}
+
+struct RiRecord
+{
+    unsigned int id;
+    long captured;
+    long sent;
+    long received;
+    long injected;
+
+    bool operator==(const RiRecord&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const RiRecord& record)
+{
+    return out << std::hex << "{0x" << record.id << std::dec << ", " << record.captured << ", " << record.sent << ", "
+               << record.received << ", " << record.injected << "}";
+}
+
+struct PercentilesRecord
+{
+    std::string action;
+    uint32_t start;
+    uint32_t duration;
+    int64_t samples;
+    std::vector<std::pair<double, double>> percentiles;
+
+    bool operator==(const PercentilesRecord&) const = default;
+};
+
+/// Keeps what it is sent. Any thread.
+class RecordingSender : public TelemetrySenderNull
+{
+public:
+    bool PostKtPercentilesEvent(const KtPercentileData& data) const override
+    {
+        std::lock_guard lock(m_mutex);
+        m_percentiles.push_back(
+            {data.action, data.windowStartSeconds, data.windowDurationSeconds, data.sampleCount, data.percentiles});
+        return true;
+    }
+
+    void ReportRiEvent(unsigned int id, long captured, long sent, long received, long injected) const override
+    {
+        std::lock_guard lock(m_mutex);
+        m_records.push_back({id, captured, sent, received, injected});
+    }
+
+    size_t count() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_records.size();
+    }
+
+    std::vector<RiRecord> takeRecords()
+    {
+        std::lock_guard lock(m_mutex);
+        return std::exchange(m_records, {});
+    }
+
+    std::vector<PercentilesRecord> takePercentiles()
+    {
+        std::lock_guard lock(m_mutex);
+        return std::exchange(m_percentiles, {});
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    mutable std::vector<RiRecord> m_records;
+    mutable std::vector<PercentilesRecord> m_percentiles;
+};
+
+#endif
