@@ -2,6 +2,7 @@
 # Tests tools/linux/EnableRemoteInput.sh on a real kernel. Changes users, rules and modules, so it runs in the guest only:
 #   scripts/guest/guest run [--udev] -- tests/kernel/enable-remote-input-test.sh
 set -u
+export LC_ALL=C
 
 source=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../tools/linux" && pwd)
 user=injector
@@ -128,9 +129,22 @@ state()
     stat -c '%n %U:%G %a' /dev/uinput
 }
 
+# unchanged WHAT STATE: is it still as in STATE?
+unchanged()
+{
+    local now
+    now=$(state)
+    expect "$1" "" "$(diff <(echo "$2") <(echo "$now"))"
+}
+
 asUser()
 {
     setpriv --reuid "$user" --regid "$user" "$@"
+}
+
+udevRuns()
+{
+    pgrep -x systemd-udevd >/dev/null
 }
 
 startUdev()
@@ -141,66 +155,81 @@ startUdev()
 stopUdev()
 {
     udevadm control --exit
-    while pgrep -x systemd-udevd >/dev/null; do sleep 0.05; done
+    while udevRuns; do sleep 0.05; done
     # Left behind by udevd, the socket would make it look alive.
     rm -f /run/udev/control
 }
 
-cycle()
+readonly refused="3:refused" injected="0:injector's keyboard: KEY_A 1 SYN_REPORT 0 KEY_A 0 SYN_REPORT 0"
+readonly opened="root:zuis-uinput 660"
+
+# Nobody but the script itself sets the node's rights here, and loads the module.
+withoutUdev()
 {
-    local how=$1 before after
+    local before
     before=$(state)
-    expect "$how: refused before" "3:refused" "$(outcome "$dir/probe" "$user")"
-    expect "$how: --status tells so" "1:$user: no access*not installed*" \
+    rmmod uinput
+    expect "no module: --status tells so" "1:$user: no access, there is no /dev/uinput*not loaded*" \
         "$(outcome asUser --clear-groups "$enable" --status)"
-    expect "$how: only root may enable" "1:*needs root*" "$(outcome asUser --clear-groups "$enable")"
-    expect "$how: an unknown user is refused" "1:*no user nobody-of-that-name*" \
-        "$(outcome "$enable" --user nobody-of-that-name)"
-    expect "$how: a dry run names every step" "0:*would make*would put $user*would *modules-load.d*would install*" \
-        "$(outcome "$enable" --user "$user" --dry-run)"
-    expect "$how: so far nothing has changed" "$before" "$(state)"
-
-    # As sudo calls it.
-    expect "$how: enable" "0:*" "$(outcome env SUDO_USER="$user" "$enable")"
-    expect "$how: the same user injects" "0:injector's keyboard: KEY_A 1 SYN_REPORT 0 KEY_A 0 SYN_REPORT 0" \
-        "$(outcome "$dir/probe" "$user")"
-    expect "$how: --status of a new login" "0:$user: has access*group zuis-uinput" \
-        "$(outcome asUser --init-groups "$enable" --status)"
-    expect "$how: --status of an old login" "1:$user: no access*log in anew" \
-        "$(outcome asUser --clear-groups "$enable" --status)"
-    expect "$how: --status of somebody else" "1:nobody: no access*not in the group*" \
-        "$(outcome "$enable" --status --user nobody)"
-    after=$(state)
-    expect "$how: a second run finds everything in place" "0:everything was in place already" \
-        "$(outcome "$enable" --user "$user")"
-    expect "$how: and changes nothing" "$after" "$(state)"
-    chown root:root /dev/uinput
-    expect "$how: a third run repairs the node" "0:set the rights*" "$(outcome "$enable" --user "$user")"
-    [[ $how != udev ]] || checkRule
-    expect "$how: a dry undo" "0:would remove*would take back*would remove the group*" \
-        "$(outcome "$enable" --undo --dry-run)"
-    expect "$how: leaves everything as it is" "$after" "$(state)"
-
-    expect "$how: undo" "0:*" "$(outcome "$enable" --undo)"
-    expect "$how: refused again" "3:refused" "$(outcome "$dir/probe" "$user")"
-    expect "$how: everything is as before" "$before" "$(state)"
-    expect "$how: a second undo has nothing to do" "0:nothing was in place" "$(outcome "$enable" --undo)"
+    expect "no module, no udev: enable" "0:*load the module uinput*" "$(outcome "$enable" --user "$user")"
+    expect "no udev: the user injects" "$injected" "$(outcome "$dir/probe" "$user")"
+    expect "no udev: undo" "0:*" "$(outcome "$enable" --undo)"
+    expect "no udev: refused again" "$refused" "$(outcome "$dir/probe" "$user")"
+    unchanged "no udev: everything is as before" "$before"
 }
 
 # The rule by itself, without the script's help: at the start of udevd, when the device appears, and for the seat.
 checkRule()
 {
-    local close="chown root:root /dev/uinput; chmod 600 /dev/uinput" rights="root:zuis-uinput 660"
-    eval "$close"
+    chown root:root /dev/uinput
     stopUdev
     startUdev
-    expect "udev: the node has its rights from the start" "$rights" "$(stat -c '%U:%G %a' /dev/uinput)"
+    expect "the rule: the node has its rights from the start" "$opened" "$(stat -c '%U:%G %a' /dev/uinput)"
     rmmod uinput
     modprobe uinput
     udevadm settle --timeout=120
-    expect "udev: and when the module is loaded" "$rights" "$(stat -c '%U:%G %a' /dev/uinput)"
-    expect "udev: and its tag is seen by the seat's rules" "*run: 'uaccess'*" \
+    expect "the rule: and when the module is loaded" "$opened" "$(stat -c '%U:%G %a' /dev/uinput)"
+    expect "the rule: and its tag is seen by the seat's rules" "*run: 'uaccess'*" \
         "$(udevadm test --action=add /sys/class/misc/uinput 2>&1)"
+}
+
+withUdev()
+{
+    local before after
+    before=$(state)
+    expect "refused before" "$refused" "$(outcome "$dir/probe" "$user")"
+    expect "--status tells so" "1:$user: no access*not installed*" "$(outcome asUser --clear-groups "$enable" --status)"
+    expect "only root may enable" "1:*needs root*" "$(outcome asUser --clear-groups "$enable")"
+    expect "an unknown user is refused" "1:*no user nobody-of-that-name*" \
+        "$(outcome "$enable" --user nobody-of-that-name)"
+    expect "a dry run names every step" "0:*would make*would put $user*would *modules-load.d*would install*" \
+        "$(outcome "$enable" --user "$user" --dry-run)"
+    unchanged "so far nothing has changed" "$before"
+
+    # As sudo calls it.
+    expect "enable" "0:*" "$(outcome env SUDO_USER="$user" "$enable")"
+    expect "the same user injects" "$injected" "$(outcome "$dir/probe" "$user")"
+    expect "--status of a new login" "0:$user: has access*group zuis-uinput" \
+        "$(outcome asUser --init-groups "$enable" --status)"
+    expect "--status of an old login" "1:$user: no access*log in anew" \
+        "$(outcome asUser --clear-groups "$enable" --status)"
+    expect "--status of somebody else" "1:nobody: no access*not in the group*" \
+        "$(outcome "$enable" --status --user nobody)"
+    after=$(state)
+    expect "a second run finds everything in place" "0:everything was in place already" \
+        "$(outcome "$enable" --user "$user")"
+    unchanged "and changes nothing" "$after"
+    chown root:root /dev/uinput
+    expect "a third run repairs the node" "0:set the rights*" "$(outcome "$enable" --user "$user")"
+    checkRule
+    expect "a dry undo names every step" "0:would remove*would take back*would remove the group*" \
+        "$(outcome "$enable" --undo --dry-run)"
+    unchanged "and leaves everything as it is" "$after"
+
+    expect "undo" "0:*" "$(outcome "$enable" --undo)"
+    expect "refused again" "$refused" "$(outcome "$dir/probe" "$user")"
+    unchanged "everything is as before" "$before"
+    expect "a second undo has nothing to do" "0:nothing was in place" "$(outcome "$enable" --undo)"
 }
 
 # The seat's rules come with systemd, which a machine without it does not have: then a rule like the one that counts.
@@ -208,21 +237,13 @@ checkRule()
     echo 'TAG=="uaccess", ENV{MAJOR}!="", RUN{builtin}+="uaccess"' >/lib/udev/rules.d/73-seat-late.rules
 
 hadUdev=no
-if pgrep -x systemd-udevd >/dev/null; then
+if udevRuns; then
     hadUdev=yes
     stopUdev
 fi
-cycle "no udev"
-
-rmmod uinput
-expect "no module: --status tells so" "1:$user: no access, there is no /dev/uinput*" \
-    "$(outcome asUser --clear-groups "$enable" --status)"
-expect "no module: it is loaded" "0:*load the module uinput*" "$(outcome "$enable" --user "$user")"
-expect "no module: the user injects" "0:*KEY_A 1*" "$(outcome "$dir/probe" "$user")"
-"$enable" --undo >/dev/null
-
+withoutUdev
 startUdev
-cycle "udev"
+withUdev
 [[ $hadUdev == yes ]] || stopUdev
 
 userdel "$user"

@@ -5,7 +5,10 @@ set -u
 group=zuis-uinput
 node=/dev/uinput
 ruleName=70-zuis-uinput.rules
-ruleSource=$(dirname -- "$0")/$ruleName
+case $0 in
+    */*) ruleSource=${0%/*}/$ruleName ;;
+    *) ruleSource=./$ruleName ;;
+esac
 ruleFile=/etc/udev/rules.d/$ruleName
 moduleFile=/etc/modules-load.d/zuis-uinput.conf
 
@@ -13,6 +16,8 @@ dryRun=no
 failed=no
 changed=no
 PATH=$PATH:/usr/sbin:/sbin
+export LC_ALL=C
+caller=$(id -u)
 
 usage()
 {
@@ -200,10 +205,12 @@ undo()
     fi
 }
 
-# canWrite USER: can that user open the node? The calling user with the groups of this session, others as after a login.
+# The rest is about one user and its number. The calling user counts with the groups of this session, others as after a
+# login.
+
 canWrite()
 {
-    if [ "$(id -u)" = "$(id -u -- "$1")" ]; then
+    if [ "$caller" = "$2" ]; then
         [ -w $node ]
     else
         runuser -u "$1" -- test -w $node
@@ -212,14 +219,15 @@ canWrite()
 
 explainRefusal()
 {
-    say "  its rights are $(nodeState)"
+    rights=$(nodeState)
+    say "  its rights are $rights"
     if [ ! -e $ruleFile ]; then
         say "  the rule $ruleFile is not installed: run this script as root"
-    elif [ "$(nodeState)" != "root:$group 660" ]; then
+    elif [ "$rights" != "root:$group 660" ]; then
         say "  the rule is installed but was not applied: run this script as root again"
     elif ! isMember "$1"; then
         say "  $1 is not in the group $group: run this script as root with --user $1"
-    elif [ "$(id -u)" = "$(id -u -- "$1")" ] && ! id -nG | tr ' ' '\n' | grep -qx $group; then
+    elif [ "$caller" = "$2" ] && ! id -nG | tr ' ' '\n' | grep -qx $group; then
         say "  $1 is in the group $group, but logged in before that: log in anew"
     else
         say "  this is not a matter of the file's rights: a security module or a container may forbid it"
@@ -228,23 +236,22 @@ explainRefusal()
 
 explainAccess()
 {
-    if [ "$(id -u -- "$1")" = 0 ]; then
+    rights=$(nodeState)
+    if [ "$2" = 0 ]; then
         say "  it is root"
-    elif isMember "$1" && [ "$(nodeState)" = "root:$group 660" ]; then
+    elif [ "$rights" = "root:$group 660" ] && isMember "$1"; then
         say "  through the group $group"
     else
-        say "  through the node's rights ($(nodeState)) or the seat at which it is logged in"
+        say "  through the node's rights ($rights) or the seat at which it is logged in"
     fi
 }
 
 status()
 {
-    user=$1
-    id -u -- "$user" >/dev/null 2>&1 || die 1 "there is no user $user."
-    [ "$(id -u)" = 0 ] || [ "$(id -u)" = "$(id -u -- "$user")" ] ||
-        die 1 "only root can tell for another user than the calling one."
+    number=$(id -u -- "$1" 2>/dev/null) || die 1 "there is no user $1."
+    [ "$caller" = 0 ] || [ "$caller" = "$number" ] || die 1 "only root can tell for another user than the calling one."
     if [ ! -c $node ]; then
-        say "$user: no access, there is no $node"
+        say "$1: no access, there is no $node"
         if deviceExists; then
             say "  the module is loaded, but nobody made the node: is this a container that does not have the device?"
         else
@@ -252,13 +259,13 @@ status()
         fi
         return 1
     fi
-    if canWrite "$user"; then
-        say "$user: has access to $node"
-        explainAccess "$user"
+    if canWrite "$1" "$number"; then
+        say "$1: has access to $node"
+        explainAccess "$1" "$number"
         return 0
     fi
-    say "$user: no access to $node"
-    explainRefusal "$user"
+    say "$1: no access to $node"
+    explainRefusal "$1" "$number"
     return 1
 }
 
@@ -301,5 +308,5 @@ if [ "$action" = status ]; then
     done
     exit $result
 fi
-[ $dryRun = yes ] || [ "$(id -u)" = 0 ] || die 1 "this needs root: run it with sudo (or see what it would do with --dry-run)."
+[ $dryRun = yes ] || [ "$caller" = 0 ] || die 1 "this needs root: run it with sudo (or see what it would do with --dry-run)."
 $action
