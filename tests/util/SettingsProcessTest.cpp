@@ -64,9 +64,10 @@ TEST(SettingsProcessTest, DefaultFolderComesFromTheEnvironmentOnce)
     };
     for (const Row& row : rows)
     {
-        EXPECT_EQ(runProbe(row.environment), row.asked + cannotOpen(row.folder + "\\zustreamer\\settings.txt")
+        EXPECT_EQ(runProbe(row.environment), row.folder + "/regkeys.txt\n" + row.asked
+                                                 + cannotOpen(row.folder + "\\zustreamer\\settings.txt")
                                                  + cannotOpen(row.folder + "/regkeys.txt") + cannotOpen(INSTALLED)
-                                                 + row.folder + "/regkeys.txt\nclosed\nprocess -\ngeneral -\nlocal -\n")
+                                                 + "process -\ngeneral -\nlocal -\n")
             << row.environment;
     }
 }
@@ -79,8 +80,8 @@ TEST(SettingsProcessTest, EachManagerAsksTheStoragesOfItsTag)
     const std::string generic = folder.write("cfg/regkeys.txt", "ProbeKey=generic\n");
     folder.write("cfg/zustreamer/settings.txt", "ProbeKey=slashes\n"); // not the module's file
 
-    const std::string atLoad = "1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n" + opened(module)
-                               + opened(generic) + cannotOpen(INSTALLED) + generic + "\nopen\n";
+    const std::string atLoad = generic + "\n1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n"
+                               + opened(module) + opened(generic) + cannotOpen(INSTALLED);
     EXPECT_EQ(runProbe("XDG_CONFIG_HOME=" + config), atLoad + "process module\ngeneral generic\nlocal generic\n");
     EXPECT_EQ(runProbe("ProbeKey=variable XDG_CONFIG_HOME=" + config),
               atLoad + "process module\ngeneral variable\nlocal variable\n");
