@@ -1,46 +1,18 @@
 #include "tests/responders/FakeDesktop.h"
 
-#include <cstring>
-#include <mutex>
+#include <atomic>
+#include <tuple>
 #include <type_traits>
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput.h>
-
-using fakedesktop::InputDevice;
-using fakedesktop::Pair;
 
 namespace
 {
 
 constexpr Window ROOT = 0x123;
 
-struct State
-{
-    bool displayAvailable = true;
-    std::optional<Pair> cursor{{0, 0}};
-    std::optional<Pair> screen{{32768, 32768}};
-    std::vector<InputDevice> inputDevices;
-    int emptyListings = 0;
-    int pointerQueries = 0;
-    int screenQueries = 0;
-    int listings = 0;
-    std::vector<std::string> commands;
-};
-
-struct Desktop
-{
-    std::mutex mutex; // guards both
-    State state;
-    int openDisplays = 0;
-};
-
-// Never destroyed: displays may be closed by static objects.
-Desktop& desktop()
-{
-    static Desktop* const instance = new Desktop;
-    return *instance;
-}
+std::atomic<int> openDisplays{0};
 
 // What the macros of Xlib look into.
 struct FakeDisplay
@@ -51,76 +23,21 @@ struct FakeDisplay
 
 } // namespace
 
-namespace fakedesktop
+FakeDesktop& fakeDesktop()
 {
-
-void reset()
-{
-    std::lock_guard lock(desktop().mutex);
-    desktop().state = State{};
+    static FakeDesktop* const instance = new FakeDesktop; // never destroyed: static objects may close displays
+    return *instance;
 }
 
-void setDisplayAvailable(bool available)
+int openFakeDisplays()
 {
-    std::lock_guard lock(desktop().mutex);
-    desktop().state.displayAvailable = available;
+    return openDisplays;
 }
 
-void setCursor(std::optional<Pair> position)
-{
-    std::lock_guard lock(desktop().mutex);
-    desktop().state.cursor = position;
-}
-
-void setScreen(std::optional<Pair> size)
-{
-    std::lock_guard lock(desktop().mutex);
-    desktop().state.screen = size;
-}
-
-void setInputDevices(std::vector<InputDevice> devices, int afterListings)
-{
-    std::lock_guard lock(desktop().mutex);
-    desktop().state.inputDevices = std::move(devices);
-    desktop().state.emptyListings = afterListings;
-}
-
-int openDisplays()
-{
-    std::lock_guard lock(desktop().mutex);
-    return desktop().openDisplays;
-}
-
-int pointerQueries()
-{
-    std::lock_guard lock(desktop().mutex);
-    return desktop().state.pointerQueries;
-}
-
-int screenQueries()
-{
-    std::lock_guard lock(desktop().mutex);
-    return desktop().state.screenQueries;
-}
-
-int listings()
-{
-    std::lock_guard lock(desktop().mutex);
-    return desktop().state.listings;
-}
-
-std::vector<std::string> takeCommands()
-{
-    std::lock_guard lock(desktop().mutex);
-    return std::exchange(desktop().state.commands, {});
-}
-
-ScopedDisplay openDisplay()
+ScopedDisplay openFakeDisplay()
 {
     return ScopedDisplay(XOpenDisplay(nullptr));
 }
-
-} // namespace fakedesktop
 
 extern "C"
 {
@@ -140,10 +57,9 @@ extern "C"
 
     Display* XOpenDisplay(const char*)
     {
-        std::lock_guard lock(desktop().mutex);
-        if (!desktop().state.displayAvailable)
+        if (!fakeDesktop().displayAvailable)
             return nullptr;
-        ++desktop().openDisplays;
+        ++openDisplays;
         auto* const made = new FakeDisplay;
         made->screen.root = ROOT;
         made->visible.screens = &made->screen;
@@ -152,8 +68,7 @@ extern "C"
 
     int XCloseDisplay(Display* display)
     {
-        std::lock_guard lock(desktop().mutex);
-        --desktop().openDisplays;
+        --openDisplays;
         delete reinterpret_cast<FakeDisplay*>(display);
         return 0;
     }
@@ -169,45 +84,33 @@ extern "C"
     Bool XQueryPointer(Display*, Window window, Window* root, Window* child, int* rootX, int* rootY, int* windowX,
                        int* windowY, unsigned int* mask)
     {
-        std::lock_guard lock(desktop().mutex);
-        ++desktop().state.pointerQueries;
-        *root = window;
-        *child = 0;
+        ++fakeDesktop().pointerQueries;
+        *root = *child = *mask = 0;
         *windowX = *windowY = -1; // not what callers are after
-        *mask = 0;
-        const auto& cursor = desktop().state.cursor;
-        *rootX = cursor ? cursor->first : 4711;
-        *rootY = cursor ? cursor->second : 4711;
-        return cursor && window == ROOT;
+        std::tie(*rootX, *rootY) = fakeDesktop().cursor.value_or(FakeDesktop::Pair{4711, 4711});
+        return fakeDesktop().cursor && window == ROOT;
     }
 
     Status XGetWindowAttributes(Display*, Window window, XWindowAttributes* attributes)
     {
-        std::lock_guard lock(desktop().mutex);
-        ++desktop().state.screenQueries;
+        ++fakeDesktop().screenQueries;
         *attributes = {};
-        const auto& screen = desktop().state.screen;
-        if (!screen || window != ROOT)
-            return 0;
-        attributes->width = screen->first;
-        attributes->height = screen->second;
-        return 1;
+        std::tie(attributes->width, attributes->height) = fakeDesktop().screen.value_or(FakeDesktop::Pair{});
+        return fakeDesktop().screen && window == ROOT;
     }
 
     XDeviceInfo* XListInputDevices(Display*, int* count)
     {
-        std::lock_guard lock(desktop().mutex);
-        State& state = desktop().state;
-        ++state.listings;
-        *count = 0;
-        if (state.inputDevices.empty() || state.emptyListings-- > 0)
-            return nullptr;
-        *count = static_cast<int>(state.inputDevices.size());
-        auto* const list = new XDeviceInfo[state.inputDevices.size()]{};
-        for (size_t i = 0; i < state.inputDevices.size(); ++i)
+        ++fakeDesktop().listings;
+        const auto& devices = fakeDesktop().inputDevices;
+        *count = static_cast<int>(devices.size());
+        if (devices.empty() || fakeDesktop().emptyListings-- > 0)
+            return nullptr; // whatever the count
+        auto* const list = new XDeviceInfo[devices.size()]{};
+        for (size_t i = 0; i < devices.size(); ++i)
         {
-            list[i].id = state.inputDevices[i].id;
-            list[i].name = const_cast<char*>(state.inputDevices[i].name);
+            list[i].id = devices[i].id;
+            list[i].name = const_cast<char*>(devices[i].name);
         }
         return list;
     }
@@ -219,8 +122,7 @@ extern "C"
 
     int system(const char* command)
     {
-        std::lock_guard lock(desktop().mutex);
-        desktop().state.commands.push_back(command);
+        fakeDesktop().commands.push_back(command);
         return 256; // what a failing command gives
     }
 }

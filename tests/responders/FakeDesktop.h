@@ -8,42 +8,36 @@
 #include <utility>
 #include <vector>
 
-/// A fake of the X server and the shell for unit tests: a test program links it instead of libX11 and libXi, and
-/// system() records commands instead of running them. Any thread.
-namespace fakedesktop
+/// A fake of the X server and the shell: a test program links it instead of libX11 and libXi, and system() records
+/// commands instead of running them. Not locked: what is set must not change while a thread may ask.
+struct FakeDesktop
 {
+    using Pair = std::pair<int, int>;
+    struct InputDevice
+    {
+        unsigned long id;
+        const char* name; ///< may be null
+    };
 
-struct InputDevice
-{
-    unsigned long id;
-    const char* name; ///< may be null
+    bool displayAvailable = true;
+    std::optional<Pair> cursor{{0, 0}}; ///< none = the query fails; so below
+    std::optional<Pair> screen{{32768, 32768}};
+    std::vector<InputDevice> inputDevices;
+    int emptyListings = 0; ///< before the devices are listed
+
+    // seen
+    int pointerQueries = 0;
+    int screenQueries = 0;
+    int listings = 0;
+    std::vector<std::string> commands;
 };
 
-using Pair = std::pair<int, int>;
+/// The one of this program.
+FakeDesktop& fakeDesktop();
 
-/// Displays open, a cursor at (0, 0), a screen of 32768 x 32768, no input devices, no commands.
-void reset();
+/// Displays that are open now, over the whole process.
+int openFakeDisplays();
 
-void setDisplayAvailable(bool available);
-
-/// none = the query fails
-void setCursor(std::optional<Pair> position);
-void setScreen(std::optional<Pair> size);
-
-/// \param afterListings so many listings find nothing before
-void setInputDevices(std::vector<InputDevice> devices, int afterListings = 0);
-
-/// Since reset(), but open displays over the whole process.
-int openDisplays();
-int pointerQueries();
-int screenQueries();
-int listings();
-
-/// The commands since the last call.
-std::vector<std::string> takeCommands();
-
-ScopedDisplay openDisplay();
-
-} // namespace fakedesktop
+ScopedDisplay openFakeDisplay();
 
 #endif

@@ -41,18 +41,12 @@ fakestack::LogLine error(const std::string& text)
 const fakestack::LogLine ON = info("Switching AltGr state to ON");
 const fakestack::LogLine OFF = info("Switching AltGr state to OFF");
 
-/// A change of a key on the host: every one is a report of its own.
-struct Change
-{
-    unsigned int code;
-    int value;
-};
-
-Events reports(const std::vector<Change>& changes)
+/// Every change of a key is a report of its own. \param changes codes that go down; negative: up
+Events reports(const std::vector<int>& changes)
 {
     Events events;
-    for (const Change& change : changes)
-        events.insert(events.end(), {key(change.code, change.value), SYN});
+    for (const int change : changes)
+        events.insert(events.end(), {key(static_cast<unsigned int>(std::abs(change)), change > 0), SYN});
     return events;
 }
 
@@ -188,68 +182,40 @@ TEST_F(RiKeyTest, EventsBecomeReports)
     {
         const char* name;
         std::vector<Step> steps;
-        std::vector<Change> expected;
+        std::vector<int> expected;
         Lines lines = {};
     };
     const Row rows[] = {
-        {"press and release", {{ZUST_KEY_A, DOWN}, {ZUST_KEY_A, UP}}, {{KEY_A, 1}, {KEY_A, 0}}},
+        {"press and release", {{ZUST_KEY_A, DOWN}, {ZUST_KEY_A, UP}}, {KEY_A, -KEY_A}},
         {"repeats are swallowed",
          {{ZUST_KEY_A, DOWN}, {ZUST_KEY_A, DOWN}, {ZUST_KEY_A, UP}, {ZUST_KEY_A, UP}},
-         {{KEY_A, 1}, {KEY_A, 0}}},
-        {"no state releases", {{ZUST_KEY_A, DOWN}, {ZUST_KEY_A, ZUST_KEYSTATE_NONE}}, {{KEY_A, 1}, {KEY_A, 0}}},
+         {KEY_A, -KEY_A}},
+        {"no state releases", {{ZUST_KEY_A, DOWN}, {ZUST_KEY_A, ZUST_KEYSTATE_NONE}}, {KEY_A, -KEY_A}},
         {"nothing to release", {{ZUST_KEY_A, UP}, {ZUST_KEY_LSHIFT, UP}}, {}},
         {"codes that the device does not declare",
          {{ZUST_KEY_F24, DOWN}, {ZUST_KEY_PRINT, DOWN}, {ZUST_KEY_CLEAR, DOWN}},
-         {{KEY_F24, 1}, {KEY_PRINT, 1}, {KEY_CLEAR, 1}}},
+         {KEY_F24, KEY_PRINT, KEY_CLEAR}},
 
         {"left modifiers from flags, and back",
          {{ZUST_KEY_TAB, DOWN, CTRL_ALT | ZUST_MF_SHIFT | ZUST_MF_META}, {ZUST_KEY_TAB, UP}},
-         {{KEY_LEFTMETA, 1},
-          {KEY_LEFTSHIFT, 1},
-          {KEY_LEFTCTRL, 1},
-          {KEY_LEFTALT, 1},
-          {KEY_TAB, 1},
-          {KEY_LEFTMETA, 0},
-          {KEY_LEFTSHIFT, 0},
-          {KEY_LEFTCTRL, 0},
-          {KEY_LEFTALT, 0},
-          {KEY_TAB, 0}}},
+         {KEY_LEFTMETA, KEY_LEFTSHIFT, KEY_LEFTCTRL, KEY_LEFTALT, KEY_TAB, -KEY_LEFTMETA, -KEY_LEFTSHIFT, -KEY_LEFTCTRL,
+          -KEY_LEFTALT, -KEY_TAB}},
         {"right modifiers win over left ones",
          {{ZUST_KEY_TAB, DOWN, 0xFF}, {ZUST_KEY_TAB, UP}},
-         {{KEY_RIGHTMETA, 1},
-          {KEY_RIGHTSHIFT, 1},
-          {KEY_RIGHTCTRL, 1},
-          {KEY_RIGHTALT, 1},
-          {KEY_TAB, 1},
-          {KEY_RIGHTMETA, 0},
-          {KEY_RIGHTSHIFT, 0},
-          {KEY_RIGHTCTRL, 0},
-          {KEY_RIGHTALT, 0},
-          {KEY_TAB, 0}}},
+         {KEY_RIGHTMETA, KEY_RIGHTSHIFT, KEY_RIGHTCTRL, KEY_RIGHTALT, KEY_TAB, -KEY_RIGHTMETA, -KEY_RIGHTSHIFT,
+          -KEY_RIGHTCTRL, -KEY_RIGHTALT, -KEY_TAB}},
         {"a flag does not release the opposite side; none releases right, then left",
          {{ZUST_KEY_TAB, DOWN, ZUST_MF_SHIFT | CTRL | ZUST_MF_META},
           {ZUST_KEY_TAB, UP, ZUST_MF_SHIFT_RIGHT | ZUST_MF_CONTROL_RIGHT | ZUST_MF_META_RIGHT},
           {ZUST_KEY_SPACE, UP}},
-         {{KEY_LEFTMETA, 1},
-          {KEY_LEFTSHIFT, 1},
-          {KEY_LEFTCTRL, 1},
-          {KEY_TAB, 1},
-          {KEY_RIGHTMETA, 1},
-          {KEY_RIGHTSHIFT, 1},
-          {KEY_RIGHTCTRL, 1},
-          {KEY_TAB, 0},
-          {KEY_RIGHTMETA, 0},
-          {KEY_LEFTMETA, 0},
-          {KEY_RIGHTSHIFT, 0},
-          {KEY_LEFTSHIFT, 0},
-          {KEY_RIGHTCTRL, 0},
-          {KEY_LEFTCTRL, 0}}},
+         {KEY_LEFTMETA, KEY_LEFTSHIFT, KEY_LEFTCTRL, KEY_TAB, KEY_RIGHTMETA, KEY_RIGHTSHIFT, KEY_RIGHTCTRL, -KEY_TAB,
+          -KEY_RIGHTMETA, -KEY_LEFTMETA, -KEY_RIGHTSHIFT, -KEY_LEFTSHIFT, -KEY_RIGHTCTRL, -KEY_LEFTCTRL}},
         {"sides of Alt",
          {{ZUST_KEY_TAB, DOWN, ALT}, {ZUST_KEY_TAB, UP, ZUST_MF_ALT_RIGHT}, {ZUST_KEY_TAB, UP}},
-         {{KEY_LEFTALT, 1}, {KEY_TAB, 1}, {KEY_RIGHTALT, 1}, {KEY_TAB, 0}, {KEY_RIGHTALT, 0}, {KEY_LEFTALT, 0}}},
+         {KEY_LEFTALT, KEY_TAB, KEY_RIGHTALT, -KEY_TAB, -KEY_RIGHTALT, -KEY_LEFTALT}},
         {"keys that cannot be injected, with their modifiers",
          {{ZUST_KEY_YEN, DOWN, ZUST_MF_SHIFT}, {ZUST_KEY_YEN, UP}, {ZUST_KEY_ALL, DOWN}, {ZUST_KEY_NONE, UP}},
-         {{KEY_LEFTSHIFT, 1}, {KEY_LEFTSHIFT, 0}},
+         {KEY_LEFTSHIFT, -KEY_LEFTSHIFT},
          {error("Failed to press keyCode:0x005f"), error("Failed to release keyCode:0x005f"),
           error("Failed to press keyCode:0xffff"), error("Failed to release keyCode:0x0000")}},
 
@@ -260,16 +226,8 @@ TEST_F(RiKeyTest, EventsBecomeReports)
           {ZUST_KEY_A, UP, CTRL_ALT},
           {ZUST_KEY_LALT, UP, CTRL},
           {ZUST_KEY_LCONTROL, UP}},
-         {{KEY_LEFTCTRL, 1},
-          {KEY_LEFTALT, 1},
-          {KEY_LEFTCTRL, 0},
-          {KEY_LEFTALT, 0},
-          {KEY_RIGHTALT, 1},
-          {KEY_A, 1},
-          {KEY_A, 0},
-          {KEY_RIGHTALT, 0},
-          {KEY_LEFTCTRL, 1},
-          {KEY_LEFTCTRL, 0}},
+         {KEY_LEFTCTRL, KEY_LEFTALT, -KEY_LEFTCTRL, -KEY_LEFTALT, KEY_RIGHTALT, KEY_A, -KEY_A, -KEY_RIGHTALT,
+          KEY_LEFTCTRL, -KEY_LEFTCTRL},
          {ON, info("Cleared one of AltGr modifier key 0x0308"), OFF}},
         {"modifiers pressed under AltGr are remembered, and pressed in ascending order by another key",
          {{ZUST_KEY_A, DOWN, CTRL_ALT},
@@ -277,56 +235,35 @@ TEST_F(RiKeyTest, EventsBecomeReports)
           {ZUST_KEY_RCONTROL, DOWN, CTRL_ALT},
           {ZUST_KEY_LCONTROL, DOWN, CTRL_ALT},
           {ZUST_KEY_TAB, DOWN}},
-         {{KEY_RIGHTALT, 1},
-          {KEY_A, 1},
-          {KEY_RIGHTALT, 0},
-          {KEY_LEFTCTRL, 1},
-          {KEY_RIGHTCTRL, 1},
-          {KEY_LEFTALT, 1},
-          {KEY_RIGHTCTRL, 0},
-          {KEY_LEFTCTRL, 0},
-          {KEY_LEFTALT, 0},
-          {KEY_TAB, 1}},
+         {KEY_RIGHTALT, KEY_A, -KEY_RIGHTALT, KEY_LEFTCTRL, KEY_RIGHTCTRL, KEY_LEFTALT, -KEY_RIGHTCTRL, -KEY_LEFTCTRL,
+          -KEY_LEFTALT, KEY_TAB},
          {ON, OFF}},
         {"held right Alt is pressed afresh for AltGr and again after it",
          {{ZUST_KEY_RALT, DOWN, ZUST_MF_ALT_RIGHT},
           {ZUST_KEY_Q, DOWN, CTRL | ZUST_MF_ALT_RIGHT},
           {ZUST_KEY_TAB, DOWN, CTRL | ZUST_MF_ALT_RIGHT}},
-         {{KEY_RIGHTALT, 1},
-          {KEY_RIGHTALT, 0},
-          {KEY_RIGHTALT, 1},
-          {KEY_Q, 1},
-          {KEY_RIGHTALT, 0},
-          {KEY_RIGHTALT, 1},
-          {KEY_LEFTCTRL, 1},
-          {KEY_TAB, 1}},
+         {KEY_RIGHTALT, -KEY_RIGHTALT, KEY_RIGHTALT, KEY_Q, -KEY_RIGHTALT, KEY_RIGHTALT, KEY_LEFTCTRL, KEY_TAB},
          {ON, OFF}},
         {"Shift goes with AltGr",
          {{ZUST_KEY_E, DOWN, CTRL_ALT | ZUST_MF_SHIFT}},
-         {{KEY_RIGHTALT, 1}, {KEY_LEFTSHIFT, 1}, {KEY_E, 1}},
+         {KEY_RIGHTALT, KEY_LEFTSHIFT, KEY_E},
          {ON}},
         {"Meta forbids AltGr",
          {{ZUST_KEY_A, DOWN, CTRL_ALT | ZUST_MF_META}},
-         {{KEY_LEFTMETA, 1}, {KEY_LEFTCTRL, 1}, {KEY_LEFTALT, 1}, {KEY_A, 1}}},
+         {KEY_LEFTMETA, KEY_LEFTCTRL, KEY_LEFTALT, KEY_A}},
         {"and so does a flag beyond the modifiers",
          {{ZUST_KEY_A, DOWN, CTRL_ALT | 0x100}},
-         {{KEY_LEFTCTRL, 1}, {KEY_LEFTALT, 1}, {KEY_A, 1}}},
+         {KEY_LEFTCTRL, KEY_LEFTALT, KEY_A}},
         {"and a key without an AltGr character",
          {{ZUST_KEY_SPACE, DOWN, CTRL_ALT}},
-         {{KEY_LEFTCTRL, 1}, {KEY_LEFTALT, 1}, {KEY_SPACE, 1}}},
+         {KEY_LEFTCTRL, KEY_LEFTALT, KEY_SPACE}},
         {"flags that no longer combine end AltGr, on a release too",
          {{ZUST_KEY_A, DOWN, CTRL_ALT}, {ZUST_KEY_A, UP, CTRL_ALT | ZUST_MF_META_RIGHT}},
-         {{KEY_RIGHTALT, 1},
-          {KEY_A, 1},
-          {KEY_RIGHTALT, 0},
-          {KEY_RIGHTMETA, 1},
-          {KEY_LEFTCTRL, 1},
-          {KEY_LEFTALT, 1},
-          {KEY_A, 0}},
+         {KEY_RIGHTALT, KEY_A, -KEY_RIGHTALT, KEY_RIGHTMETA, KEY_LEFTCTRL, KEY_LEFTALT, -KEY_A},
          {ON, OFF}},
         {"an AltGr key without the combination ends AltGr",
          {{ZUST_KEY_A, DOWN, CTRL_ALT}, {ZUST_KEY_B, DOWN, CTRL}},
-         {{KEY_RIGHTALT, 1}, {KEY_A, 1}, {KEY_RIGHTALT, 0}, {KEY_LEFTCTRL, 1}, {KEY_B, 1}},
+         {KEY_RIGHTALT, KEY_A, -KEY_RIGHTALT, KEY_LEFTCTRL, KEY_B},
          {ON, OFF}},
     };
     for (const Row& row : rows)
@@ -379,15 +316,8 @@ TEST_F(RiKeyTest, BlockedCombinationsAreDroppedOnTheWayDown)
     EXPECT_TRUE(m_blocked.unblock(CTRL, ZUST_KEY_D));
     EXPECT_FALSE(m_blocked.unblock(CTRL, ZUST_KEY_D));
     EXPECT_TRUE(send(ZUST_KEY_D, DOWN, CTRL));
-    EXPECT_EQ(written(), reports({{KEY_LEFTCTRL, 1},
-                                  {KEY_LEFTSHIFT, 1},
-                                  {KEY_D, 1},
-                                  {KEY_C, 1},
-                                  {KEY_LEFTSHIFT, 0},
-                                  {KEY_LEFTCTRL, 0},
-                                  {KEY_D, 0},
-                                  {KEY_LEFTCTRL, 1},
-                                  {KEY_D, 1}}));
+    EXPECT_EQ(written(), reports({KEY_LEFTCTRL, KEY_LEFTSHIFT, KEY_D, KEY_C, -KEY_LEFTSHIFT, -KEY_LEFTCTRL, -KEY_D,
+                                  KEY_LEFTCTRL, KEY_D}));
     EXPECT_THAT(takeLines(), IsEmpty());
 }
 
@@ -402,16 +332,16 @@ TEST_F(RiKeyTest, ResetReleasesHeldKeysInAscendingOrderAndLeavesAltGr)
     steppedclock::step(SECOND);
     m_sender.takeRecords();
     EXPECT_TRUE(m_key->resetState());
-    EXPECT_EQ(written(), reports({{KEY_A, 0}, {KEY_ESC, 0}, {KEY_RIGHTALT, 0}, {KEY_F1, 0}}));
+    EXPECT_EQ(written(), reports({-KEY_A, -KEY_ESC, -KEY_RIGHTALT, -KEY_F1}));
     EXPECT_THAT(takeLines(), ElementsAre(info("Reset: releasing key 0x0041"), info("Reset: releasing key 0x0100"),
                                          info("Reset: releasing key 0x0309"), info("Reset: releasing key 0x0400")));
     EXPECT_THAT(m_sender.takeRecords(), IsEmpty());
 
     send(ZUST_KEY_B, DOWN, CTRL_ALT); // AltGr still counts as on: no right Alt, no Control, no Alt
-    EXPECT_EQ(written(), reports({{KEY_B, 1}}));
+    EXPECT_EQ(written(), reports({KEY_B}));
 
     m_key.reset();
-    EXPECT_EQ(written(), reports({{KEY_B, 0}}));
+    EXPECT_EQ(written(), reports({-KEY_B}));
     EXPECT_THAT(takeLines(), ElementsAre(info("Reset: releasing key 0x0042")));
     EXPECT_FALSE(fakelibevdev::device("RiKey").alive);
 }

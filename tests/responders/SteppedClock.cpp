@@ -1,19 +1,21 @@
 #include "tests/responders/SteppedClock.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 
 #include <sched.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+using steppedclock::SECOND;
+
 namespace
 {
 
-constexpr int64_t START = 3600 * steppedclock::SECOND;
-
-std::atomic<int64_t> frozenAt{START};
 std::atomic<bool> frozen{false};
+std::atomic<int64_t> frozenAt{0};
 
 } // namespace
 
@@ -22,7 +24,13 @@ namespace steppedclock
 
 int64_t freeze()
 {
-    frozen = true;
+    if (!frozen)
+    {
+        timespec now{};
+        syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+        frozenAt = std::max(frozenAt.load(), (now.tv_sec + 1) * SECOND);
+        frozen = true;
+    }
     return frozenAt;
 }
 
@@ -36,16 +44,15 @@ int64_t step(int64_t ns)
     return frozenAt += ns;
 }
 
-int64_t realNow()
+bool waitUntil(const std::function<bool()>& condition)
 {
-    timespec now{};
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-    return now.tv_sec * SECOND + now.tv_nsec;
-}
-
-void yieldNow()
-{
-    sched_yield();
+    using Clock = std::chrono::system_clock;
+    for (const auto deadline = Clock::now() + std::chrono::seconds(30); !condition(); sched_yield())
+    {
+        if (Clock::now() > deadline)
+            return false;
+    }
+    return true;
 }
 
 } // namespace steppedclock
@@ -59,7 +66,7 @@ extern "C"
         if (clock != CLOCK_MONOTONIC || !frozen)
             return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
         const int64_t now = frozenAt;
-        *time = {now / steppedclock::SECOND, now % steppedclock::SECOND};
+        *time = {now / SECOND, now % SECOND};
         return 0;
     }
 
@@ -67,7 +74,7 @@ extern "C"
     {
         if (!frozen)
             return static_cast<int>(syscall(SYS_nanosleep, duration, remaining));
-        steppedclock::step(duration->tv_sec * steppedclock::SECOND + duration->tv_nsec);
+        steppedclock::step(duration->tv_sec * SECOND + duration->tv_nsec);
         return 0;
     }
 }
