@@ -186,7 +186,7 @@ TEST(MessageTest, EveryLoggerDisposesOfAHeapMessage)
 {
     LoggerX lines("Unit");
     FakeLogger fake;
-    RxDiagLoggerProto disabled("", DISABLED, 0);
+    RxDiagLoggerLegacy disabled("", DISABLED, 0, &lines);
     RxDiagLoggerProto proto("", LEGACY, 0);
     RxDiagLoggerLegacy legacy("", LEGACY, 0, &lines);
 
