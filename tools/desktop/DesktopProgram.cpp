@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -28,18 +29,18 @@
 namespace
 {
 constexpr std::int64_t SECOND = 1'000'000'000;
-constexpr std::int64_t FOCUS_INTERVAL = SECOND / 20;
 constexpr std::int64_t START_LIMIT = 10 * SECOND;
 
 class FileDescriptor
 {
 public:
-    explicit FileDescriptor(int descriptor)
+    /// Throws std::system_error with `what` for a descriptor that could not be had.
+    FileDescriptor(int descriptor, const std::string& what)
         : m_descriptor(descriptor)
     {
         if (descriptor < 0)
         {
-            throw std::system_error(errno, std::generic_category(), "no file descriptor");
+            throw std::system_error(errno, std::generic_category(), what);
         }
     }
     ~FileDescriptor() { close(m_descriptor); }
@@ -61,7 +62,7 @@ FileDescriptor catchSignals()
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads "ready" may be gone
-    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK), "cannot catch signals");
 }
 
 class Program
@@ -81,7 +82,7 @@ public:
         }
         m_window.emplace(
             m_options, [this](const SeenEvent& event) { onEvent(event); },
-            [this](unsigned keycode) { return m_model.isKeyHeld(keycode); });
+            [this](unsigned keycode) { return m_model.isKeyHeld(keycode); }, [this] { onServerGone(); });
         if (m_recorder)
         {
             m_recorder->start(monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
@@ -111,11 +112,7 @@ public:
             }
             reason = readSignals();
             const std::int64_t now = monotonicNanoseconds();
-            if (m_window->isGone())
-            {
-                reason = "server-gone";
-            }
-            else if (m_window->closeAsked())
+            if (m_window->closeAsked())
             {
                 reason = "closed";
             }
@@ -129,10 +126,34 @@ public:
                 reason = "no-focus";
             }
         }
-        return finish(reason);
+        m_window->drain(); // what the server has sent by now belongs to the record
+        const int code = finish(reason);
+        if (reason == "no-focus")
+        {
+            throw std::runtime_error("the window did not get the focus within 10 s");
+        }
+        return code;
     }
 
 private:
+    [[noreturn]] void onServerGone() noexcept
+    {
+        // Unless everything is written already, and only the window was still to be closed.
+        if (!m_finished)
+        {
+            fmt::print(stderr, "zuis-desktop: the X server went away\n");
+            try
+            {
+                finish("server-gone");
+            }
+            catch (const std::exception& error)
+            {
+                fmt::print(stderr, "zuis-desktop: {}\n", error.what());
+            }
+        }
+        std::_Exit(exit_code::SERVER_GONE);
+    }
+
     void onEvent(const SeenEvent& event)
     {
         if (m_recorder)
@@ -146,7 +167,7 @@ private:
     void waitForWork()
     {
         // Short while the focus is being asked for, or while a time limit runs out.
-        std::int64_t wait = m_window->isReady() ? SECOND : FOCUS_INTERVAL;
+        std::int64_t wait = m_window->isReady() ? SECOND : DesktopWindow::FOCUS_INTERVAL;
         if (m_readySince && m_options.exitAfter)
         {
             const double left = *m_options.exitAfter * static_cast<double>(SECOND)
@@ -186,29 +207,22 @@ private:
             std::fflush(stdout);
             return;
         }
-        const FileDescriptor file(open(m_options.readyFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+        const FileDescriptor file(open(m_options.readyFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644),
+                                  fmt::format("cannot create {}", m_options.readyFile));
     }
 
+    /// Completes the files. Does not use the connection to the server.
     int finish(const std::string& reason)
     {
-        m_window->drain(); // what the server has sent by now belongs to the record
+        m_finished = true;
         m_screen.reset();
         if (m_recorder)
         {
             m_recorder->end(monotonicNanoseconds(), m_model, reason);
         }
-        if (!m_options.png.empty())
+        if (!m_options.png.empty() && m_model.geometry().width > 0)
         {
             DesktopPainter::writePng(m_options.png, m_model, m_options.title);
-        }
-        if (reason == "no-focus")
-        {
-            throw std::runtime_error("the window did not get the focus within 10 s");
-        }
-        if (m_window->isGone())
-        {
-            fmt::print(stderr, "zuis-desktop: the X server went away\n");
-            return exit_code::SERVER_GONE;
         }
         return m_recorder && !m_recorder->good() ? exit_code::FAILED : exit_code::DONE;
     }
@@ -220,6 +234,7 @@ private:
     std::optional<DesktopWindow> m_window;
     std::optional<DesktopScreen> m_screen;
     std::optional<std::int64_t> m_readySince;
+    bool m_finished = false;
 };
 } // namespace
 

@@ -20,7 +20,7 @@ Json position(double value)
     {
         return static_cast<std::int64_t>(value);
     }
-    return value;
+    return std::round(value * 1e4) / 1e4; // the protocol's own step is 1/65536
 }
 
 Json lineOf(const char* name, const SeenTime& time)

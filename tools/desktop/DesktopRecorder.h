@@ -14,7 +14,7 @@
 /// that a reader may follow it and nothing is lost when the program is killed.
 ///
 /// Every line has "event", "t" (CLOCK_MONOTONIC when the event was read, ns) and, where the server gave one, "xtime"
-/// (the server's time, ms). Positions are screen pixels: whole where the server's are, else fractions.
+/// (the server's time, ms). Positions are screen pixels: whole where the server's are, else with four decimals.
 class DesktopRecorder
 {
 public:

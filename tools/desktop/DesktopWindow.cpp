@@ -69,10 +69,11 @@ std::string typeable(std::string text)
 }
 } // namespace
 
-DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld)
+DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld, OnServerGone onServerGone)
     : m_options(options)
     , m_sink(std::move(sink))
     , m_isKeyHeld(std::move(isKeyHeld))
+    , m_onServerGone(std::move(onServerGone))
 {
     // The input method works in the locale's encoding: one that has every character, whatever the caller's may be.
     if (!std::setlocale(LC_CTYPE, "C.UTF-8") || !XSupportsLocale())
@@ -85,8 +86,9 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
         throw std::runtime_error(fmt::format("cannot open the display \"{}\"", XDisplayName(nullptr)));
     }
     XSetErrorHandler(tellError);
+    XSetIOErrorHandler([](Display*) { return 0; }); // the default one ends the process at once
     XSetIOErrorExitHandler(
-        m_display.get(), [](Display*, void* self) { static_cast<DesktopWindow*>(self)->m_gone = true; }, this);
+        m_display.get(), [](Display*, void* self) { static_cast<DesktopWindow*>(self)->m_onServerGone(); }, this);
     m_screen = DefaultScreen(m_display.get());
     m_root = RootWindow(m_display.get(), m_screen);
     queryExtensions();
@@ -103,7 +105,7 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
 
 DesktopWindow::~DesktopWindow()
 {
-    if (m_restoreAutorepeat && !m_gone)
+    if (m_restoreAutorepeat)
     {
         XAutoRepeatOn(m_display.get());
     }
@@ -231,7 +233,7 @@ void DesktopWindow::start()
 
 void DesktopWindow::readEvents()
 {
-    while (!m_gone && XPending(m_display.get()) > 0 && !m_gone)
+    while (XPending(m_display.get()) > 0)
     {
         XEvent event;
         XNextEvent(m_display.get(), &event);
@@ -242,17 +244,17 @@ void DesktopWindow::readEvents()
 
 void DesktopWindow::drain()
 {
-    if (!m_gone)
-    {
-        XSync(m_display.get(), False);
-    }
+    XSync(m_display.get(), False);
     readEvents();
 }
 
 void DesktopWindow::tendFocus()
 {
-    if (!m_gone && m_mapped && !m_focused && (m_options.keepFocus || !m_wasFocused))
+    // Not at every turn: two windows that both want the focus would keep the server busy with it.
+    const std::int64_t now = monotonicNanoseconds();
+    if (m_mapped && !m_focused && (m_options.keepFocus || !m_wasFocused) && now - m_focusAsked >= FOCUS_INTERVAL)
     {
+        m_focusAsked = now;
         takeFocus();
     }
 }
@@ -379,7 +381,6 @@ void DesktopWindow::onFocus(const XFocusChangeEvent& event)
     m_focused = focused;
     m_wasFocused = m_wasFocused || focused;
     emit(0, SeenFocus{focused});
-    // Taken back by the next tendFocus(): doing it at once, two windows that both want it would never let go.
 }
 
 void DesktopWindow::onConfigure(const XConfigureEvent& event)

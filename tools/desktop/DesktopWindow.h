@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <set>
@@ -23,10 +24,13 @@ public:
     using Sink = std::function<void(const SeenEvent&)>;
     /// Tells whether a key is held by what was seen so far.
     using IsKeyHeld = std::function<bool(unsigned keycode)>;
+    /// Called out of any member function when the connection to the server is lost. Must end the process: Xlib cannot
+    /// go on from there.
+    using OnServerGone = std::function<void()>;
 
     /// Connects to $DISPLAY, creates and maps the window. Throws std::runtime_error when the display, XInput 2.2 or the
     /// input method cannot be had. Nothing reaches `sink` before `start`.
-    DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld);
+    DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld, OnServerGone onServerGone);
     /// Restores the server's auto-repeat where it was switched off.
     ~DesktopWindow();
     DesktopWindow(const DesktopWindow&) = delete;
@@ -41,13 +45,13 @@ public:
     void readEvents();
     /// Reads everything that the server has to say up to now: one round trip.
     void drain();
-    /// Asks for the focus if it should be here and is not. To be called every now and then (tens of milliseconds).
+    /// Asks for the focus if it should be here and is not, every FOCUS_INTERVAL at most. To be called after
+    /// `readEvents`, and every FOCUS_INTERVAL while the window is not ready.
     void tendFocus();
+    static constexpr std::int64_t FOCUS_INTERVAL = 50'000'000; ///< ns
 
     /// Mapped, focused, and all events selected.
     bool isReady() const { return m_mapped && m_focused; }
-    /// The connection to the server is lost; nothing more will come.
-    bool isGone() const { return m_gone; }
     /// True once after the server asked for the window's contents.
     bool takeExposed();
     /// The window manager asked to close the window.
@@ -97,6 +101,7 @@ private:
     DesktopOptions m_options;
     Sink m_sink;
     IsKeyHeld m_isKeyHeld;
+    OnServerGone m_onServerGone;
     DisplayOwner m_display;
     InputMethodOwner m_inputMethod;
     InputContextOwner m_inputContext;
@@ -112,8 +117,8 @@ private:
     bool m_wasFocused = false;
     bool m_exposed = false;
     bool m_closeAsked = false;
-    bool m_gone = false;
-    std::int64_t m_now = 0;                             ///< when the event in hand was read, ns
-    std::map<int, std::string_view> m_deviceNames;      ///< forgotten when devices come or go
-    std::set<std::string, std::less<>> m_namesEverSeen; ///< what the views point to
+    std::int64_t m_focusAsked = std::numeric_limits<std::int64_t>::min() / 2; ///< when the focus was last asked for, ns
+    std::int64_t m_now = 0;                                                   ///< when the event in hand was read, ns
+    std::map<int, std::string_view> m_deviceNames;                            ///< forgotten when devices come or go
+    std::set<std::string, std::less<>> m_namesEverSeen;                       ///< what the views point to
 };

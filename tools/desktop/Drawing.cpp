@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include <fontconfig/fontconfig.h>
+
 namespace
 {
 constexpr double FULL_TURN = 2 * std::numbers::pi;
@@ -28,6 +30,12 @@ void disc(cairo_t* cr, double x, double y, double radius)
     cairo_arc(cr, x, y, radius, 0, FULL_TURN);
 }
 } // namespace
+
+void releaseDrawingCaches()
+{
+    cairo_debug_reset_static_data();
+    FcFini();
+}
 
 void setColour(cairo_t* cr, const Colour& colour)
 {

@@ -49,6 +49,9 @@ enum class FontFace
     Mono
 };
 
+/// Gives back what cairo and its font library keep for the process. When everything drawn is gone, at the very end.
+void releaseDrawingCaches();
+
 void setColour(cairo_t* cr, const Colour& colour);
 void setFont(cairo_t* cr, FontFace face, double size);
 /// Width that the text takes with the current font.

@@ -227,6 +227,11 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
         baseline += size * LINE_FACTOR;
     }
     baseline -= size * LINE_FACTOR;
+    if (text.empty())
+    {
+        setFont(cr, FontFace::Plain, 15);
+        drawText(cr, end + 10, baseline - 3, "nothing typed yet", colours::GRID_LABEL);
+    }
     setColour(cr, colours::LIT);
     cairo_rectangle(cr, end + 2, baseline - size * 0.85, 2, size * 1.08);
     cairo_fill(cr);
