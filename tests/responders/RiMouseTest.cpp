@@ -2,8 +2,8 @@
 
 #include <memory>
 #include <stdexcept>
-#include <thread>
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <libevdev/libevdev-uinput.h>
 
@@ -292,7 +292,7 @@ TEST_F(RiMouseTest, WithoutADeviceEventsAreRefused)
 
 TEST_F(RiMouseTest, TheHostKnowsItByTheBackendsName)
 {
-    fakestack::setLoader({[](const std::wstring&) { return reinterpret_cast<void*>(1); },
+    fakestack::setLoader({[](const std::wstring&) { return dlopen(nullptr, RTLD_NOW); },
                           [](void*, const std::string&) { return reinterpret_cast<void*>(+[] { return 1; }); },
                           [](void*) {}});
     const struct

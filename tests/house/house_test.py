@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Holds the layers and the identifiers of log lines: house_test.py ROOT
+
+A file includes from its own floor or from floors below, and Xlib is kept out of headers. Every log statement has an
+identifier of its own, whose upper half names its source unit.
+"""
+import collections
+import pathlib
+import re
+import sys
+
+LINUX = "RemoteInput/common/linux/"
+COMMON = "RemoteInput/common/"
+
+# The first pattern that matches names the floor.
+FLOORS = [
+    (r"StreamSdk/helpers/input/", 6),
+    # It makes its Impl, so it is built with the responders, although its header lies below.
+    (COMMON + r"RemoteInputInjector\.cpp$", 5),
+    (LINUX + r"(Ri|MouseConverter|Key|RemoteInputInjectorImpl)", 5),
+    (LINUX + r"(VirtualEvDev|XHelpers|XLibLoader|ScopedDisplay)", 4),
+    # The collector holds it by value; it needs only the standard library.
+    (LINUX + r"TmReportingThread", 3),
+    (COMMON + r"[^/]*$", 3),
+    (r"(common/util|rxdiag)/", 2),
+    (r"StreamSdk/include/", 1),
+]
+
+# Headers from outside, and the files that may include them.
+OUTSIDE = [
+    (r"X11/", r".*\.cpp$|" + LINUX + r"XHelpers\.h$"),
+    (r"libevdev/", LINUX + r"VirtualEvDevActual\.cpp$"),
+]
+
+# Floors 3 and below are free of X11, libevdev and device nodes.
+FREE_OF_DEVICES = 3
+DEVICE_HEADERS = r"X11/|libevdev/|linux/"
+
+INCLUDE = re.compile(r'^\s*#\s*include\s+([<"])([^>"]+)[>"]')
+STATEMENT = re.compile(r"(?:\bLOG_(?:VERBOSE|DEBUG|INFO|WARNING|ERROR|CRITICAL)\(|\bzustWriteLogUniqueId\([^,()]+,)"
+                       r"\s*([^,]+),")
+IDENTIFIER = re.compile(r"0x[0-9A-Fa-f]{8}$")
+
+
+def floor_of(path):
+    return next((floor for pattern, floor in FLOORS if re.match(pattern, path)), None)
+
+
+def check_includes(path, lines, files):
+    floor = floor_of(path)
+    if floor is None:
+        yield f"{path}: on no floor"
+        return
+    for number, line in enumerate(lines, 1):
+        match = INCLUDE.match(line)
+        if not match:
+            continue
+        quote, header = match.groups()
+        where = f"{path}:{number}: {header}"
+        if quote == "<":
+            for pattern, allowed in OUTSIDE:
+                if re.match(pattern, header) and not re.match(allowed, path):
+                    yield f"{where}: not to be included here"
+            if floor <= FREE_OF_DEVICES and re.match(DEVICE_HEADERS, header):
+                yield f"{where}: floor {floor} knows no devices"
+            continue
+        if "/" not in header and "StreamSdk/include/" + header in files:
+            header = "StreamSdk/include/" + header  # installed headers reach each other by name
+        if header not in files:
+            yield f"{where}: no such file from the root"
+        elif floor_of(header) > floor:
+            yield f"{where}: floor {floor} includes from floor {floor_of(header)}"
+
+
+def check_identifiers(texts):
+    places = collections.defaultdict(list)
+    units = collections.defaultdict(set)
+    halves = collections.defaultdict(set)
+    for path, text in texts.items():
+        code = re.sub(r"//.*|^\s*#\s*define.*$", "", text, flags=re.M)
+        code = re.sub(r"\bvoid zustWriteLogUniqueId\([^;]*;", "", code)  # its declaration
+        for match in STATEMENT.finditer(code):
+            identifier = match.group(1).strip()
+            if not IDENTIFIER.match(identifier):
+                yield f"{path}: the identifier '{identifier}' is not a literal of eight digits"
+                continue
+            places[int(identifier, 16)].append(path)
+            unit = pathlib.PurePath(path).stem
+            units[int(identifier, 16) >> 16].add(unit)
+            halves[unit].add(int(identifier, 16) >> 16)
+    for identifier, where in places.items():
+        if len(where) > 1:
+            yield f"0x{identifier:08X} is used {len(where)} times: {', '.join(where)}"
+    for half, names in units.items():
+        if len(names) > 1:
+            yield f"0x{half:04X}.... belongs to {', '.join(sorted(names))}"
+    for unit, numbers in halves.items():
+        if len(numbers) > 1:
+            yield f"{unit} has the upper halves {', '.join(f'0x{n:04X}' for n in sorted(numbers))}"
+    if len(places) < 50:
+        yield f"only {len(places)} log statements were found: the pattern no longer fits"
+
+
+def main(root):
+    paths = [p for folder in ("StreamSdk", "RemoteInput", "common", "rxdiag")
+             for p in sorted((root / folder).rglob("*")) if p.suffix in (".h", ".cpp")]
+    texts = {p.relative_to(root).as_posix(): p.read_text() for p in paths}
+    faults = [fault for path, text in texts.items() for fault in check_includes(path, text.splitlines(), texts)]
+    faults += check_identifiers(texts)
+    print("\n".join(faults) or f"{len(texts)} files are in order")
+    return 1 if faults or not texts else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(pathlib.Path(sys.argv[1])))

@@ -1,0 +1,305 @@
+#include "RemoteInput/common/RemoteInputInjector.h"
+
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "RemoteInput/common/RiTelemetryDefs.h"
+#include "tests/responders/Events.h"
+#include "tests/responders/FakeDesktop.h"
+#include "tests/responders/SteppedClock.h"
+
+using fakelibevdev::takeEvents;
+using steppedclock::SECOND;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace
+{
+
+constexpr char PAD[] = "RI Microsoft X-Box 360 pad";
+const fakestack::LogLine SETTINGS_RESET{ZUST_LL_INFO, "RemoteInputInjectorLinux",
+                                        "Resetting mouse settings before first mouse event"};
+
+fakestack::LogLine linux(ZustLogLevel level, const std::string& text)
+{
+    return {level, "RemoteInputInjectorLinux", text};
+}
+
+fakestack::LogLine injector(ZustLogLevel level, const std::string& text)
+{
+    return {level, "RemoteInputInjector", text};
+}
+
+class RemoteInputInjectorTest : public testing::Test
+{
+protected:
+    RemoteInputInjectorTest()
+    {
+        steppedclock::freeze();
+        fakelibevdev::reset();
+        fakestack::reset();
+        fakeDesktop() = {};
+        fakeDesktop().inputDevices = {{42, "RiMouse"}};
+        make();
+    }
+
+    void make()
+    {
+        m_injector.reset();
+        fakelibevdev::reset();
+        takeLines();
+        m_injector = std::make_unique<RemoteInputInjector>(m_sender, nullptr, nullptr);
+        EXPECT_THAT(takeLines(), ElementsAre(fakestack::LogLine{ZUST_LL_INFO, "RiMouseSettings",
+                                                                "Succesfully acquired XID[42]; timeTaken:0 ms."},
+                                             injector(ZUST_LL_INFO, "Server-side remote input stats: enabled")));
+    }
+
+    void send(const ZustInputEvent& event) { m_injector->OnEvent(&event, 5'000'999, 77); }
+
+    /// Also waits until it is injected.
+    Events sendMouse(const Mouse& mouse)
+    {
+        steppedclock::step(SECOND);
+        const size_t before = m_sender.count();
+        send(mouseEvent(mouse));
+        EXPECT_TRUE(steppedclock::waitUntil([&] { return m_sender.count() > before; }));
+        return takeEvents("RiMouse");
+    }
+
+    RecordingSender m_sender;
+    std::unique_ptr<RemoteInputInjector> m_injector;
+};
+
+const std::vector<uint8_t> PAD_REPORT = []
+{
+    std::vector<uint8_t> bytes(26);
+    bytes[4] = 1;    // the first controller
+    bytes[9] = 0x10; // A
+    return bytes;
+}();
+
+const std::vector<ZustTouchPointLowLevel> FINGER{{1, ZUST_TLL_DOWN, 2, 3, 0, 0, 0}};
+
+} // namespace
+
+TEST_F(RemoteInputInjectorTest, EveryKindGoesToItsResponder)
+{
+    m_injector->EnableTouch(true);
+    takeLines();
+    const int64_t now = steppedclock::step(SECOND);
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN, 0, 9));
+    EXPECT_EQ(takeEvents("RiKey"), (Events{key(KEY_A, 1), SYN}));
+    EXPECT_THAT(m_sender.takeRecords(), ElementsAre(RiRecord{RiTelemetry::KEYBOARD_DOWN, 9, 77, 5000, now / 1000}));
+    send(usbEvent(PAD_REPORT));
+    EXPECT_EQ(takeEvents(PAD), (Events{key(BTN_SOUTH, 1), SYN}));
+    send(touchEvent(FINGER));
+    EXPECT_THAT(takeEvents("RiTouch"), SizeIs(8));
+    EXPECT_THAT(takeLines(), IsEmpty());
+
+    const auto unsupported = [&](uint32_t type, const char* hex)
+    {
+        SCOPED_TRACE(hex);
+        ZustInputEvent event{};
+        event.type = static_cast<ZustInputEventType>(type);
+        send(event);
+        EXPECT_THAT(
+            takeLines(),
+            ElementsAre(linux(ZUST_LL_WARNING, std::string("Received unsupported ZustInputEventType 0x") + hex + ".")));
+    };
+    const std::pair<uint32_t, const char*> types[] = {{0, "0"},
+                                                      {4, "4"},
+                                                      {5, "5"},
+                                                      {6, "6"},
+                                                      {7, "7"},
+                                                      {9, "9"},
+                                                      {10, "a"},
+                                                      {11, "b"},
+                                                      {12, "c"},
+                                                      {13, "d"},
+                                                      {14, "e"},
+                                                      {15, "f"},
+                                                      {16, "10"},
+                                                      {17, "11"},
+                                                      {18, "12"},
+                                                      {19, "13"},
+                                                      {20, "14"},
+                                                      {22, "16"},
+                                                      {0x80000000, "80000000"},
+                                                      {0xFFFFFFFF, "ffffffff"}};
+    for (const auto& [type, hex] : types)
+        unsupported(type, hex);
+    for (const char* device : {"RiKey", "RiMouse", "RiTouch", PAD})
+        EXPECT_THAT(takeEvents(device), IsEmpty());
+}
+
+TEST_F(RemoteInputInjectorTest, TheFirstMouseEventResetsTheSettingsUnlessSettingsCameFirst)
+{
+    for (const bool settingsFirst : {false, true})
+    {
+        make();
+        fakeDesktop().commands.clear();
+        if (settingsFirst)
+        {
+            send(settingsEvent(20, 1));
+            EXPECT_THAT(fakeDesktop().commands, SizeIs(3));
+        }
+        takeLines();
+        EXPECT_EQ(sendMouse({.x = 3}), (Events{rel(REL_X, 3), SYN}));
+        const Lines lines = takeLines();
+        EXPECT_THAT(fakeDesktop().commands, SizeIs(3));
+        EXPECT_EQ(lines.empty(), settingsFirst);
+        if (!settingsFirst)
+        {
+            EXPECT_EQ(lines[0], SETTINGS_RESET);
+            EXPECT_THAT(
+                fakeDesktop().commands,
+                ElementsAre("xinput set-prop 42 \"libinput Accel Profile Enabled\" 0, 1",
+                            "xinput set-ptr-feedback 42 5 2 1",
+                            "xinput set-prop 42 \"Coordinate Transformation Matrix\" 1.000000 0 0 0 1.000000 0 0 0 1"));
+        }
+        m_injector->Reset();
+        sendMouse({});
+        EXPECT_THAT(fakeDesktop().commands, SizeIs(3)); // once, and not again after a reset
+    }
+}
+
+TEST_F(RemoteInputInjectorTest, PausedEventsAreLostAndNothingIsReleased)
+{
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN));
+    takeEvents("RiKey");
+    m_injector->Pause(true);
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_UP));
+    send(settingsEvent(20, 1));
+    send({});
+    m_injector->Pause(false);
+    EXPECT_THAT(takeEvents("RiKey"), IsEmpty());
+    EXPECT_THAT(fakeDesktop().commands, IsEmpty());
+    EXPECT_THAT(takeLines(), ElementsAre(injector(ZUST_LL_INFO, "RemoteInputInjection is Paused"),
+                                         injector(ZUST_LL_INFO, "RemoteInputInjection is Resumed")));
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_UP));
+    EXPECT_EQ(takeEvents("RiKey"), (Events{key(KEY_A, 0), SYN}));
+}
+
+TEST_F(RemoteInputInjectorTest, ResetReleasesKeysThenButtons)
+{
+    m_injector->EnableTouch(true);
+    sendMouse({.type = ZUST_ME_BUTTON, .data1 = ZUST_MB_LEFT, .data2 = 2});
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN));
+    send(usbEvent(PAD_REPORT));
+    send(touchEvent(FINGER));
+    for (const char* device : {"RiKey", "RiTouch", PAD})
+        takeEvents(device);
+    takeLines();
+
+    m_injector->Reset();
+    EXPECT_EQ(takeEvents("RiKey"), (Events{key(KEY_A, 0), SYN}));
+    EXPECT_EQ(takeEvents("RiMouse"), (Events{key(BTN_LEFT, 0), SYN}));
+    EXPECT_THAT(takeEvents(PAD), IsEmpty());
+    EXPECT_THAT(takeEvents("RiTouch"), IsEmpty());
+    EXPECT_THAT(takeLines(),
+                ElementsAre(linux(ZUST_LL_INFO, "Resetting keyboard state."),
+                            fakestack::LogLine{ZUST_LL_INFO, "RiKey", "Reset: releasing key 0x0041"},
+                            linux(ZUST_LL_INFO, "Resseting gamepad states."),
+                            linux(ZUST_LL_INFO, "Resetting mouse state."),
+                            fakestack::LogLine{ZUST_LL_INFO, "RiMouse", "Reset: Released mouse button [code:272]"}));
+}
+
+TEST_F(RemoteInputInjectorTest, BlockingChangesTheNextKeyEvent)
+{
+    const auto press = [&](ZustKeyCode keyCode)
+    {
+        send(keyEvent(keyCode, ZUST_KEYSTATE_DOWN, ZUST_MF_SHIFT));
+        send(keyEvent(keyCode, ZUST_KEYSTATE_UP, ZUST_MF_SHIFT));
+        Events events = takeEvents("RiKey");
+        std::erase_if(events, [](const fakelibevdev::Event& event) { return event.code == KEY_LEFTSHIFT; });
+        takeLines();
+        return events.size() > 2;
+    };
+    EXPECT_TRUE(press(ZUST_KEY_A));
+    m_injector->BlockKeyCombination(ZUST_MF_SHIFT, ZUST_KEY_A);
+    m_injector->BlockKeyCombination(ZUST_MF_SHIFT, ZUST_KEY_A);
+    EXPECT_FALSE(press(ZUST_KEY_A));
+    EXPECT_TRUE(press(ZUST_KEY_B));
+    m_injector->BlockKeyCombination(ZUST_MF_SHIFT, ZUST_KEY_ALL);
+    EXPECT_FALSE(press(ZUST_KEY_B));
+    m_injector->UnblockKeyCombination(ZUST_MF_SHIFT, ZUST_KEY_ALL);
+    EXPECT_FALSE(press(ZUST_KEY_A));
+    m_injector->UnblockAllKeyCombinations();
+    EXPECT_TRUE(press(ZUST_KEY_A));
+
+    m_injector->UnblockKeyCombination(ZUST_MF_SHIFT, ZUST_KEY_A);
+    m_injector->UnblockKeyCombination(0xABCD1234, ZUST_KEY_ALL);
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre(
+            injector(ZUST_LL_WARNING, "Invalid key enable command for key 0x41 with modifier flags 0x1."),
+            injector(ZUST_LL_WARNING, "Invalid key enable command for key 0xffff with modifier flags 0xabcd1234.")));
+}
+
+TEST_F(RemoteInputInjectorTest, MouseSettingsAreAlwaysAllowed)
+{
+    m_injector->AllowMouseSettings(false);
+    send(settingsEvent(0, 0));
+    EXPECT_THAT(fakeDesktop().commands, SizeIs(1));
+    EXPECT_EQ(takeLines().at(0),
+              linux(ZUST_LL_DEBUG, "Ignoring MouseSettingsControl, changing settings is always allowed on Linux"));
+}
+
+TEST_F(RemoteInputInjectorTest, DestructionReleasesEverything)
+{
+    m_injector->EnableTouch(true);
+    send(usbEvent(PAD_REPORT));
+    send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN));
+    EXPECT_EQ(fakelibevdev::liveDevices(), 4);
+    m_injector.reset();
+    EXPECT_EQ(takeEvents("RiKey"), (Events{key(KEY_A, 1), SYN, key(KEY_A, 0), SYN}));
+    EXPECT_EQ(fakelibevdev::liveDevices(), 0);
+    EXPECT_EQ(openFakeDisplays(), 0);
+
+    fakelibevdev::failNew();
+    EXPECT_THROW(RemoteInputInjector(m_sender, nullptr, nullptr), std::runtime_error);
+    fakelibevdev::failNew(false);
+    EXPECT_EQ(openFakeDisplays(), 0);
+}
+
+// The thread sanitizer watches. In the end nothing may be held.
+TEST_F(RemoteInputInjectorTest, ControlAndEventsRunAtTheSameTime)
+{
+    steppedclock::thaw();
+    std::thread control(
+        [&]
+        {
+            for (int i = 0; i < 100; ++i)
+            {
+                m_injector->EnableTouch(i % 2 == 0);
+                m_injector->BlockKeyCombination(0, ZUST_KEY_A);
+                m_injector->Reset();
+                m_injector->UnblockAllKeyCombinations();
+                m_injector->Pause(i % 10 == 0);
+                m_injector->AllowMouseSettings(true);
+            }
+            m_injector->Pause(false);
+        });
+    for (int i = 0; i < 300; ++i)
+    {
+        const int16_t action = i % 2 == 0 ? 2 : 0;
+        send(keyEvent(ZUST_KEY_A, i % 2 == 0 ? ZUST_KEYSTATE_DOWN : ZUST_KEYSTATE_UP, 0, 1));
+        send(mouseEvent({.type = ZUST_ME_BUTTON, .data1 = ZUST_MB_RIGHT, .data2 = action}));
+        send(usbEvent(PAD_REPORT));
+        send(touchEvent(FINGER));
+    }
+    control.join();
+    m_injector.reset();
+    for (const auto& [device, code] : {std::pair{"RiKey", KEY_A}, std::pair{"RiMouse", BTN_RIGHT}})
+    {
+        int last = 0;
+        for (const fakelibevdev::Event& event : takeEvents(device))
+            if (event.type == EV_KEY && event.code == static_cast<unsigned int>(code))
+                last = event.value;
+        EXPECT_EQ(last, 0) << device;
+    }
+}
