@@ -145,6 +145,7 @@ TEST_F(VirtualEvDevAcTest, TouchPositionsAreScaledToTheRangeOfTheContainer)
     constexpr char NO_SCALE[] = "Unable to find scaling factors for both ABS_MT_POSITION_[XY]";
     const input_absinfo full{0, 0, 65535, 0, 0, 0};
     const input_absinfo small{0, 0, 99, 0, 0, 0};
+    const input_absinfo odd{0, 0, 32767, 0, 0, 0};
     const input_absinfo none{0, 0, 0, 0, 0, 0};
     const input_absinfo tiny{0, 0, 1, 0, 0, 0};
 
@@ -159,10 +160,11 @@ TEST_F(VirtualEvDevAcTest, TouchPositionsAreScaledToTheRangeOfTheContainer)
     const Row rows[] = {
         {"the end", {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &full}}, {65535, 65535}, {10000, 10000}, false},
         {"cut off", {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &full}}, {32768, 13}, {5000, 1}, false},
+        // 9999: the factor is rounded before it is used.
         {"last wins",
-         {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &small}, {ABS_MT_POSITION_X, &small}},
-         {99, 33},
-         {10000, 3333},
+         {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &small}, {ABS_MT_POSITION_X, &odd}},
+         {32767, 33},
+         {9999, 3333},
          false},
         {"no range", {{ABS_MT_POSITION_X, &none}, {ABS_MT_POSITION_Y, &full}}, {65535, 65535}, {65535, 10000}, true},
         {"no axes", {}, {65535, 1}, {65535, 1}, true},
