@@ -1,25 +1,49 @@
 #!/usr/bin/env bash
-# The whole way of a remote key and pointer, on a machine without a streaming server: a session is played through the
+# The whole way of a remote key and pointer on a machine without a streaming server: sessions are played through the
 # library into a desktop, and what the desktop saw is compared with what was sent.
 #
-#   scripts/demo.sh [--session FILE] [--kernel] [--out FOLDER] [-- zuis-host options...]
+#   scripts/demo.sh [--session FILE] [--kernel] [--out FOLDER] [-- OPTIONS of zuis-host play]
 #
-# Installs what is missing with apt-get. Leaves pictures and records in out/demo.
+#   --session FILE   play this session instead of those that are shipped
+#   --kernel         in a virtual machine with a real /dev/uinput, over the default backend, under Xorg with libinput;
+#                    without it, over the XTest extension of a private Xvfb
+#   --out FOLDER     where pictures and records go (default: out/demo, with --kernel out/demo-kernel)
+#
+# Installs what is missing with apt-get. Exit status: 0 when everything that was sent was seen.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-session=
-out=out/demo
+sessions=(tools/host/sessions/demo.jsonl tools/host/sessions/strokes.jsonl)
+out=
 kernel=
 while [ $# -gt 0 ]; do
     case $1 in
-    --session) session=${2:?--session needs a file}; shift 2 ;;
+    --session) sessions=("${2:?--session needs a file}"); shift 2 ;;
     --out) out=${2:?--out needs a folder}; shift 2 ;;
     --kernel) kernel=1; shift ;;
     --) shift; break ;;
-    -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    -h | --help) sed -n '2,13s/^# \{0,1\}//p' "$0"; exit 0 ;;
     *) die "unknown argument '$1' (see --help)" ;;
     esac
 done
-host_options=("$@")
+out=${out:-out/demo${kernel:+-kernel}}
+for session in "${sessions[@]}"; do [ -r "$session" ] || die "cannot read $session"; done
+
+# shellcheck disable=SC2046,SC2086
+ensure_packages $BUILD_PACKAGES $X_PACKAGES ${kernel:+$(scripts/guest/guest packages)}
+say "Building (the first time takes a few minutes)"
+[ -e build/release/build.ninja ] || cmake --preset release -DZUIS_BUILD_TESTS=OFF >/dev/null
+build release InputStreamShared zuis-host zuis-desktop
+
+rm -rf "$out"
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+if [ -n "$kernel" ]; then
+    say "Starting a virtual machine (its kernel is fetched the first time)"
+    exec scripts/guest/guest run --x --share "$out" -- scripts/demo-desktop.sh uinput "$out" "${sessions[@]}" -- "$@"
+fi
+XVFB_PID=
+trap '[ -z "$XVFB_PID" ] || kill "$XVFB_PID" 2>/dev/null' EXIT
+start_xvfb
+scripts/demo-desktop.sh xtest "$out" "${sessions[@]}" -- "$@"

@@ -1,6 +1,6 @@
 # Shared by the scripts: messages, packages, builds. Sourced, not run.
 
-say() { printf '%s\n' "$*"; }
+say() { printf "%s\n" "$@"; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 readonly BUILD_PACKAGES="cmake ninja-build pkg-config g++ libevdev-dev libx11-dev libxi-dev libxtst6 libcli11-dev
