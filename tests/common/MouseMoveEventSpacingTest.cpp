@@ -1,7 +1,10 @@
 #include "RemoteInput/common/MouseMoveEventSpacing.h"
 
+#include <array>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -17,21 +20,12 @@ using State = MouseEventsSpacingState;
 struct StepClock
 {
     static TimeUnit now() { return std::exchange(s_now, s_now + s_perReading); }
-    static void yield() { s_now += s_perYield; }
+    static void yield() { s_now += 25'000; }
     static void sleepMs(int ms) { s_now += ms * State::ONE_MS + s_overshoot; }
 
-    static void reset()
-    {
-        s_now = 10'000'000'000;
-        s_perReading = 0;
-        s_perYield = 25'000;
-        s_overshoot = 0;
-    }
-
-    inline static TimeUnit s_now;
-    inline static TimeUnit s_perReading;
-    inline static TimeUnit s_perYield;
-    inline static TimeUnit s_overshoot;
+    inline static TimeUnit s_now = 10'000'000'000;
+    inline static TimeUnit s_perReading = 0;
+    inline static TimeUnit s_overshoot = 0;
 };
 using Spacing = BasicMouseEventsSpacing<StepClock>;
 
@@ -80,15 +74,9 @@ Outcome applyTo(Spacing& spacing, const Report& report)
             stats.timeSpaceAdded,      spacing.context().timeBehind, spacing.context().sleepOverheadCompensation};
 }
 
-class SpacingTest : public testing::Test
-{
-protected:
-    SpacingTest() { StepClock::reset(); }
-};
-
 } // namespace
 
-TEST_F(SpacingTest, WaitsOfFreshObjects)
+TEST(SpacingTest, WaitsOfFreshObjects)
 {
     const std::pair<Report, Outcome> cases[] = {
         {{"first report ever", MOVE, 1000, 0, 10'000'000'000, 0}, {-9'999'000'000, -1, 0, 0, 0, 900'000}},
@@ -116,7 +104,7 @@ TEST_F(SpacingTest, WaitsOfFreshObjects)
     }
 }
 
-TEST_F(SpacingTest, LatenessIsCarriedAndPaidBackInParts)
+TEST(SpacingTest, LatenessIsCarriedAndPaidBackInParts)
 {
     const std::pair<Report, Outcome> steps[] = {
         {{"overslept by 2 ms", MOVE, 2000, 0, 0, 3'000'000}, {2'000'000, 1, 0, 4'000'000, 2'000'000, 910'000}},
@@ -134,7 +122,7 @@ TEST_F(SpacingTest, LatenessIsCarriedAndPaidBackInParts)
         ASSERT_EQ(outcome, applyTo(spacing, report)) << report.name;
 }
 
-TEST_F(SpacingTest, BusyWaitFollowsTheFlavor)
+TEST(SpacingTest, BusyWaitFollowsTheFlavor)
 {
     struct Case
     {
@@ -149,12 +137,11 @@ TEST_F(SpacingTest, BusyWaitFollowsTheFlavor)
         {{true, 5, true, 0, 3}, 25'000, {900'000, -1, 31, 800'000, 0, 900'000}, 3},
         {{true, -1, false, 1, 2}, 25'000, {900'000, -1, 21, 550'000, -250'000, 900'000}, 3},
         {{true, 4, true, 2, 1}, 0, {900'000, -1, 32, 800'000, 0, 900'000}, 4},
-        {{true, 2, true, 3, 1}, 0, {900'000, -1, 12, 300'000, -500'000, 900'000}, 2}, // never below the least spacing
+        {{true, 2, true, 3, 0}, 0, {900'000, -1, 12, 300'000, -500'000, 900'000}, 2}, // never below the least spacing
     };
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.in.busyWaitOptimization);
-        StepClock::reset();
         StepClock::s_perReading = c.perReading;
         Flavor flavor = c.in;
         Spacing spacing(flavor);
@@ -162,10 +149,11 @@ TEST_F(SpacingTest, BusyWaitFollowsTheFlavor)
         EXPECT_EQ(c.in.aggregationEnabled, flavor.aggregationEnabled);
         EXPECT_EQ(c.in.busyWaitOptimization, flavor.busyWaitOptimization);
         EXPECT_EQ(c.outcome, applyTo(spacing, report));
+        StepClock::s_perReading = 0;
     }
 }
 
-TEST_F(SpacingTest, ShiftBoundsLatenessAsItShortensSpins)
+TEST(SpacingTest, ShiftBoundsLatenessAsItShortensSpins)
 {
     for (const auto& [optimization, computed] : {std::pair{2, 775'000}, std::pair{3, 400'000}})
     {
@@ -176,53 +164,39 @@ TEST_F(SpacingTest, ShiftBoundsLatenessAsItShortensSpins)
     }
 }
 
-TEST_F(SpacingTest, SleepOvershootIsLearnedInSteps)
+TEST(SpacingTest, SleepOvershootIsLearnedInSteps)
 {
-    struct Case
-    {
-        int oversleep;
-        int timeError;
-        bool slept;
-        int change;
-    };
-    const Case cases[] = {
+    const std::tuple<int, int, bool, int> cases[] = {
+        // oversleep, computed wait, slept, change
         {-1'200'001, 0, true, -10'000}, {-1'200'000, 0, true, 0},         {-100'000, 0, true, 0},
         {-99'999, 0, true, 10'000},     {2'000'000, 0, true, 10'000},     {0, -900'000, false, -10'000},
         {0, -899'999, false, 0},        {5'000'000, 1'099'999, false, 0}, {0, 1'100'000, false, -10'000},
     };
-    for (const Case& c : cases)
+    for (const auto& [oversleep, computed, slept, change] : cases)
     {
         State state;
-        state.overheadCompAdaptive(c.oversleep, c.timeError, c.slept);
-        EXPECT_EQ(900'000 + c.change, state.context().sleepOverheadCompensation) << c.oversleep << " " << c.timeError;
+        state.overheadCompAdaptive(oversleep, computed, slept);
+        EXPECT_EQ(900'000 + change, state.context().sleepOverheadCompensation) << oversleep << " " << computed;
     }
 }
 
 TEST(SpacingStateTest, IntervalsFallIntoFourClasses)
 {
-    struct Case
-    {
-        uint32_t measured;
-        uint32_t interval;
-        int bin;
-        uint32_t aggregation;
-        uint32_t critical;
-    };
-    const Case cases[] = {
-        {0, 1000, 0, 45, 55},    {1899, 1000, 0, 45, 55}, {1900, 2000, 1, 22, 32}, {3899, 2000, 1, 22, 32},
-        {3900, 4000, 2, 12, 22}, {6999, 4000, 2, 12, 22}, {7000, 7000, 3, 6, 16},  {8500, 8500, 3, 6, 16},
+    const std::array<uint32_t, 6> cases[] = {
+        // measured, interval, class, paced at, aggregation and critical threshold
+        {0, 1000, 0, 1000, 45, 55},    {1899, 1000, 0, 1000, 45, 55}, {1900, 2000, 1, 2000, 22, 32},
+        {3899, 2000, 1, 2000, 22, 32}, {3900, 4000, 2, 4000, 12, 22}, {6999, 4000, 2, 4000, 12, 22},
+        {7000, 7000, 3, 8000, 6, 16},  {8500, 8500, 3, 8000, 6, 16},
     };
     State state;
-    for (const Case& c : cases)
+    for (const auto& expected : cases)
     {
-        SCOPED_TRACE(c.measured);
         TmStats stats;
-        stats.samplingRate = c.measured;
-        EXPECT_EQ(c.bin == 3 ? 8000 : c.interval, state.samplingRateSpeedUpAdjusted(stats));
-        EXPECT_EQ(c.interval, stats.samplingRate);
-        EXPECT_EQ(c.bin, stats.srbin());
-        EXPECT_EQ(c.aggregation, state.context().aggregationThreshold);
-        EXPECT_EQ(c.critical, state.context().criticalThreshold);
+        stats.samplingRate = expected[0];
+        const uint32_t paced = state.samplingRateSpeedUpAdjusted(stats);
+        const auto& context = state.context();
+        EXPECT_EQ(expected, (std::array{expected[0], stats.samplingRate, static_cast<uint32_t>(stats.srbin()), paced,
+                                        context.aggregationThreshold, context.criticalThreshold}));
     }
 }
 

@@ -59,25 +59,6 @@ TEST(LatencyMapTest, PercentilesAreLowerBucketEdges)
     }
 }
 
-TEST(LatencyMapTest, SumsAllCountersAndClearsThem)
-{
-    Map map;
-    Map other;
-    for (const int sample : {-30, 10, 10, 80, 200})
-        map.add(sample);
-    for (const int sample : {-30, 10, 500, 500})
-        other.add(sample);
-    map.add(other);
-    EXPECT_EQ((std::array<unsigned int, 4>{3, 0, 0, 1}), map.m_buckets);
-    EXPECT_EQ(2u, map.m_underflowCount);
-    EXPECT_EQ(3u, map.m_overflowCount);
-    EXPECT_EQ(9u, map.m_sampleCount);
-
-    map.clear();
-    EXPECT_EQ((std::array<unsigned int, 4>{}), map.m_buckets);
-    EXPECT_EQ(0u, map.m_underflowCount + map.m_overflowCount + map.m_sampleCount);
-}
-
 TEST(MeasurementTest, PastTheEndLiesOneSharedZeroPair)
 {
     RiTelemetry::Measurement measurement({95.0});
