@@ -144,34 +144,35 @@ TEST_F(MouseTest, StoppingWith100000ReportsQueuedEndsAtOnceAndReleasesButtons)
     EXPECT_THAT(m_watcher.take(1, 100ms), testing::IsEmpty()) << "nothing is injected afterwards";
 }
 
-// 8000 reports a second for as long as ZUIS_FLOOD_SECONDS says: every step arrives, and the memory is given back.
+// 8000 reports a second for as long as ZUIS_FLOOD_SECONDS says, twice: every step arrives, and the second flood needs
+// no memory that the first has not given back (to the queues on the way to it, this program's among them).
 TEST_F(MouseTest, AFloodAt8KilohertzLosesNothing)
 {
     const int seconds = std::getenv("ZUIS_FLOOD_SECONDS") ? std::atoi(std::getenv("ZUIS_FLOOD_SECONDS")) : 1;
-    const int count = 8000 * seconds;
+    const size_t count = 4000 * static_cast<size_t>(seconds);
     m_watcher.warpPointer(100, 100);
-    m_server->move(1, 0);
-    m_server->move(-1, 0);
-    settledPointer();
     m_watcher.take();
-    malloc_trim(0);
-    const size_t before = mallinfo2().uordblks;
-
-    std::vector<XSeen> expected;
-    auto next = std::chrono::steady_clock::now();
-    for (int i = 0; i < count; ++i)
+    size_t inUse = 0;
+    for (int flood = 0; flood < 2; ++flood)
     {
-        m_server->move(i % 2 ? -1 : 1, 0, static_cast<uint64_t>(1'000'000 + i * 125));
-        next += 125us;
-        std::this_thread::sleep_until(next);
+        auto next = std::chrono::steady_clock::now();
+        for (size_t i = 0; i < count; ++i)
+        {
+            m_server->move(i % 2 ? -1 : 1, 0, 1'000'000 + i * 125);
+            next += 125us;
+            std::this_thread::sleep_until(next);
+        }
+        {
+            const std::vector<XSeen> seen = m_watcher.take(count, 60s * seconds);
+            ASSERT_EQ(seen.size(), count);
+            for (size_t i = 0; i < count; ++i)
+                ASSERT_EQ(seen[i], (XSeen{XSeen::MOTION, 0, i % 2 ? 100 : 101, 100})) << "report " << i;
+        }
+        m_server->drain();
+        if (flood == 1)
+            EXPECT_LT(mallinfo2().uordblks, inUse + 32 * 1024);
+        inUse = mallinfo2().uordblks;
     }
-    const std::vector<XSeen> seen = m_watcher.take(static_cast<size_t>(count), 60s * seconds);
-    ASSERT_EQ(seen.size(), static_cast<size_t>(count));
-    for (int i = 0; i < count; ++i)
-        ASSERT_EQ(seen[static_cast<size_t>(i)], (XSeen{XSeen::MOTION, 0, i % 2 ? 100 : 101, 100})) << "report " << i;
-
-    m_server->drain();
-    EXPECT_LT(mallinfo2().uordblks, before + seen.capacity() * sizeof(XSeen) + 256 * 1024);
 }
 
 TEST_F(MouseTest, SettingsReachTheDeviceThroughXinput)
