@@ -4,6 +4,9 @@
 #include <array>
 #include <utility>
 
+namespace desktop
+{
+
 namespace
 {
 struct ModifierKey
@@ -198,3 +201,5 @@ void DesktopModel::on(const SeenGeometry& geometry)
 {
     m_geometry = geometry;
 }
+
+} // namespace desktop

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_MODEL_H
+#define TOOLS_DESKTOP_DESKTOP_MODEL_H
 
 #include "tools/desktop/SeenEvent.h"
 
@@ -9,6 +10,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace desktop
+{
 
 /// Everything that the desktop has seen, as a person would want to look at it: the text, what is held, the pointer's
 /// way, clicks, touches and counts. Fed with `apply`; knows neither X nor pictures. Not thread-safe: every thread that
@@ -117,3 +121,7 @@ private:
     SeenPointer m_pointer;
     SeenGeometry m_geometry;
 };
+
+} // namespace desktop
+
+#endif

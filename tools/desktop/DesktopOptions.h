@@ -1,7 +1,11 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_OPTIONS_H
+#define TOOLS_DESKTOP_DESKTOP_OPTIONS_H
 
 #include <optional>
 #include <string>
+
+namespace desktop
+{
 
 /// What the command line asks for; see `zuis-desktop --help`.
 struct DesktopOptions
@@ -18,3 +22,7 @@ struct DesktopOptions
     std::string record;              ///< path; empty for none
     std::string readyFile;           ///< path; empty for none
 };
+
+} // namespace desktop
+
+#endif

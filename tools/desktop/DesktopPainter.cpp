@@ -6,6 +6,9 @@
 
 #include <fmt/core.h>
 
+namespace desktop
+{
+
 namespace
 {
 // The panels are laid out for this size; see PanelPainter.
@@ -67,3 +70,5 @@ void DesktopPainter::writePng(const std::string& path, const DesktopModel& model
         throw std::runtime_error(fmt::format("cannot write the picture {}: {}", path, cairo_status_to_string(status)));
     }
 }
+
+} // namespace desktop

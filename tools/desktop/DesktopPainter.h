@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_PAINTER_H
+#define TOOLS_DESKTOP_DESKTOP_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/Drawing.h"
@@ -6,6 +7,9 @@
 #include "tools/desktop/TrailPainter.h"
 
 #include <string>
+
+namespace desktop
+{
 
 /// The whole picture of what the desktop saw, on any cairo surface. Lines and letters grow with the window, so that a
 /// picture looks the same at every size. Belongs to one thread.
@@ -33,3 +37,7 @@ private:
     TrailPainter m_trail;
     PanelPainter m_panels;
 };
+
+} // namespace desktop
+
+#endif

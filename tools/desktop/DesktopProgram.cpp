@@ -26,6 +26,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+namespace desktop
+{
+
 namespace
 {
 constexpr std::int64_t SECOND = 1'000'000'000;
@@ -250,3 +253,5 @@ int runDesktop(const DesktopOptions& options) noexcept
         return exit_code::FAILED;
     }
 }
+
+} // namespace desktop

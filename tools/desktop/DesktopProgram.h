@@ -1,6 +1,10 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_PROGRAM_H
+#define TOOLS_DESKTOP_DESKTOP_PROGRAM_H
 
 #include "tools/desktop/DesktopOptions.h"
+
+namespace desktop
+{
 
 /// Exit codes of zuis-desktop, besides those of a wrong command line.
 namespace exit_code
@@ -14,3 +18,7 @@ inline constexpr int SERVER_GONE = 3; ///< the X server went away; record and pi
 /// Gives the exit code; tells failures on stderr and does not throw. Blocks the signals that it handles for the whole
 /// process. To be called once, from the main thread.
 int runDesktop(const DesktopOptions& options) noexcept;
+
+} // namespace desktop
+
+#endif

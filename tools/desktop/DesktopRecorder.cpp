@@ -8,6 +8,9 @@
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
 
+namespace desktop
+{
+
 namespace
 {
 using Json = nlohmann::ordered_json;
@@ -203,3 +206,5 @@ void DesktopRecorder::write(const nlohmann::ordered_json& line)
                    std::generic_category().message(errno));
     }
 }
+
+} // namespace desktop

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_RECORDER_H
+#define TOOLS_DESKTOP_DESKTOP_RECORDER_H
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/SeenEvent.h"
@@ -9,6 +10,9 @@
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
+
+namespace desktop
+{
 
 /// Writes what the desktop saw as JSON Lines: one object per event, written through to the file as the events come, so
 /// that a reader may follow it and nothing is lost when the program is killed.
@@ -47,3 +51,7 @@ private:
     std::unique_ptr<std::FILE, CloseFile> m_file;
     bool m_good = true;
 };
+
+} // namespace desktop
+
+#endif

@@ -15,6 +15,9 @@
 #include <fmt/core.h>
 #include <xcb/xcb.h>
 
+namespace desktop
+{
+
 namespace
 {
 using Clock = std::chrono::steady_clock;
@@ -221,3 +224,5 @@ void DesktopScreen::run()
         m_end.wait_until(lock, begin + rest, [this] { return m_stop; });
     }
 }
+
+} // namespace desktop

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_SCREEN_H
+#define TOOLS_DESKTOP_DESKTOP_SCREEN_H
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/SeenEvent.h"
@@ -9,6 +10,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+namespace desktop
+{
 
 /// Shows the picture in the window, on a thread and a server connection of its own, so that drawing never delays the
 /// reading of events. Draws 30 times a second at most, less often where drawing is slow, and not at all while nothing
@@ -50,3 +54,7 @@ private:
 
     std::thread m_thread;
 };
+
+} // namespace desktop
+
+#endif

@@ -15,6 +15,9 @@
 #include <X11/keysym.h>
 #include <fmt/core.h>
 
+namespace desktop
+{
+
 namespace
 {
 // With one of these held, a key is a shortcut and types nothing. Mod1 is Alt and Mod4 is Super on every usual layout.
@@ -505,3 +508,5 @@ void DesktopWindow::emit(Time time, SeenBody body)
 {
     m_sink({{m_now, static_cast<std::uint32_t>(time)}, std::move(body)});
 }
+
+} // namespace desktop

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DESKTOP_WINDOW_H
+#define TOOLS_DESKTOP_DESKTOP_WINDOW_H
 
 #include "tools/desktop/DesktopOptions.h"
 #include "tools/desktop/SeenEvent.h"
@@ -14,6 +15,9 @@
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput2.h>
+
+namespace desktop
+{
 
 /// The desktop's window: opens it, keeps the focus, and turns what the X server sends into SeenEvents. Keys come from
 /// the core protocol (which input methods understand), pointer and touch from XInput 2. Draws nothing. Belongs to one
@@ -122,3 +126,7 @@ private:
     std::map<int, std::string_view> m_deviceNames;                            ///< forgotten when devices come or go
     std::set<std::string, std::less<>> m_namesEverSeen;                       ///< what the views point to
 };
+
+} // namespace desktop
+
+#endif

@@ -6,6 +6,9 @@
 
 #include <fontconfig/fontconfig.h>
 
+namespace desktop
+{
+
 namespace
 {
 constexpr double FULL_TURN = 2 * std::numbers::pi;
@@ -164,3 +167,5 @@ Colour touchColour(unsigned id)
 {
     return TOUCH_COLOURS[id % TOUCH_COLOURS.size()];
 }
+
+} // namespace desktop

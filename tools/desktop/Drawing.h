@@ -1,10 +1,14 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_DRAWING_H
+#define TOOLS_DESKTOP_DRAWING_H
 
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include <cairo.h>
+
+namespace desktop
+{
 
 /// Owners of cairo handles, the colours of the picture, and the few drawing operations that its parts share.
 struct DestroyCairo
@@ -73,3 +77,7 @@ void drawTouchRing(cairo_t* cr, double x, double y, unsigned id);
 void drawPointer(cairo_t* cr, double x, double y);
 /// The colour that stands for a touch in discs and paths.
 Colour touchColour(unsigned id);
+
+} // namespace desktop
+
+#endif

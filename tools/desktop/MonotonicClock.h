@@ -1,7 +1,11 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_MONOTONIC_CLOCK_H
+#define TOOLS_DESKTOP_MONOTONIC_CLOCK_H
 
 #include <cstdint>
 #include <ctime>
+
+namespace desktop
+{
 
 /// CLOCK_MONOTONIC in nanoseconds. Any thread.
 inline std::int64_t monotonicNanoseconds()
@@ -10,3 +14,7 @@ inline std::int64_t monotonicNanoseconds()
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
+
+} // namespace desktop
+
+#endif

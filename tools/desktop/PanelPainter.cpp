@@ -11,6 +11,9 @@
 
 #include <fmt/format.h>
 
+namespace desktop
+{
+
 namespace
 {
 constexpr double MARGIN = 20;
@@ -377,3 +380,5 @@ void PanelPainter::paintLegend(cairo_t* cr, double x, double y) const
     drawPointer(cr, at + 13, y);
     label(at + 32, "pointer now");
 }
+
+} // namespace desktop

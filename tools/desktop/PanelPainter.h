@@ -1,4 +1,5 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_PANEL_PAINTER_H
+#define TOOLS_DESKTOP_PANEL_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/Drawing.h"
@@ -6,6 +7,9 @@
 #include <map>
 #include <string>
 #include <string_view>
+
+namespace desktop
+{
 
 /// Draws the parts of the picture that stand at fixed places: title, typed text, state of keys and buttons, counts and
 /// legend. Everything is measured in units; the layout needs at least 1280 x 720 of them. Belongs to one thread.
@@ -43,3 +47,7 @@ private:
     std::string m_title;
     std::map<std::string, double, std::less<>> m_monoAdvance; ///< character to width at size 1
 };
+
+} // namespace desktop
+
+#endif

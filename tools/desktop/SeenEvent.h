@@ -1,10 +1,14 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_SEEN_EVENT_H
+#define TOOLS_DESKTOP_SEEN_EVENT_H
 
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
+
+namespace desktop
+{
 
 /// What the desktop saw: one structure per kind of event, as decoded from the X protocol. Positions are screen (root
 /// window) coordinates in pixels.
@@ -114,3 +118,7 @@ struct SeenEvent
     SeenTime time;
     SeenBody body;
 };
+
+} // namespace desktop
+
+#endif

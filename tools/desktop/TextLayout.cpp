@@ -2,6 +2,9 @@
 
 #include <cstddef>
 
+namespace desktop
+{
+
 namespace
 {
 constexpr std::size_t TAB_COLUMNS = 4;
@@ -137,3 +140,5 @@ std::string shortenText(std::string_view text, double maxWidth, const std::funct
     }
     return width <= maxWidth ? std::string(text) : std::string(text.substr(0, keep)) + std::string(ELLIPSIS);
 }
+
+} // namespace desktop

@@ -1,9 +1,13 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_TEXT_LAYOUT_H
+#define TOOLS_DESKTOP_TEXT_LAYOUT_H
 
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace desktop
+{
 
 /// Breaks UTF-8 text into lines no wider than `maxWidth`, at '\n', else after spaces, else inside a word that alone is
 /// wider than a line. `advance` gives the width of one character, in the unit of `maxWidth`. Tabs become spaces up to
@@ -14,3 +18,7 @@ std::vector<std::string> wrapText(std::string_view text, double maxWidth,
 
 /// Shortens UTF-8 text to `maxWidth`, with "…" in place of what was cut off; gives it back unchanged where it fits.
 std::string shortenText(std::string_view text, double maxWidth, const std::function<double(std::string_view)>& advance);
+
+} // namespace desktop
+
+#endif

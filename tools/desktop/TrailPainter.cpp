@@ -8,6 +8,9 @@
 
 #include <fmt/core.h>
 
+namespace desktop
+{
+
 namespace
 {
 constexpr double MOVE_WIDTH = 1.6;
@@ -267,3 +270,5 @@ void TrailPainter::at(cairo_t* cr, double x, double y, const Draw& draw) const
     draw();
     cairo_restore(cr);
 }
+
+} // namespace desktop

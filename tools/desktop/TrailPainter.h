@@ -1,10 +1,14 @@
-#pragma once
+#ifndef TOOLS_DESKTOP_TRAIL_PAINTER_H
+#define TOOLS_DESKTOP_TRAIL_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/Drawing.h"
 
 #include <cstddef>
 #include <vector>
+
+namespace desktop
+{
 
 /// Draws what happened at places of the screen: the grid, the pointer's way, touches, clicks. Whatever will not change
 /// any more is drawn once, on a surface of its own ("paper"), so that a frame costs the same however long the way is.
@@ -47,3 +51,7 @@ private:
     std::size_t m_trailDone = 0;          ///< points of the trail that are on the paper
     std::vector<std::size_t> m_touchDone; ///< the same for each touch
 };
+
+} // namespace desktop
+
+#endif

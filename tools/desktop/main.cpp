@@ -8,6 +8,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
+using desktop::DesktopOptions;
+
 namespace
 {
 constexpr int SMALLEST_WIDTH = 320;
@@ -86,7 +88,7 @@ int main(int argc, char** argv)
                "Exit status: 0 done; 1 could not start, or could not write a file; 3 the X server went away (record\n"
                "and picture are kept); above 100 wrong arguments.");
     CLI11_PARSE(app, argc, argv);
-    const int code = runDesktop(options);
-    releaseDrawingCaches(); // else they look like leaks to a checker
+    const int code = desktop::runDesktop(options);
+    desktop::releaseDrawingCaches(); // else they look like leaks to a checker
     return code;
 }
