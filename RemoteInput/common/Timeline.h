@@ -56,7 +56,10 @@ public:
         if (since == SINCE_LAST_CHECK)
             since = m_lastCheck;
         m_lastCheck = m_currentTimeSource;
-        return since < m_lastCheck ? m_lastCheck - since : 0;
+        // Modulo 2^64: the client may send any value.
+        return since < m_lastCheck
+                   ? static_cast<TimeUnit>(static_cast<uint64_t>(m_lastCheck) - static_cast<uint64_t>(since))
+                   : 0;
     }
 
 private:
