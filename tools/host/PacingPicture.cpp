@@ -56,16 +56,22 @@ double ms(int64_t ns)
     return static_cast<double>(ns) / 1e6;
 }
 
-/// The next of 1, 2, 5, 10, ... that is at least `value`.
+/// The next round number that is at least `value`; ten parts of it are round as well.
 double roundUp(double value)
 {
     const double decade = std::pow(10, std::floor(std::log10(std::max(value, 1e-6))));
-    for (const double step : {1.0, 2.0, 5.0, 10.0})
+    for (const double step : {1.0, 1.5, 2.0, 3.0, 4.0, 5.0, 6.0, 8.0, 10.0})
     {
         if (value <= decade * step * (1 + 1e-9))
             return decade * step;
     }
     return decade * 10;
+}
+
+/// With about three digits that count.
+std::string rounded(double value)
+{
+    return fmt::format("{:.{}f}", value, value >= 100 ? 0 : value >= 10 ? 1 : 2);
 }
 
 class Canvas
@@ -151,10 +157,11 @@ std::array<double, BINS + 1> shares(const Samples& samples, double maxMs)
 
 HistogramScale chooseScale(const std::array<Series, 3>& series)
 {
-    double widest = 0.1;
+    // Stragglers are counted apart; the scale is for what is usual.
+    double widest = std::max(0.1, 4 * ms(series[0].samples->percentile(50)));
     for (const Series& s : series)
-        widest = std::max(widest, ms(s.samples->percentile(99)));
-    HistogramScale scale{roundUp(widest * 1.2), 1};
+        widest = std::max(widest, 1.3 * ms(s.samples->percentile(95)));
+    HistogramScale scale{roundUp(widest), 1};
     for (const Series& s : series)
     {
         const auto bins = shares(*s.samples, scale.maxMs);
@@ -170,7 +177,7 @@ void drawHistogram(Canvas& canvas, const Box& box, const Series& series, const H
     constexpr int Y_STEPS = 4;
     const double bottom = box.y + box.height;
     // The bin beyond the scale stands apart on the right.
-    const double binWidth = box.width / (BINS + 3);
+    const double binWidth = box.width / (BINS + 5);
     const double plotWidth = binWidth * BINS;
 
     canvas.colour(GRID);
@@ -191,7 +198,7 @@ void drawHistogram(Canvas& canvas, const Box& box, const Series& series, const H
     for (int i = 0; i <= BINS; ++i)
     {
         const double height = box.height * bins[static_cast<size_t>(i)] / scale.maxShare;
-        const double x = box.x + binWidth * (i == BINS ? BINS + 1.5 : i);
+        const double x = box.x + binWidth * (i == BINS ? BINS + 3 : i);
         // What is there at all stays visible.
         if (bins[static_cast<size_t>(i)] > 0)
             canvas.fill({x + 0.5, bottom - std::max(height, 1.5), binWidth - 1, std::max(height, 1.5)});
@@ -199,8 +206,8 @@ void drawHistogram(Canvas& canvas, const Box& box, const Series& series, const H
     if (bins[BINS] > 0)
     {
         canvas.colour(FAINT);
-        canvas.text(box.x + binWidth * (BINS + 2), bottom + 16, 11, "longer", Align::CENTRE);
-        canvas.text(box.x + binWidth * (BINS + 2), bottom - box.height * bins[BINS] / scale.maxShare - 6, 11,
+        canvas.text(box.x + binWidth * (BINS + 3.5), bottom + 16, 11, "longer", Align::CENTRE);
+        canvas.text(box.x + binWidth * (BINS + 3.5), bottom - box.height * bins[BINS] / scale.maxShare - 6, 11,
                     fmt::format("{:.2g} %", bins[BINS]), Align::CENTRE);
     }
 
@@ -229,8 +236,11 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
 
     const std::array groups{Series{"delivery to injection", &injection.mouseLatency, INJECTED},
                             Series{"client to injection", &injection.mouseFromClient, SENT}};
-    const double top =
-        roundUp(std::max({0.1, ms(injection.mouseLatency.max()), ms(injection.mouseFromClient.max())}) * 1.1);
+    const double longest = std::max({0.1, ms(injection.mouseLatency.max()), ms(injection.mouseFromClient.max())});
+    constexpr double SHOWN_IN_SECONDS = 2000;
+    const bool seconds = longest >= SHOWN_IN_SECONDS;
+    const auto shown = [&](int64_t ns) { return seconds ? ms(ns) / 1000 : ms(ns); };
+    const double top = roundUp((seconds ? longest / 1000 : longest) * 1.1);
     const double bottom = box.y + box.height;
 
     for (int i = 0; i <= STEPS; ++i)
@@ -247,20 +257,20 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
     {
         for (size_t g = 0; g < groups.size(); ++g)
         {
-            const double value = ms(groups[g].samples->percentile(BARS[i].percent));
+            const double value = shown(groups[g].samples->percentile(BARS[i].percent));
             const double height = std::max(box.height * value / top, 1.5);
             const double x =
                 box.x + slot * static_cast<double>(i) + slot * 0.12 + barWidth * static_cast<double>(g) * 1.1;
             canvas.colour(groups[g].colour);
             canvas.fill({x, bottom - height, barWidth, height});
             canvas.colour(INK);
-            canvas.text(x + barWidth / 2, bottom - height - 5, 9, fmt::format("{:.3g}", value), Align::CENTRE);
+            canvas.text(x + barWidth / 2, bottom - height - 5, 9, rounded(value), Align::CENTRE);
         }
         canvas.colour(INK);
         canvas.text(box.x + slot * (static_cast<double>(i) + 0.5), bottom + 18, 12, BARS[i].name, Align::CENTRE);
     }
     canvas.colour(INK);
-    canvas.text(box.x, box.y - 54, 14, "Latency of mouse events, ms");
+    canvas.text(box.x, box.y - 54, 14, seconds ? "Latency of mouse events, seconds" : "Latency of mouse events, ms");
     double x = box.x;
     for (const Series& group : groups)
     {
@@ -296,7 +306,7 @@ void drawPacingPicture(const RunReport& report, const std::string& fileName)
                             injection.intervalsInjected.count() + 1, injection.longestQueue));
 
     constexpr double LEFT = 80;
-    constexpr double PLOT_WIDTH = 690;
+    constexpr double PLOT_WIDTH = 700;
     constexpr double PLOT_HEIGHT = 162;
     constexpr double FIRST_TOP = 110;
     constexpr double DISTANCE = 222;

@@ -101,7 +101,7 @@ size_t writesToExpect(const Session& session)
     return writes;
 }
 
-/// Waits until the mouse queue is empty; gives up when nothing has moved for a second.
+/// Waits until the mouse queue is empty; gives up when nothing has moved for a second, or when interrupted.
 void waitForInjection(size_t expectedReports, bool watched)
 {
     if (!watched)
@@ -111,7 +111,8 @@ void waitForInjection(size_t expectedReports, bool watched)
     }
     size_t last = injectionWatch().mouseReports();
     auto lastChange = std::chrono::steady_clock::now();
-    while (last < expectedReports && std::chrono::steady_clock::now() - lastChange < 1s)
+    while (last < expectedReports && !s_interrupted.load(std::memory_order_relaxed)
+           && std::chrono::steady_clock::now() - lastChange < 1s)
     {
         std::this_thread::sleep_for(5ms);
         const size_t now = injectionWatch().mouseReports();
@@ -192,10 +193,9 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
         console.setProgress([&] { return progressText(session, progress, watched); });
         played = player.play(session);
         report.startNs = player.startNs();
-        report.interrupted = played.size() < session.records.size();
-
         report.expectation = expectationOf(played, options.backend);
         waitForInjection(report.expectation.mouseReports.size(), watched);
+        report.interrupted = s_interrupted.load(std::memory_order_relaxed);
         report.durationNs = clock.nowNs() - report.startNs;
         console.setProgress({});
         server.close();

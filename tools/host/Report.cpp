@@ -110,7 +110,7 @@ void writeDesktop(std::ostream& out, const RunReport& report)
     const DesktopReport& desktop = *report.desktop;
     const auto row = [&](const char* name, const SeenCount& count, size_t stuck)
     {
-        out << fmt::format("  {:<14} sent {:>6}   seen {:>6}   lost {:>4}   stuck {:>3}   surplus {:>3}\n", name,
+        out << fmt::format("  {:<16} sent {:>6}   seen {:>6}   lost {:>4}   stuck {:>3}   surplus {:>3}\n", name,
                            count.sent, count.seen, count.lostCount(), stuck, count.surplus);
     };
     out << "  on the desktop\n";
@@ -118,16 +118,17 @@ void writeDesktop(std::ostream& out, const RunReport& report)
     row("  buttons, wheel", desktop.buttons, desktop.stuckButtons.size());
     if (desktop.movesSent > 0 || desktop.motionsSeen > 0)
     {
-        out << fmt::format("    moves        sent {:>6}   motions seen {:>6}", desktop.movesSent, desktop.motionsSeen);
+        out << fmt::format("    moves          sent {:>6}   motions seen {:>6}", desktop.movesSent,
+                           desktop.motionsSeen);
         if (desktop.pointerX && desktop.pointerY)
             out << fmt::format("   pointer at {:g}, {:g}", *desktop.pointerX, *desktop.pointerY);
         out << '\n';
     }
     if (desktop.fingersSent > 0)
-        out << fmt::format("    touches      sent {:>6}   seen {:>6}{}\n", desktop.fingersSent, desktop.touchesSeen,
+        out << fmt::format("    touches        sent {:>6}   seen {:>6}{}\n", desktop.fingersSent, desktop.touchesSeen,
                            desktop.touchesChecked ? "" : "   (reach X as pointer button 1)");
     if (desktop.textExpected)
-        out << fmt::format("    text         {}\n", desktop.textEqual ? "equal to the session's" : "differs");
+        out << fmt::format("    text           {}\n", desktop.textEqual ? "equal to the session's" : "differs");
 }
 
 Json desktopJson(const DesktopReport& desktop)
@@ -298,6 +299,8 @@ void writeTimeline(std::ostream& out, std::span<const Played> played, std::span<
     }
     for (const InjectedWrite& write : writes)
     {
+        if (watch.kind(write.deviceSlot) == DeviceKind::UNKNOWN)
+            continue; // a display that injects nothing
         Json json{{"t", write.timeNs - report.startNs},
                   {"what", "write"},
                   {"device", deviceKindName(watch.kind(write.deviceSlot))},

@@ -15,8 +15,8 @@ namespace host
 /// One mistake in a session or recording.
 struct FileError
 {
-    int line = 0;      ///< from 1; 0 when it belongs to the file as a whole
-    int column = 0;    ///< from 1, in characters; 0 when it belongs to the line as a whole
+    int line = 0;   ///< from 1; 0 when it belongs to the file as a whole
+    int column = 0; ///< from 1, in characters, of the last one that was read; 0 when it belongs to the line as a whole
     std::string field; ///< empty when it does not belong to a field
     std::string text;
 

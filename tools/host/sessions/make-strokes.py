@@ -8,7 +8,7 @@ import json
 import math
 
 WIDTH, HEIGHT = 1280, 800
-LOW, HIGH = 38.0, 92.0  # half the height of a loop, pixels
+LOW, HIGH = 30.0, 72.0  # half the height of a loop, pixels
 
 lines = []
 
@@ -27,7 +27,7 @@ def word(heights, x, y, advance, ms_per_letter):
         height = heights[letter]
         turn = 2 * math.pi * t
         yield (
-            x + advance * t - 0.62 * height * math.sin(turn) * (0.75 if height == HIGH else 1),
+            x + advance * t + 0.62 * height * math.sin(turn) * (0.75 if height == HIGH else 1),
             y - height * (1 - math.cos(turn)),
         )
 
@@ -76,7 +76,7 @@ lines.append("# Made by make-strokes.py.")
 
 lines.append('# "elle" and "lele", as relative steps.')
 put(type="wait", ms=200)
-for heights, x, y in (((LOW, HIGH, HIGH, LOW), 150, 300), ((HIGH, LOW, HIGH, LOW), 700, 300)):
+for heights, x, y in (((LOW, HIGH, HIGH, LOW), 150, 390), ((HIGH, LOW, HIGH, LOW), 720, 390)):
     go_to(x, y)
     put(type="wait", ms=100)
     click_down()
@@ -88,16 +88,16 @@ for vertical in (120, 120, 120, -120, -120, -120):
     put(type="wheel", after=30, vertical=vertical)
 
 lines.append('# "elle" and a flourish, as absolute positions.')
-go_to(150, 620)
+go_to(150, 600)
 put(type="wait", ms=100)
 click_down()
-positions(word((LOW, HIGH, HIGH, LOW), 150, 620, 105, 260))
+positions(word((LOW, HIGH, HIGH, LOW), 150, 600, 105, 260))
 click_up()
-go_to(960, 560)
+go_to(960, 530)
 put(type="wait", ms=100)
 click_down()
 positions(
-    (960 + 170 * math.sin(2 * math.pi * i / 900) * (1 - i / 3000), 560 + 95 * math.sin(4 * math.pi * i / 900))
+    (960 + 190 * math.sin(2 * math.pi * i / 900) * (1 - i / 3000), 530 + 70 * math.sin(4 * math.pi * i / 900))
     for i in range(901)
 )
 click_up()
