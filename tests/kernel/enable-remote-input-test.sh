@@ -149,7 +149,7 @@ udevRuns()
 
 startUdev()
 {
-    /lib/systemd/systemd-udevd --daemon 2>/dev/null && udevadm settle --timeout=120
+    /lib/systemd/systemd-udevd --daemon 2>/dev/null && udevadm settle --timeout=300
 }
 
 stopUdev()
@@ -187,7 +187,7 @@ checkRule()
     expect "the rule: the node has its rights from the start" "$opened" "$(stat -c '%U:%G %a' /dev/uinput)"
     rmmod uinput
     modprobe uinput
-    udevadm settle --timeout=120
+    udevadm settle --timeout=300
     expect "the rule: and when the module is loaded" "$opened" "$(stat -c '%U:%G %a' /dev/uinput)"
     # As for a device that is new: what udev remembers of it holds the tag already.
     rm "/run/udev/data/c$(cat /sys/class/misc/uinput/dev)"
