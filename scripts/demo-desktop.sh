@@ -14,6 +14,17 @@ shift
 bin=build/release/bin
 
 export XDG_CONFIG_HOME=$out/no-settings # the demo runs with the library's defaults
+# set_layout [LAYOUT [VARIANT]]: of the keyboards that are there, and in the guest of those that will be added: there the
+# library's keyboard appears only when a session begins.
+set_layout() {
+    [ $# -gt 0 ] || return 0
+    setxkbmap "$@"
+    grep -qw zuis_guest /proc/cmdline || return 0
+    mkdir -p /run/udev/rules.d
+    printf 'SUBSYSTEM=="input", ENV{XKBLAYOUT}="%s", ENV{XKBVARIANT}="%s"\n' "$1" "${2:-}" >/run/udev/rules.d/99-demo.rules
+    udevadm control --reload
+}
+
 desktop=
 finish() { [ -z "$desktop" ] || kill "$desktop" 2>/dev/null || true; }
 trap finish EXIT
@@ -27,9 +38,7 @@ for _ in $(seq 200); do [ -e "$out/ready" ] && break; sleep 0.05; done
 status=0
 for session in "${sessions[@]}"; do
     name=$(basename "$session" .jsonl)
-    layout=$("$bin/zuis-host" show --layout "$session")
-    # shellcheck disable=SC2086
-    [ -z "$layout" ] || setxkbmap $layout
+    set_layout $("$bin/zuis-host" show --layout "$session")
     options=(--backend "$backend" --log-level warning --desktop-record "$out/desktop.jsonl" --json "$out/$name.json")
     if grep -q '"type":"move' "$session"; then
         options+=(--network bursts:8 --pacing-png "$out/pacing.png" --timeline "$out/$name-timeline.jsonl")
