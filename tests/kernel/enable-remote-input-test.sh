@@ -1,5 +1,5 @@
 #!/bin/bash
-# Tests tools/linux/EnableRemoteInput.sh on a real kernel. Changes users, rules and modules, so it runs in the guest only:
+# Tests tools/linux/EnableRemoteInput.sh on a real kernel. It changes users, rules and modules, hence only in the guest:
 #   scripts/guest/guest run [--udev] -- tests/kernel/enable-remote-input-test.sh
 set -u
 export LC_ALL=C

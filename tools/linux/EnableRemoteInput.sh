@@ -308,5 +308,6 @@ if [ "$action" = status ]; then
     done
     exit $result
 fi
-[ $dryRun = yes ] || [ "$caller" = 0 ] || die 1 "this needs root: run it with sudo (or see what it would do with --dry-run)."
+[ $dryRun = yes ] || [ "$caller" = 0 ] ||
+    die 1 "this needs root: run it with sudo (or see what it would do with --dry-run)."
 $action
