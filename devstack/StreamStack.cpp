@@ -66,7 +66,7 @@ bool StreamStack::close(ZustStream handle)
         if (!stream)
             return true;
         stream->closing = true;
-        waitUntilDone(lock, push({stream, ZustStreamEvent{ZUST_SC_STREAM_DISCONNECTED, ZUST_EVENT_DETAIL_FIRST}}));
+        waitUntilDone(lock, push({stream, ZustStreamEvent{ZUST_SC_STREAM_DISCONNECTED, ZustEventDetail(200)}}));
         std::erase_if(m_streams, [&](const auto& other) { return other.get() == stream; });
     }
     std::lock_guard lifecycle(m_lifecycleMutex);

@@ -33,8 +33,7 @@ for session in "${sessions[@]}"; do [ -r "$session" ] || die "cannot read $sessi
 # shellcheck disable=SC2046,SC2086
 ensure_packages $BUILD_PACKAGES $X_PACKAGES ${kernel:+$(scripts/guest/guest packages)}
 say "Building (the first time takes a few minutes)"
-[ -e build/release/build.ninja ] || cmake --preset release -DZUIS_BUILD_TESTS=OFF >/dev/null
-build release InputStreamShared zuis-host zuis-desktop
+build release OFF InputStreamShared zuis-host zuis-desktop
 
 rm -rf "$out"
 mkdir -p "$out"

@@ -34,12 +34,14 @@ ensure_packages() {
     rm -f "$log"
 }
 
-# build PRESET [TARGET...]: configures once and builds; quiet unless something is wrong.
+# build PRESET TESTS [TARGET...]: configures and builds; quiet unless something is wrong.
+# TESTS: ON or OFF; with OFF, tests that are configured already stay.
 build() {
-    local preset=$1 log=build/$1.log
-    shift
+    local preset=$1 tests=$2 log=build/$1.log
+    shift 2
     mkdir -p build
-    if ! { { [ -e "build/$preset/build.ninja" ] || cmake --preset "$preset"; } &&
+    if ! { { [ "$tests" = OFF ] && [ -e "build/$preset/build.ninja" ] ||
+        cmake --preset "$preset" -DZUIS_BUILD_TESTS="$tests"; } &&
         cmake --build "build/$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
         grep -E 'error|warning|FAILED|CMake Error' "$log" | head -40 >&2
         die "the build failed; the whole output is in $log"

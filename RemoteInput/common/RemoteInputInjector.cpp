@@ -11,11 +11,11 @@ namespace
 
 constexpr char LOG_TAG[] = "RemoteInputInjector";
 
-LoggerX g_logger(LOG_TAG);
-RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
-
 // Asked for at load, so that the session's time base exists before the first event.
 [[maybe_unused]] const uint64_t g_sessionStartTime = GetSessionStartTime();
+
+LoggerX g_logger(LOG_TAG);
+RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
 
 bool readBenchmarkSetting()
 {

@@ -47,7 +47,7 @@ public:
     void UnblockKeyCombination(uint32_t keyFlags, ZustKeyCode keyCode);
     void UnblockAllKeyCombinations();
 
-    /// The setting "CobaltBenchmarkInput": events are taken, counted as usual and not injected. Read once per process.
+    /// The setting "CobaltBenchmarkInput": events are taken and not injected. Read once per process.
     static bool CobaltBenchmarkInput();
 
 private:

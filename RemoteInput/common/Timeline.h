@@ -1,6 +1,7 @@
 #ifndef REMOTE_INPUT_TIMELINE_H
 #define REMOTE_INPUT_TIMELINE_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
@@ -56,10 +57,11 @@ public:
         if (since == SINCE_LAST_CHECK)
             since = m_lastCheck;
         m_lastCheck = m_currentTimeSource;
-        // Modulo 2^64: the client may send any value.
-        return since < m_lastCheck
-                   ? static_cast<TimeUnit>(static_cast<uint64_t>(m_lastCheck) - static_cast<uint64_t>(since))
-                   : 0;
+        if (since >= m_lastCheck)
+            return 0;
+        // The client may send any value: saturates.
+        const uint64_t elapsed = static_cast<uint64_t>(m_lastCheck) - static_cast<uint64_t>(since);
+        return static_cast<TimeUnit>(std::min<uint64_t>(elapsed, INT64_MAX));
     }
 
 private:

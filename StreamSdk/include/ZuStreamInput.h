@@ -15,6 +15,11 @@
     enum NAME##_t : TYPE;                                                                                              \
     using NAME = NAME##_t;                                                                                             \
     enum NAME##_t : TYPE
+#define ZU_NUMBERS(NAME, TYPE)                                                                                         \
+    enum NAME##_t : TYPE                                                                                               \
+    {                                                                                                                  \
+    };                                                                                                                 \
+    using NAME = NAME##_t
 #define ZU_RECORD(NAME)                                                                                                \
     struct NAME##_t;                                                                                                   \
     using NAME = NAME##_t;                                                                                             \
@@ -28,6 +33,7 @@
 #define ZU_ENUM(NAME, TYPE)                                                                                            \
     typedef TYPE NAME;                                                                                                 \
     enum NAME##_t
+#define ZU_NUMBERS(NAME, TYPE) typedef TYPE NAME
 #define ZU_RECORD(NAME)                                                                                                \
     typedef struct NAME##_t NAME;                                                                                      \
     struct NAME##_t
@@ -447,10 +453,7 @@ ZU_RECORD(ZustWindowsOsRawInputEvent)
     const void* payload;
 };
 
-ZU_ENUM(ZustWindowEventType, int32_t){
-    ZUST_WINDOW_EVENT_TYPE_FIRST = 0,
-    ZUST_WINDOW_EVENT_TYPE_LAST = 10,
-};
+ZU_NUMBERS(ZustWindowEventType, int32_t); // 0..10
 
 ZU_RECORD(ZustWindowEvent)
 {
@@ -473,7 +476,6 @@ ZU_ENUM(ZustHidControl, int32_t){
 };
 
 ZU_ENUM(ZustHidControlFlags, int32_t){
-    ZUST_HCF_NONE = 0,
     ZUST_HCF_SUPPORTS_OUTPUT = 1,
 };
 
@@ -560,10 +562,7 @@ ZU_ENUM(ZustStatusChange, int32_t){
     ZUST_SC_LAST = 105,
 };
 
-ZU_ENUM(ZustEventDetail, int32_t){
-    ZUST_EVENT_DETAIL_FIRST = 200,
-    ZUST_EVENT_DETAIL_LAST = 226,
-};
+ZU_NUMBERS(ZustEventDetail, int32_t); // 200..226
 
 ZU_RECORD(ZustStreamEvent)
 {
@@ -666,7 +665,10 @@ using HapticsCallbackType = uint32_t (*)(const HapticsCommand*);
 using HidOutputCallbackType = uint32_t (*)(const uint8_t*, int);
 
 static_assert(sizeof(zuri::HapticsCommand) == 12);
+static_assert(offsetof(zuri::HapticsCommand, commandSize) == 2);
 static_assert(offsetof(zuri::HapticsCommand, command) == 4);
+static_assert(sizeof(zuri::Simple) == 6);
+static_assert(sizeof(zuri::SimpleDuration) == 8);
 #endif
 
 // ---- the layout, held --------------------------------------------------------------------------------------------
@@ -674,6 +676,7 @@ static_assert(offsetof(zuri::HapticsCommand, command) == 4);
 #define ZU_LAYOUT(TYPE, FIELD, OFFSET) ZU_ASSERT(offsetof(TYPE, FIELD) == (OFFSET))
 
 ZU_ASSERT(sizeof(ZustInputEventType) == 4);
+ZU_ASSERT(sizeof(ZustModifierFlags) == 2);
 ZU_ASSERT(sizeof(ZustKeyCode) == 4);
 ZU_ASSERT(sizeof(ZustKeyState) == 4);
 ZU_ASSERT(sizeof(ZustMouseEventType) == 4);
@@ -693,6 +696,8 @@ ZU_LAYOUT(ZustKeyboardEvent, flags, 6);
 ZU_LAYOUT(ZustKeyboardEvent, keyState, 8);
 ZU_LAYOUT(ZustKeyboardEvent, captureTimestampUs, 16);
 ZU_ASSERT(sizeof(ZustLockKeysEvent) == 12);
+ZU_LAYOUT(ZustLockKeysEvent, numLock, 4);
+ZU_LAYOUT(ZustLockKeysEvent, scrollLock, 8);
 
 ZU_ASSERT(sizeof(ZustMouseEvent) == 32);
 ZU_LAYOUT(ZustMouseEvent, flags, 4);
@@ -732,15 +737,18 @@ ZU_LAYOUT(ZustTouchPointLowLevel, yPos, 10);
 ZU_LAYOUT(ZustTouchPointLowLevel, xRadius, 12);
 ZU_LAYOUT(ZustTouchPointLowLevel, yRadius, 13);
 ZU_LAYOUT(ZustTouchPointLowLevel, timestamp, 16);
+ZU_ASSERT(sizeof(ZustTouchPoint) == 6);
 ZU_ASSERT(sizeof(ZustTouchEvent) == 40);
 ZU_LAYOUT(ZustTouchEvent, touchCount, 2);
 ZU_LAYOUT(ZustTouchEvent, touchPoints, 4);
 ZU_LAYOUT(ZustTouchEvent, width, 28);
+ZU_LAYOUT(ZustTouchEvent, height, 30);
 ZU_LAYOUT(ZustTouchEvent, captureTimestampUs, 32);
 
 ZU_ASSERT(sizeof(ZustWindowsOsRawInputEvent) == 16);
 ZU_LAYOUT(ZustWindowsOsRawInputEvent, payload, 8);
 ZU_ASSERT(sizeof(ZustWindowEvent) == 16);
+ZU_LAYOUT(ZustWindowEvent, subtype, 4);
 ZU_LAYOUT(ZustWindowEvent, windowRect, 8);
 ZU_ASSERT(sizeof(ZustBulkPayloadInputEvent) == 16);
 ZU_LAYOUT(ZustBulkPayloadInputEvent, data, 8);

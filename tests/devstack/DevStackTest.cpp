@@ -105,14 +105,14 @@ TEST(DevStackStream, CallsBackInOrderOnItsOwnThread)
     const uint64_t before = steadyNanoseconds();
     const ZustInputEvent key = eventOf(ZUST_EVENT_KEYBOARD);
     const ZustInputEvent unknown = eventOf(4711);
-    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_STREAM_CONNECTED, ZUST_EVENT_DETAIL_FIRST}));
+    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_STREAM_CONNECTED, ZustEventDetail(200)}));
     EXPECT_TRUE(zudevDeliver(stream, &key, 0, 11));
     EXPECT_TRUE(zudevDeliver(stream, &unknown, 77, 12));
     EXPECT_FALSE(zudevDeliver(stream, nullptr, 0, 0));
     ZustStreamConfig config{};
     config.config.input.encryptionEnabled = true;
     EXPECT_EQ(zudevRequestConfigUpdate(stream, &config), ZUST_R_CREATION_FAILED) << "the callback's answer";
-    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZUST_EVENT_DETAIL_LAST}));
+    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZustEventDetail(226)}));
     zudevDrain(stream);
 
     EXPECT_EQ(zudevDelivered(stream), 2U);
@@ -131,7 +131,7 @@ TEST(DevStackStream, CallsBackInOrderOnItsOwnThread)
 
     // Closed: nothing finds it, and nothing waits for it.
     EXPECT_FALSE(zudevDeliver(stream, &key, 0, 14));
-    EXPECT_FALSE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZUST_EVENT_DETAIL_LAST}));
+    EXPECT_FALSE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZustEventDetail(226)}));
     EXPECT_EQ(zudevRequestConfigUpdate(stream, &config), ZUST_R_INVALID_OPERATION);
     EXPECT_FALSE(zudevStreamInfo(stream, &config, nullptr));
     EXPECT_EQ(zudevFindStream("input_1"), nullptr);
@@ -345,7 +345,7 @@ TEST(DevStackStream, RegistrationChecksAndFinds)
     const ZustInputEvent event = eventOf(ZUST_EVENT_KEYBOARD);
     EXPECT_TRUE(zudevDeliver(older, &event, 0, 0));
     EXPECT_TRUE(zudevDeliver(stream, &event, 0, 0));
-    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZUST_EVENT_DETAIL_FIRST}));
+    EXPECT_TRUE(zudevRaiseStreamEvent(stream, {ZUST_SC_UPDATE, ZustEventDetail(200)}));
     EXPECT_EQ(zudevRequestConfigUpdate(stream, configs), ZUST_R_INVALID_OPERATION);
     ZustStreamConfig config{};
     ZustStreamCallbacks kept{};

@@ -49,7 +49,7 @@ ZustResult Server::open(const TelemetrySender* telemetry)
     m_config.telemetrySender = telemetry;
     const ZustResult result = createZustStream(&m_stream, &m_handle, &m_config);
     if (result == ZUST_R_SUCCESS)
-        zudevRaiseStreamEvent(m_stream, {ZUST_SC_STREAM_CONNECTED, ZUST_EVENT_DETAIL_FIRST});
+        zudevRaiseStreamEvent(m_stream, {ZUST_SC_STREAM_CONNECTED, ZustEventDetail(200)});
     return result;
 }
 

@@ -94,7 +94,7 @@ StreamingServer::StreamingServer(const std::string& library, const TelemetrySend
         throw std::runtime_error(
             fmt::format("the input stream could not be opened: result {:#010x}", static_cast<uint32_t>(result)));
     }
-    zudevRaiseStreamEvent(m_stream, {ZUST_SC_STREAM_CONNECTED, ZUST_EVENT_DETAIL_FIRST});
+    zudevRaiseStreamEvent(m_stream, {ZUST_SC_STREAM_CONNECTED, ZustEventDetail(200)});
 }
 
 StreamingServer::~StreamingServer()

@@ -42,6 +42,7 @@ RemoteInputInjector::Impl::Impl(const TelemetrySender& telemetry, zuri::HapticsC
     , m_mouseSettings(m_mouse)
     , m_gamepad(telemetry)
 {
+    m_mouseActive = &m_mouseWithReset;
 }
 
 void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)

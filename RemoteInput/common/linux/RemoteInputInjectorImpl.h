@@ -43,7 +43,7 @@ private:
     // Constructed in this order, destroyed in reverse: the devices appear on the host in the same order every time.
     RimNoOp m_noOp;
     RiKey m_key;
-    RimBase* m_mouseActive = &m_mouseWithReset; // event thread
+    RimBase* m_mouseActive = nullptr; // event thread
     RiMouse m_mouse;
     RiTouch m_touch;
     RiMouseWithReset m_mouseWithReset;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
@@ -16,6 +15,7 @@
 #include "RemoteInput/common/linux/VirtualEvDevSettings.h"
 #include "common/util/ErrnoText.h"
 #include "common/util/Log.h"
+#include "common/util/SigpipeGuard.h"
 
 namespace
 {
@@ -34,51 +34,6 @@ int scaled(int value, float scale)
     // The bounds are the floats nearest to those of int; a conversion from outside of them is undefined.
     return static_cast<int>(std::clamp(scale * static_cast<float>(value), -2147483648.0f, 2147483520.0f));
 }
-
-// While it lives, a write of this thread to a FIFO whose reader has gone fails with EPIPE and raises no SIGPIPE, which
-// would end the process. The disposition of the signal belongs to the host and is left alone.
-class SigpipeGuard
-{
-public:
-    SigpipeGuard()
-    {
-        sigemptyset(&m_sigpipe);
-        sigaddset(&m_sigpipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &m_sigpipe, &m_previousMask);
-        m_wasBlocked = sigismember(&m_previousMask, SIGPIPE) == 1;
-        if (!m_wasBlocked)
-            return;
-        sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
-    }
-
-    /// To be called when a write failed with EPIPE: takes away the signal that it made, not one that the host had.
-    void consume() const
-    {
-        if (m_wasPending)
-            return;
-        const timespec now{};
-        while (sigtimedwait(&m_sigpipe, nullptr, &now) < 0 && errno == EINTR)
-        {
-        }
-    }
-
-    ~SigpipeGuard()
-    {
-        if (!m_wasBlocked)
-            pthread_sigmask(SIG_SETMASK, &m_previousMask, nullptr);
-    }
-
-    SigpipeGuard(const SigpipeGuard&) = delete;
-    SigpipeGuard& operator=(const SigpipeGuard&) = delete;
-
-private:
-    sigset_t m_sigpipe;
-    sigset_t m_previousMask;
-    bool m_wasBlocked = false;
-    bool m_wasPending = false;
-};
 
 /// \return 0, or the errno value of the failure; a short write counts as success
 int writeOnce(int fd, const input_event& event)

@@ -25,7 +25,8 @@ int VirtualEvDevActual::createFromDevice(int fd, std::unique_ptr<VirtualEvDevUin
 {
     libevdev_uinput* uinput = nullptr;
     const int result = libevdev_uinput_create_from_device(m_libevdev.get(), fd, &uinput);
-    device = std::make_unique<VirtualEvDevUinputActual>(uinput);
+    std::unique_ptr<libevdev_uinput, LibevdevUinputDeleter> owned(uinput);
+    device = std::make_unique<VirtualEvDevUinputActual>(std::move(owned));
     // Last, because removing the caller's previous device may have changed it.
     if (result < 0)
         errno = -result;

@@ -23,8 +23,8 @@ class VirtualEvDevUinputActual : public VirtualEvDevUinput
 {
 public:
     VirtualEvDevUinputActual() = default;
-    explicit VirtualEvDevUinputActual(libevdev_uinput* device)
-        : m_uinput(device)
+    explicit VirtualEvDevUinputActual(std::unique_ptr<libevdev_uinput, LibevdevUinputDeleter> device)
+        : m_uinput(std::move(device))
     {
     }
 

@@ -83,10 +83,17 @@ struct HandlerRestorer
     }
 } handlerRestorer;
 
+void initXLib()
+{
+    XInitThreads();
+    previousHandler = XSetIOErrorHandler(onIoError);
+}
+
 } // namespace
 
 void XCloseDisplayDeleter::operator()(Display* display) const
 {
+    const ScopedXCalls calls;
     XCloseDisplay(display); // may still find out that the server is gone
     removeOwn(display);
 }
@@ -94,13 +101,9 @@ void XCloseDisplayDeleter::operator()(Display* display) const
 Display* XOpenDisplayCheckInitialized(const char* name)
 {
     static std::once_flag initialized;
-    std::call_once(initialized,
-                   []
-                   {
-                       XInitThreads();
-                       previousHandler = XSetIOErrorHandler(onIoError);
-                   });
+    std::call_once(initialized, initXLib);
 
+    const ScopedXCalls calls;
     auto own = std::make_unique<OwnDisplay>();
     Display* const display = XOpenDisplay(name);
     if (!display)

@@ -6,6 +6,21 @@
 #include <X11/Xlib.h>
 
 #include "RemoteInput/common/linux/ScopedDisplay.h"
+#include "common/util/SigpipeGuard.h"
+
+/// Keeps the process alive when the X server goes away in the middle of the calls that follow: a write to its socket
+/// then raises no SIGPIPE. For one thread.
+class ScopedXCalls
+{
+public:
+    ScopedXCalls() = default;
+    ~ScopedXCalls() { m_guard.consume(); }
+    ScopedXCalls(const ScopedXCalls&) = delete;
+    ScopedXCalls& operator=(const ScopedXCalls&) = delete;
+
+private:
+    SigpipeGuard m_guard;
+};
 
 /// Holds the display's own lock; a null display is not locked.
 class ScopedXLock
@@ -26,6 +41,7 @@ public:
     ScopedXLock& operator=(const ScopedXLock&) = delete;
 
 private:
+    ScopedXCalls m_calls;
     Display* m_display;
 };
 

@@ -20,7 +20,8 @@ public:
     /// The process-wide cache. It lives until this library is unloaded.
     static XLibLoader& instance();
 
-    /// Looks a function up, loading its library when needed. A library that could not be loaded is not tried again.
+    /// Looks a function up, loading its library when needed. The loader is asked each time,
+    /// and the first answer for a library stands.
     /// \return null when the library or the function cannot be had
     void* getFunction(const std::wstring& library, const std::string& function);
 
