@@ -74,9 +74,15 @@ private:
     DesktopModel m_model;
 };
 
+class DesktopPictureTest : public testing::Test
+{
+protected:
+    static void TearDownTestSuite() { releaseDrawingCaches(); }
+};
+
 } // namespace
 
-TEST(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
+TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
 {
     const SeenGeometry canvas = DesktopPainter::canvas(WINDOW);
     struct Sample
@@ -111,7 +117,7 @@ TEST(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
     }
 }
 
-TEST(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
+TEST_F(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
 {
     const SeenGeometry canvas = DesktopPainter::canvas(WINDOW);
     const int stateTop = canvas.y + canvas.height;
