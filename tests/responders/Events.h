@@ -7,6 +7,7 @@
 #include "tests/support/FakeLibevdev.h"
 #include "tests/support/FakeStack.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <mutex>
 #include <ostream>
@@ -46,16 +47,21 @@ inline Lines takeLines()
     return lines;
 }
 
-/// The lines of a responder whose device could not be made.
-struct RefusedDevice
+/// What libevdev answers when it cannot make a device, and what a responder has to say then.
+inline constexpr int REFUSALS[]{-EACCES, -ENOENT};
+
+inline Lines
+refusalLines(int refusal, const char* tag, const char* consequence = "Remote input will not work",
+             const char* permissionHint = ">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work")
 {
-    int result; ///< of libevdev
-    const char* text;
-};
-inline constexpr RefusedDevice REFUSED_DEVICES[]{
-    {-EACCES, "Couldn't create a new uinput device, errno: 13 Permission denied, "},
-    {-ENOENT, "Couldn't create a new uinput device, errno: 2 No such file or directory, "},
-};
+    if (refusal != -EACCES)
+        return {
+            {ZUST_LL_ERROR, tag,
+             std::string("Couldn't create a new uinput device, errno: 2 No such file or directory, ") + consequence}};
+    return {{ZUST_LL_ERROR, tag,
+             std::string("Couldn't create a new uinput device, errno: 13 Permission denied, ") + consequence},
+            {ZUST_LL_ERROR, tag, permissionHint}};
+}
 
 inline ZustInputEvent keyEvent(ZustKeyCode keyCode, ZustKeyState state, uint16_t flags = 0, uint64_t captured = 0)
 {

@@ -271,13 +271,12 @@ TEST_F(RiGamepadTest, ANewPadStartsAtRestAndAResetReleasesNothing)
 TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
 {
     const fakestack::LogLine last = error("Error creating gamepad device!  See above.");
-    for (const RefusedDevice& refused : REFUSED_DEVICES)
+    for (const int refusal : REFUSALS)
     {
-        fakelibevdev::failCreation(refused.result);
+        fakelibevdev::failCreation(refusal);
         EXPECT_FALSE(send({.buttons = 0x1000}));
-        Lines expected{error(std::string(refused.text) + "Gamepads will not work")};
-        if (refused.result == -EACCES)
-            expected.push_back(error("RiGamepad requires read and write permissions to /dev/uinput"));
+        Lines expected = refusalLines(refusal, "RiGamepad", "Gamepads will not work",
+                                      "RiGamepad requires read and write permissions to /dev/uinput");
         expected.push_back(last);
         EXPECT_EQ(takeLines(), expected);
         send({.controller = 4, .bitmap = 0});

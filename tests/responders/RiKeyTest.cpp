@@ -3,7 +3,6 @@
 #include <climits>
 #include <memory>
 #include <stdexcept>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <libevdev/libevdev-uinput.h>
@@ -55,7 +54,7 @@ class RiKeyTest : public testing::Test
 protected:
     RiKeyTest()
     {
-        m_now = steppedclock::freeze();
+        steppedclock::freeze();
         fakelibevdev::reset();
         fakestack::reset();
         m_key = std::make_unique<RiKey>(m_blocked, m_sender);
@@ -70,7 +69,6 @@ protected:
 
     static Events written() { return fakelibevdev::takeEvents("RiKey"); }
 
-    int64_t m_now;
     BlockedKeyMap m_blocked;
     RecordingSender m_sender;
     std::unique_ptr<RiKey> m_key;
@@ -92,59 +90,27 @@ TEST_F(RiKeyTest, DescribesAKeyboardOfTheFirst127Codes)
 
 TEST(KeyConversionTest, NamesKeysOfTheHost)
 {
+    // clang-format off
     std::vector<std::pair<ZustKeyCode, unsigned int>> expected{
-        {ZUST_KEY_ESCAPE, KEY_ESC},
-        {ZUST_KEY_TAB, KEY_TAB},
-        {ZUST_KEY_BACKSPACE, KEY_BACKSPACE},
-        {ZUST_KEY_RETURN, KEY_ENTER},
-        {ZUST_KEY_ENTER, KEY_KPENTER},
-        {ZUST_KEY_INSERT, KEY_INSERT},
-        {ZUST_KEY_DELETE, KEY_DELETE},
-        {ZUST_KEY_PAUSE, KEY_PAUSE},
-        {ZUST_KEY_PRINT, KEY_PRINT},
-        {ZUST_KEY_CLEAR, KEY_CLEAR},
-        {ZUST_KEY_HOME, KEY_HOME},
-        {ZUST_KEY_END, KEY_END},
-        {ZUST_KEY_LEFT, KEY_LEFT},
-        {ZUST_KEY_UP, KEY_UP},
-        {ZUST_KEY_RIGHT, KEY_RIGHT},
-        {ZUST_KEY_DOWN, KEY_DOWN},
-        {ZUST_KEY_PAGE_UP, KEY_PAGEUP},
-        {ZUST_KEY_PAGE_DOWN, KEY_PAGEDOWN},
-        {ZUST_KEY_SHIFT, KEY_LEFTSHIFT},
-        {ZUST_KEY_LSHIFT, KEY_LEFTSHIFT},
-        {ZUST_KEY_RSHIFT, KEY_RIGHTSHIFT},
-        {ZUST_KEY_CONTROL, KEY_LEFTCTRL},
-        {ZUST_KEY_LCONTROL, KEY_LEFTCTRL},
-        {ZUST_KEY_RCONTROL, KEY_RIGHTCTRL},
-        {ZUST_KEY_ALT, KEY_LEFTALT},
-        {ZUST_KEY_LALT, KEY_LEFTALT},
-        {ZUST_KEY_RALT, KEY_RIGHTALT},
-        {ZUST_KEY_META, KEY_LEFTMETA},
-        {ZUST_KEY_LMETA, KEY_LEFTMETA},
-        {ZUST_KEY_RMETA, KEY_RIGHTMETA},
-        {ZUST_KEY_CAPS_LOCK, KEY_CAPSLOCK},
-        {ZUST_KEY_NUM_LOCK, KEY_NUMLOCK},
-        {ZUST_KEY_SCROLL_LOCK, KEY_SCROLLLOCK},
-        {ZUST_KEY_ADD, KEY_KPPLUS},
-        {ZUST_KEY_SUBTRACT, KEY_KPMINUS},
-        {ZUST_KEY_DECIMAL, KEY_KPDOT},
-        {ZUST_KEY_MULTIPLY, KEY_KPASTERISK},
-        {ZUST_KEY_DIVISION, KEY_KPSLASH},
-        {ZUST_KEY_APOSTROPHE, KEY_APOSTROPHE},
-        {ZUST_KEY_COMMA, KEY_COMMA},
-        {ZUST_KEY_MINUS, KEY_MINUS},
-        {ZUST_KEY_PERIOD, KEY_DOT},
-        {ZUST_KEY_SLASH, KEY_SLASH},
-        {ZUST_KEY_SEMICOLON, KEY_SEMICOLON},
-        {ZUST_KEY_EQUAL, KEY_EQUAL},
-        {ZUST_KEY_BRACKETLEFT, KEY_LEFTBRACE},
-        {ZUST_KEY_BACKSLASH, KEY_BACKSLASH},
-        {ZUST_KEY_BRACKETRIGHT, KEY_RIGHTBRACE},
-        {ZUST_KEY_NONUS_BACKSLASH, KEY_102ND},
-        {ZUST_KEY_AGRAVE, KEY_GRAVE},
-        {ZUST_KEY_SPACE, KEY_SPACE},
+        {ZUST_KEY_ESCAPE, KEY_ESC},            {ZUST_KEY_TAB, KEY_TAB},             {ZUST_KEY_BACKSPACE, KEY_BACKSPACE},
+        {ZUST_KEY_RETURN, KEY_ENTER},          {ZUST_KEY_ENTER, KEY_KPENTER},       {ZUST_KEY_INSERT, KEY_INSERT},
+        {ZUST_KEY_DELETE, KEY_DELETE},         {ZUST_KEY_PAUSE, KEY_PAUSE},         {ZUST_KEY_PRINT, KEY_PRINT},
+        {ZUST_KEY_CLEAR, KEY_CLEAR},           {ZUST_KEY_HOME, KEY_HOME},           {ZUST_KEY_END, KEY_END},
+        {ZUST_KEY_LEFT, KEY_LEFT},             {ZUST_KEY_UP, KEY_UP},               {ZUST_KEY_RIGHT, KEY_RIGHT},
+        {ZUST_KEY_DOWN, KEY_DOWN},             {ZUST_KEY_PAGE_UP, KEY_PAGEUP},      {ZUST_KEY_PAGE_DOWN, KEY_PAGEDOWN},
+        {ZUST_KEY_SHIFT, KEY_LEFTSHIFT},       {ZUST_KEY_LSHIFT, KEY_LEFTSHIFT},    {ZUST_KEY_RSHIFT, KEY_RIGHTSHIFT},
+        {ZUST_KEY_CONTROL, KEY_LEFTCTRL},      {ZUST_KEY_LCONTROL, KEY_LEFTCTRL},   {ZUST_KEY_RCONTROL, KEY_RIGHTCTRL},
+        {ZUST_KEY_ALT, KEY_LEFTALT},           {ZUST_KEY_LALT, KEY_LEFTALT},        {ZUST_KEY_RALT, KEY_RIGHTALT},
+        {ZUST_KEY_META, KEY_LEFTMETA},         {ZUST_KEY_LMETA, KEY_LEFTMETA},      {ZUST_KEY_RMETA, KEY_RIGHTMETA},
+        {ZUST_KEY_CAPS_LOCK, KEY_CAPSLOCK},    {ZUST_KEY_NUM_LOCK, KEY_NUMLOCK},    {ZUST_KEY_SCROLL_LOCK, KEY_SCROLLLOCK},
+        {ZUST_KEY_ADD, KEY_KPPLUS},            {ZUST_KEY_SUBTRACT, KEY_KPMINUS},    {ZUST_KEY_DECIMAL, KEY_KPDOT},
+        {ZUST_KEY_MULTIPLY, KEY_KPASTERISK},   {ZUST_KEY_DIVISION, KEY_KPSLASH},    {ZUST_KEY_APOSTROPHE, KEY_APOSTROPHE},
+        {ZUST_KEY_COMMA, KEY_COMMA},           {ZUST_KEY_MINUS, KEY_MINUS},         {ZUST_KEY_PERIOD, KEY_DOT},
+        {ZUST_KEY_SLASH, KEY_SLASH},           {ZUST_KEY_SEMICOLON, KEY_SEMICOLON}, {ZUST_KEY_EQUAL, KEY_EQUAL},
+        {ZUST_KEY_BRACKETLEFT, KEY_LEFTBRACE}, {ZUST_KEY_BACKSLASH, KEY_BACKSLASH}, {ZUST_KEY_BRACKETRIGHT, KEY_RIGHTBRACE},
+        {ZUST_KEY_NONUS_BACKSLASH, KEY_102ND}, {ZUST_KEY_AGRAVE, KEY_GRAVE},        {ZUST_KEY_SPACE, KEY_SPACE},
     };
+    // clang-format on
     // The regular ones by the kernel's names. Looked up in the real library: only what tests define is a double.
     const auto expectRun = [&](ZustKeyCode first, int count, const std::string& prefix, auto nameOf)
     {
@@ -158,16 +124,31 @@ TEST(KeyConversionTest, NamesKeysOfTheHost)
     expectRun(ZUST_KEY_F1, 24, "F", [](int i) { return std::to_string(i + 1); });
     expectRun(ZUST_KEY_KP_0, 10, "KP", [](int i) { return std::to_string(i); });
 
-    EXPECT_EQ(expected.size(), 121u);
-    std::vector<int> mapped;
-    for (int keyCode = -1; keyCode <= ZUST_KEY_ALL; ++keyCode)
-        if (toNativeKeyCode(static_cast<ZustKeyCode>(keyCode)) != 0)
-            mapped.push_back(keyCode);
-    EXPECT_EQ(mapped.size(), expected.size()); // so nothing else can be injected
     for (const auto& [keyCode, code] : expected)
         EXPECT_EQ(toNativeKeyCode(keyCode), code) << keyCode;
-    for (const int keyCode : {INT_MIN, INT_MAX})
-        EXPECT_EQ(toNativeKeyCode(static_cast<ZustKeyCode>(keyCode)), 0u);
+    EXPECT_EQ(expected.size(), 121u);
+
+    size_t mapped = 0;
+    std::set<int> altGr;
+    const auto count = [&](int keyCode)
+    {
+        mapped += toNativeKeyCode(static_cast<ZustKeyCode>(keyCode)) != 0;
+        if (isAltGrKey(static_cast<ZustKeyCode>(keyCode)))
+            altGr.insert(keyCode);
+    };
+    for (int keyCode = -1; keyCode <= ZUST_KEY_ALL; ++keyCode)
+        count(keyCode);
+    count(INT_MIN);
+    count(INT_MAX);
+    EXPECT_EQ(mapped, expected.size()); // so nothing else can be injected
+
+    // Of what prints, all but the space bar and what only some countries have.
+    std::set<int> printing{ZUST_KEY_AGRAVE};
+    for (int keyCode = ZUST_KEY_APOSTROPHE; keyCode <= ZUST_KEY_NONUS_BACKSLASH; ++keyCode)
+        if (toNativeKeyCode(static_cast<ZustKeyCode>(keyCode)) != 0)
+            printing.insert(keyCode);
+    EXPECT_EQ(altGr, printing);
+    EXPECT_EQ(altGr.size(), 48u);
 }
 
 TEST_F(RiKeyTest, EventsBecomeReports)
@@ -278,22 +259,6 @@ TEST_F(RiKeyTest, EventsBecomeReports)
     }
 }
 
-TEST_F(RiKeyTest, EveryAltGrKeySwitchesAndNoOther)
-{
-    for (int keyCode = 0; keyCode < ZUST_KEY_MAX; ++keyCode)
-    {
-        const auto clientKey = static_cast<ZustKeyCode>(keyCode);
-        const bool letterOrDigit = (clientKey >= ZUST_KEY_A && clientKey <= ZUST_KEY_Z)
-                                   || (clientKey >= ZUST_KEY_0 && clientKey <= ZUST_KEY_9);
-        const std::set<ZustKeyCode> others{ZUST_KEY_AGRAVE,    ZUST_KEY_APOSTROPHE,   ZUST_KEY_COMMA,
-                                           ZUST_KEY_MINUS,     ZUST_KEY_PERIOD,       ZUST_KEY_SLASH,
-                                           ZUST_KEY_SEMICOLON, ZUST_KEY_EQUAL,        ZUST_KEY_BRACKETLEFT,
-                                           ZUST_KEY_BACKSLASH, ZUST_KEY_BRACKETRIGHT, ZUST_KEY_NONUS_BACKSLASH};
-        EXPECT_EQ(isAltGrKey(clientKey), letterOrDigit || others.count(clientKey) != 0) << keyCode;
-    }
-    EXPECT_FALSE(isAltGrKey(ZUST_KEY_ALL));
-}
-
 TEST_F(RiKeyTest, BlockedCombinationsAreDroppedOnTheWayDown)
 {
     m_blocked.block(CTRL, ZUST_KEY_D);
@@ -348,16 +313,13 @@ TEST_F(RiKeyTest, ResetReleasesHeldKeysInAscendingOrderAndLeavesAltGr)
 
 TEST_F(RiKeyTest, WithoutADeviceEveryEventIsRefused)
 {
-    for (const RefusedDevice& refused : REFUSED_DEVICES)
+    for (const int refusal : REFUSALS)
     {
         m_key.reset();
         takeLines();
-        fakelibevdev::failCreation(refused.result);
+        fakelibevdev::failCreation(refusal);
         m_key = std::make_unique<RiKey>(m_blocked, m_sender);
-        Lines expected{error(std::string(refused.text) + "Remote input will not work")};
-        if (refused.result == -EACCES)
-            expected.push_back(error(">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work"));
-        EXPECT_EQ(takeLines(), expected);
+        EXPECT_EQ(takeLines(), refusalLines(refusal, "RiKey"));
         EXPECT_FALSE(send(ZUST_KEY_A, DOWN));
         EXPECT_FALSE(send(ZUST_KEY_YEN, DOWN));
         EXPECT_TRUE(m_key->resetState());
@@ -401,32 +363,4 @@ TEST_F(RiKeyTest, RecordsAreThrottled)
     const int64_t now = steppedclock::step(SECOND);
     send(ZUST_KEY_A, DOWN, CTRL, 36, stats);
     EXPECT_THAT(m_sender.takeRecords(), ElementsAre(RiRecord{KEYBOARD_DOWN, 36, 40, -1, now / 1000}));
-}
-
-// The thread sanitizer watches; the list shows that no press or release was lost or doubled.
-TEST_F(RiKeyTest, ResetAndBlockingMayRunWhileEventsArrive)
-{
-    std::thread control(
-        [&]
-        {
-            for (int i = 0; i < 300; ++i)
-            {
-                m_blocked.block(CTRL, ZUST_KEY_A);
-                m_key->resetState();
-                m_blocked.unblock(CTRL, ZUST_KEY_A);
-            }
-        });
-    for (int i = 0; i < 1000; ++i)
-        send(i % 3 == 0 ? ZUST_KEY_A : ZUST_KEY_TAB, i % 2 == 0 ? DOWN : UP, i % 5 == 0 ? CTRL_ALT : CTRL);
-    control.join();
-    m_key->resetState();
-
-    const Events events = written();
-    std::set<unsigned int> held;
-    for (size_t i = 0; i < events.size(); i += 2)
-    {
-        ASSERT_EQ(events.at(i + 1), SYN);
-        ASSERT_TRUE(events[i].value == 1 ? held.insert(events[i].code).second : held.erase(events[i].code) == 1) << i;
-    }
-    EXPECT_THAT(held, IsEmpty());
 }
