@@ -59,6 +59,12 @@ void expectNoInjector(Server& server, const std::string& reason)
 
 } // namespace
 
+// On its way out of a dead connection Xlib releases a mutex that it has already released.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions()
+{
+    return "mutex:libX11.so";
+}
+
 // On every machine these are the tests of a host without the node: the library finds this function before libevdev's.
 extern "C" __attribute__((visibility("default"))) int libevdev_uinput_create_from_device(const void*, int, void**)
 {
@@ -190,6 +196,27 @@ TEST(LifeCycleTest, WithoutTheLibraryXtestMakesNoInjector)
                 ElementsAre(ServerLogLine{ZUST_LL_ERROR, "VirtualEvDevXtest",
                                           "Failed to load 'XTestFakeMotionEvent' from library 'libXtst.so.6'"}));
     zudevSetLoaderHook(nullptr, nullptr);
+}
+
+// The server goes while keys and moves are on their way, at another moment each time; SIGPIPE has its default effect.
+TEST(LifeCycleTest, TheHostOutlivesAnXServerKilledInMidStream)
+{
+    selectBackend("xtest");
+    for (int round = 0; round < 5; ++round)
+    {
+        XServer x;
+        Server server;
+        ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+        for (int i = 0; i < 500; ++i)
+        {
+            server.tap(ZUST_KEY_A);
+            server.moveTo(i, i, 1280, 720);
+            if (i == 100 + 40 * round)
+                x.kill();
+        }
+        server.drain();
+        server.reset(server.handle());
+    }
 }
 
 TEST(LifeCycleTest, ContainerWithoutInstanceMakesNoInjector)

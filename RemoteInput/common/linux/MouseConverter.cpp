@@ -103,7 +103,7 @@ void MouseConverter::updateScreenDimensions(long now)
     m_lastScreenDimensionTime = now;
 
     XWindowAttributes attributes;
-    if (XGetWindowAttributes(m_display, DefaultRootWindow(m_display), &attributes) == 0)
+    if (xServerLost(m_display) || XGetWindowAttributes(m_display, DefaultRootWindow(m_display), &attributes) == 0)
         return;
     m_screenWidth = attributes.width;
     m_screenHeight = attributes.height;
@@ -118,8 +118,9 @@ bool MouseConverter::getCursorPos(Vector& pos)
     int windowX;
     int windowY;
     unsigned int mask;
-    if (!XQueryPointer(m_display, DefaultRootWindow(m_display), &root, &child, &rootX, &rootY, &windowX, &windowY,
-                       &mask))
+    if (xServerLost(m_display)
+        || !XQueryPointer(m_display, DefaultRootWindow(m_display), &root, &child, &rootX, &rootY, &windowX, &windowY,
+                          &mask))
         return false;
     pos = {rootX, rootY};
     return true;

@@ -152,8 +152,8 @@ int VirtualEvDevUinputXtest::writeEvent(unsigned int type, unsigned int code, in
         m_events.push_back({code, value, steadyMilliseconds()});
         return 0;
     }
-    // The display may be missing when the server refused a second connection; Xlib would not survive that.
-    if (m_state->display)
+    // The display may be missing when the server refused a second connection, or dead; Xlib would survive neither.
+    if (m_state->display && !xServerLost(m_state->display.get()))
         (this->*m_sendFunc)();
     m_events.clear();
     return 0;

@@ -12,6 +12,7 @@ namespace
 struct OwnDisplay
 {
     Display* display = nullptr;
+    bool lost = false; // guarded by ownDisplaysMutex
     OwnDisplay* next = nullptr;
 };
 
@@ -20,15 +21,24 @@ constinit OwnDisplay* ownDisplays = nullptr; // guarded by ownDisplaysMutex
 
 constinit std::atomic<XIOErrorHandler> previousHandler = nullptr;
 
-bool isOwn(Display* display)
+OwnDisplay* findOwn(const Display* display) // with ownDisplaysMutex held
 {
-    std::lock_guard lock(ownDisplaysMutex);
-    for (const OwnDisplay* own = ownDisplays; own; own = own->next)
+    for (OwnDisplay* own = ownDisplays; own; own = own->next)
     {
         if (own->display == display)
-            return true;
+            return own;
     }
-    return false;
+    return nullptr;
+}
+
+// \return whether the display was opened here
+bool markLost(const Display* display)
+{
+    std::lock_guard lock(ownDisplaysMutex);
+    OwnDisplay* const own = findOwn(display);
+    if (own)
+        own->lost = true;
+    return own != nullptr;
 }
 
 void addOwn(std::unique_ptr<OwnDisplay> own)
@@ -55,7 +65,7 @@ void removeOwn(Display* display)
 // Xlib asks this one first, whatever the display; its own version ends the process.
 int onIoError(Display* display)
 {
-    if (isOwn(display))
+    if (markLost(display))
         return 0;
     const XIOErrorHandler previous = previousHandler.load();
     return previous ? previous(display) : 0;
@@ -96,6 +106,14 @@ void XCloseDisplayDeleter::operator()(Display* display) const
     const ScopedXCalls calls;
     XCloseDisplay(display); // may still find out that the server is gone
     removeOwn(display);
+}
+
+// What is sent after that stays in Xlib's buffer, and Xlib crashes when that is full.
+bool xServerLost(const Display* display)
+{
+    std::lock_guard lock(ownDisplaysMutex);
+    const OwnDisplay* const own = findOwn(display);
+    return own && own->lost;
 }
 
 Display* XOpenDisplayCheckInitialized(const char* name)

@@ -45,14 +45,16 @@ private:
     Display* m_display;
 };
 
+/// Whether the connection was lost. Nothing but closing may be done on such a display. Any thread.
+bool xServerLost(const Display* display);
+
 /// Opens a display after Xlib was put into thread-safe mode, which happens once per process. Any thread.
 ///
-/// A server that goes away does not end the process: calls on such a display fail from then on, and closing it still
-/// works. (Only a server that dies while XOpenDisplay itself is talking to it ends the process, as Xlib has no hook
-/// there.) Displays that others opened keep the I/O error handling that was in force before.
-/// \param name null = the display that the environment names
-/// \return owned by the caller, to be held in a ScopedDisplay, which any thread may end, also after the server went
-/// away; null when it cannot be opened
+/// A server that goes away does not end the process: the call that finds out fails, xServerLost() tells from then on,
+/// and closing the display still works. (Only a server that dies while XOpenDisplay itself is talking to it ends the
+/// process, as Xlib has no hook there.) Displays that others opened keep the I/O error handling that was in force
+/// before. \param name null = the display that the environment names \return owned by the caller, to be held in a
+/// ScopedDisplay, which any thread may end, also after the server went away; null when it cannot be opened
 Display* XOpenDisplayCheckInitialized(const char* name);
 
 #endif

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Hands of real users on real mice, imported and played through the library on a screen that is wide enough: every step
+# arrives, and the pointer ends where the sum of the recorded steps puts it.
+# recordings_test.sh BINARIES     (ZUIS_RECORDINGS names the folder with the recordings)
+set -euo pipefail
+bin=$1
+. "$(dirname "$0")/../../scripts/lib.sh"
+if [ ! -d "${ZUIS_RECORDINGS:-}" ]; then
+    [ "${CI:-}" != true ] || die "ZUIS_RECORDINGS names no folder"
+    say "left out: ZUIS_RECORDINGS names no folder with recordings"
+    exit 0
+fi
+
+scratch=$(mktemp -d)
+XVFB_PID=
+trap '[ -z "$XVFB_PID" ] || kill "$XVFB_PID"; rm -rf "$scratch"' EXIT
+export XDG_CONFIG_HOME=$scratch
+start_xvfb -screen 0 16384x8192x8 # the pointer starts in the middle
+failed=0
+
+check() { # RECORDING [DESCRIPTION]
+    local events=$ZUIS_RECORDINGS/$1 session=$scratch/session.jsonl record=$scratch/desktop.jsonl start end sum desktop
+    "$bin/zuis-host" import "$events" ${2:+--device "$ZUIS_RECORDINGS/$2"} -o "$session"
+    rm -f "$record" "$scratch/ready"
+    xinput set-prop "Virtual core XTEST pointer" "Coordinate Transformation Matrix" 1 0 0 0 1 0 0 0 1
+    "$bin/zuis-desktop" --fullscreen --record "$record" --ready-file "$scratch/ready" &
+    desktop=$!
+    for _ in $(seq 200); do [ -e "$scratch/ready" ] && break; sleep 0.05; done
+    start=$("$bin/pointer-position" 8192 4096)
+    "$bin/zuis-host" play "$session" --backend xtest --speed 10 --log-level error --desktop-record "$record" \
+        --json "$scratch/summary.json" >"$scratch/log" || { cat "$scratch/log"; failed=1; }
+    end=$("$bin/pointer-position")
+    kill "$desktop"
+    wait "$desktop" || true
+    sum=$(awk '/^E:/ && $3 == "0002" && $4 == "0000" { x += $5 } /^E:/ && $3 == "0002" && $4 == "0001" { y += $5 }
+        END { print x, y }' "$events")
+    if [ "$(echo "$start $sum" | awk '{ print $1 + $3, $2 + $4 }')" = "$end" ]; then
+        say "ok: $1: from $start by $sum to $end"
+    else
+        say "FAILED: $1: from $start by $sum the pointer ended at $end"
+        failed=1
+    fi
+}
+
+check mouse-ps2-hand.events mouse-ps2-hand.desc
+check mouse-touch-hand.events
+check mouse-wheel.events mouse-wheel.desc
+exit $failed
