@@ -27,7 +27,8 @@ check() { # RECORDING [DESCRIPTION]
     desktop=$!
     for _ in $(seq 200); do [ -e "$scratch/ready" ] && break; sleep 0.05; done
     start=$("$bin/pointer-position" 8192 4096)
-    "$bin/zuis-host" play "$session" --backend xtest --speed 10 --log-level error --desktop-record "$record" \
+    # By its path: under a sanitizer the loader does not know the tool's run path.
+    "$bin/zuis-host" play "$session" --library "$bin/../lib/libInputStreamShared.so" --backend xtest --speed 10 --log-level error --desktop-record "$record" \
         --json "$scratch/summary.json" >"$scratch/log" || { cat "$scratch/log"; failed=1; }
     end=$("$bin/pointer-position")
     kill "$desktop"
