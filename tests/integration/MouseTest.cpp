@@ -144,8 +144,9 @@ TEST_F(MouseTest, StoppingWith100000ReportsQueuedEndsAtOnceAndReleasesButtons)
     EXPECT_THAT(m_watcher.take(1, 100ms), testing::IsEmpty()) << "nothing is injected afterwards";
 }
 
-// 8000 reports a second for as long as ZUIS_FLOOD_SECONDS says, twice: every step arrives, and the second flood needs
-// no memory that the first has not given back (to the queues on the way to it, this program's among them).
+// 8000 reports a second for as long as ZUIS_FLOOD_SECONDS says, time and again: every step arrives, and a flood comes
+// that needs no more memory than the one before. (The queues on the way to the library, this program's among them, keep
+// what their longest moment needed, so the first floods may differ.)
 TEST_F(MouseTest, AFloodAt8KilohertzLosesNothing)
 {
     const int seconds = std::getenv("ZUIS_FLOOD_SECONDS") ? std::atoi(std::getenv("ZUIS_FLOOD_SECONDS")) : 1;
@@ -153,7 +154,8 @@ TEST_F(MouseTest, AFloodAt8KilohertzLosesNothing)
     m_watcher.warpPointer(100, 100);
     m_watcher.take();
     size_t inUse = 0;
-    for (int flood = 0; flood < 2; ++flood)
+    bool settled = false;
+    for (int flood = 0; flood < 6 && !settled; ++flood)
     {
         auto next = std::chrono::steady_clock::now();
         for (size_t i = 0; i < count; ++i)
@@ -170,9 +172,10 @@ TEST_F(MouseTest, AFloodAt8KilohertzLosesNothing)
         }
         m_server->drain();
         const size_t inUseNow = mallinfo2().uordblks;
-        EXPECT_TRUE(flood == 0 || inUseNow < inUse + 32 * 1024) << inUse << " bytes, then " << inUseNow;
+        settled = flood > 0 && inUseNow < inUse + 16 * 1024;
         inUse = inUseNow;
     }
+    EXPECT_TRUE(settled) << inUse << " bytes in use, and more after every flood";
 }
 
 TEST_F(MouseTest, SettingsReachTheDeviceThroughXinput)
