@@ -27,7 +27,7 @@ def word(heights, x, y, advance, ms_per_letter):
         height = heights[letter]
         turn = 2 * math.pi * t
         yield (
-            x + advance * t + 0.62 * height * math.sin(turn) * (0.75 if height == HIGH else 1),
+            x + advance * t + (27 if height == LOW else 33) * math.sin(turn),
             y - height * (1 - math.cos(turn)),
         )
 
