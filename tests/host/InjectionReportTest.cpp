@@ -13,6 +13,12 @@
 
 #include <linux/input-event-codes.h>
 
+// Of the pictures: fontconfig keeps what it has read to the end of the process.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
+
 namespace host
 {
 namespace
