@@ -204,7 +204,8 @@ TEST_F(RiGamepadTest, PayloadsOfEverySize)
         SCOPED_TRACE(size);
         steppedclock::step(SECOND);
         pressed = !pressed;
-        const bool ok = send({.buttons = static_cast<uint16_t>(pressed ? 0x1000 : 0), .captured = 77, .size = size});
+        const bool ok = send({.buttons = static_cast<uint16_t>(pressed ? 0x1000 : 0), .captured = 77, .size = size},
+                             {.clientCapture = 55, .clientSent = 0, .netPacket = 0, .riCommand = 0});
         if (size <= 25)
         {
             pressed = false;
@@ -218,7 +219,9 @@ TEST_F(RiGamepadTest, PayloadsOfEverySize)
         EXPECT_TRUE(ok);
         EXPECT_THAT(written(), ElementsAre(key(BTN_A, pressed), SYN));
         EXPECT_THAT(takeLines(), IsEmpty());
-        EXPECT_EQ(m_sender.takeRecords().size(), size == 34 ? 1u : 0u);
+        const std::vector<RiRecord> records = m_sender.takeRecords();
+        ASSERT_EQ(records.size(), 1u);
+        EXPECT_EQ(records[0].captured, size == 34 ? 77 : 55); // the payload's own time, at this size only
     }
 }
 

@@ -234,6 +234,26 @@ TEST_F(RiMouseTest, HeldButtonsAreReleasedInAscendingOrder)
     EXPECT_EQ(openFakeDisplays(), 0);
 }
 
+TEST(RiMouseFifoTest, LeavesInOrderUntilTheExitIsSignalled)
+{
+    RiMouse::Fifo fifo;
+    RiMouse::EvDevReport report{.data1 = 1, .inputTimeStats = {}};
+    std::atomic<bool> exit{false};
+    fifo.enqueue(report);
+    report.data1 = 2;
+    fifo.enqueue(std::move(report));
+    fifo.enqueue(RiMouse::EvDevReport{});
+    for (const int expected : {1, 2})
+    {
+        EXPECT_TRUE(fifo.dequeue(report, exit));
+        EXPECT_EQ(report.data1, expected);
+    }
+    fifo.signalExit(exit);
+    EXPECT_FALSE(fifo.dequeue(report, exit));
+    EXPECT_EQ(report.data1, 2);
+    EXPECT_EQ(fifo.getReportsCount(), 1u);
+}
+
 TEST_F(RiMouseTest, StoppingDropsWhatIsQueued)
 {
     constexpr int QUEUED = 100'000; // at least 30 s at the fastest pace
