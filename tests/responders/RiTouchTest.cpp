@@ -200,12 +200,6 @@ TEST_F(RiTouchTest, RefusedDevices)
         EXPECT_FALSE(m_touch.touchControl(true));
         EXPECT_EQ(takeLines(), refusalLines(refusal, "RiTouch"));
     }
-    EXPECT_FALSE(send({point(1, DOWN)}));
-    EXPECT_THAT(takeLines(),
-                ElementsAre(error("respond: no available slots left for touchPoint.id = 1"),
-                            error("writeEvent: Received error -19 when attempting to write event {type = 0, code = 0, "
-                                  "value = 0}")));
-
     fakelibevdev::failCreation(0);
     enable();
     fakelibevdev::failNew();
@@ -217,6 +211,16 @@ TEST_F(RiTouchTest, RefusedDevices)
 // The lines are counted for the whole process, so one test does it all, whatever was logged before it.
 TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
 {
+    fakelibevdev::failCreation(-ENOENT);
+    EXPECT_FALSE(m_touch.touchControl(true));
+    takeLines();
+    EXPECT_FALSE(send({point(1, DOWN)}));
+    EXPECT_THAT(takeLines(),
+                ElementsAre(error("respond: no available slots left for touchPoint.id = 1"),
+                            error("writeEvent: Received error -19 when attempting to write event {type = 0, code = 0, "
+                                  "value = 0}")));
+    fakelibevdev::failCreation(0);
+
     enable();
     const Events whole = slot(0, 2) + position(3, 4) + TOUCHED + END;
     for (size_t good = 0; good < whole.size(); ++good)
