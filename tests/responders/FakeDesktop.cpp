@@ -1,6 +1,7 @@
 #include "tests/responders/FakeDesktop.h"
 
 #include <atomic>
+#include <csignal>
 #include <tuple>
 #include <type_traits>
 
@@ -87,8 +88,10 @@ extern "C"
         ++fakeDesktop().pointerQueries;
         *root = *child = *mask = 0;
         *windowX = *windowY = -1; // not what callers are after
+        if (fakeDesktop().serverGone)
+            pthread_kill(pthread_self(), SIGPIPE);
         std::tie(*rootX, *rootY) = fakeDesktop().cursor.value_or(FakeDesktop::Pair{4711, 4711});
-        return fakeDesktop().cursor && window == ROOT;
+        return fakeDesktop().cursor && !fakeDesktop().serverGone && window == ROOT;
     }
 
     Status XGetWindowAttributes(Display*, Window window, XWindowAttributes* attributes)

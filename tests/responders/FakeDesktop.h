@@ -20,6 +20,7 @@ struct FakeDesktop
     };
 
     bool displayAvailable = true;
+    bool serverGone = false;            ///< queries fail, and writing them raises SIGPIPE
     std::optional<Pair> cursor{{0, 0}}; ///< none = the query fails; so below
     std::optional<Pair> screen{{32768, 32768}};
     std::vector<InputDevice> inputDevices;

@@ -102,6 +102,7 @@ void MouseConverter::updateScreenDimensions(long now)
         return;
     m_lastScreenDimensionTime = now;
 
+    const ScopedXCalls calls;
     XWindowAttributes attributes;
     if (xServerLost(m_display) || XGetWindowAttributes(m_display, DefaultRootWindow(m_display), &attributes) == 0)
         return;
@@ -111,6 +112,7 @@ void MouseConverter::updateScreenDimensions(long now)
 
 bool MouseConverter::getCursorPos(Vector& pos)
 {
+    const ScopedXCalls calls;
     Window root;
     Window child;
     int rootX;

@@ -17,7 +17,6 @@
 #include "RemoteInput/common/linux/RiEventRecord.h"
 #include "RemoteInput/common/linux/XHelpers.h"
 #include "common/util/Log.h"
-#include "common/util/SigpipeGuard.h"
 
 namespace
 {
@@ -225,8 +224,6 @@ void RiMouse::thread()
 {
     // The default slack of 50 us would lengthen every sleep of the pacing by as much.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-
-    const SigpipeGuard xServerMayGo; // while the cursor is asked for
 
     EvDevReport report;
     RemoteClock clientClock(report.time);
