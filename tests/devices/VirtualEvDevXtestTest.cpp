@@ -7,9 +7,9 @@
 #include <gmock/gmock.h>
 #include <linux/input-event-codes.h>
 
-#include "tests/devices/PrivateXServer.h"
 #include "tests/support/FakeStack.h"
 #include "tests/support/FakeXtst.h"
+#include "tests/support/XServer.h"
 
 using fakestack::LogLine;
 using testing::ElementsAre;
@@ -36,7 +36,7 @@ constexpr Event REPORT{EV_SYN, SYN_REPORT, 0};
 class VirtualEvDevXtestTest : public Test
 {
 protected:
-    static void SetUpTestSuite() { s_server = std::make_unique<PrivateXServer>(); }
+    static void SetUpTestSuite() { s_server = std::make_unique<XServer>(); }
     static void TearDownTestSuite() { s_server.reset(); }
 
     VirtualEvDevXtestTest() { fakestack::reset(); }
@@ -61,7 +61,7 @@ protected:
             testing::ExitedWithCode(0), "");
     }
 
-    static inline std::unique_ptr<PrivateXServer> s_server;
+    static inline std::unique_ptr<XServer> s_server;
     std::unique_ptr<VirtualEvDevUinput> m_device;
 };
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "RemoteInput/common/linux/VirtualEvDevXtest.h"
-#include "tests/devices/PrivateXServer.h"
+#include "tests/support/XServer.h"
 
 // Last, for its macros.
 #include "RemoteInput/common/linux/XHelpers.h"
@@ -95,7 +95,7 @@ TEST(XServerLostTest, TheProcessAndTheDevicesOutliveTheServer)
     const auto useAndClose = []
     {
         begin();
-        PrivateXServer server;
+        XServer server;
         std::unique_ptr<VirtualEvDevUinput> mouse = makeMouse();
         std::unique_ptr<VirtualEvDevUinput> unused = makeMouse();
         ScopedDisplay display(openOnce());
@@ -104,7 +104,7 @@ TEST(XServerLostTest, TheProcessAndTheDevicesOutliveTheServer)
         EXPECT_EQ(move(*mouse, 11, 7), 0);
         EXPECT_EQ(pointer(display.get()), std::pair(start.first + 11, start.second + 7));
 
-        server.stop();
+        server.kill();
         // What one thread finds dead, another one closes.
         std::thread user(
             [&]
@@ -133,10 +133,10 @@ TEST(XServerLostTest, DisplaysOfTheHostKeepTheHostsHandling)
     {
         begin();
         XSetIOErrorHandler(hostHandler);
-        PrivateXServer server;
+        XServer server;
         ScopedDisplay own(openOnce());
         Display* const foreign = XOpenDisplay(nullptr);
-        server.stop();
+        server.kill();
         EXPECT_EQ(pointer(own.get()), std::nullopt);
         own.reset();
         if (testing::Test::HasFailure())

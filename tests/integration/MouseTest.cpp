@@ -1,8 +1,6 @@
 // The mouse from the stack to an X client, over the XTest extension: the paced thread, absolute and relative.
 
-#include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -12,6 +10,7 @@
 #include <malloc.h>
 
 #include "tests/support/Server.h"
+#include "tests/support/Shell.h"
 #include "tests/support/XServer.h"
 
 namespace
@@ -59,17 +58,6 @@ protected:
     XWatcher m_watcher;
     std::unique_ptr<Server> m_server;
 };
-
-std::string output(const std::string& command)
-{
-    std::string text;
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::array<char, 256> buffer;
-    while (fgets(buffer.data(), buffer.size(), pipe))
-        text += buffer.data();
-    pclose(pipe);
-    return text;
-}
 
 } // namespace
 

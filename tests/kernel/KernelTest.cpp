@@ -1,7 +1,5 @@
 #include "tests/kernel/KernelTest.h"
 
-#include <array>
-#include <cstdio>
 #include <dlfcn.h>
 
 #include <libevdev/libevdev-uinput.h>
@@ -26,17 +24,6 @@ std::vector<unsigned int> declaredCodes(libevdev* device, unsigned int type)
         if (libevdev_has_event_code(device, type, static_cast<unsigned int>(code)))
             codes.push_back(static_cast<unsigned int>(code));
     return codes;
-}
-
-std::string output(const std::string& command)
-{
-    std::string text;
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::array<char, 256> buffer;
-    while (fgets(buffer.data(), buffer.size(), pipe))
-        text += buffer.data();
-    pclose(pipe);
-    return text;
 }
 
 KernelTest::KernelTest()

@@ -11,6 +11,7 @@
 
 #include "tests/kernel/EvdevNode.h"
 #include "tests/support/Server.h"
+#include "tests/support/Shell.h"
 
 /// Called just before the library's devices go, so that a reader can take what they emit on their way out.
 extern std::function<void()> g_beforeDeviceIsDestroyed;
@@ -34,9 +35,6 @@ constexpr KernelEvent SYN{EV_SYN, SYN_REPORT, 0};
 
 /// The codes of one type that a device declares, in ascending order.
 std::vector<unsigned int> declaredCodes(libevdev* device, unsigned int type);
-
-/// The output of a shell command.
-std::string output(const std::string& command);
 
 /// The library over the default backend.
 class KernelTest : public testing::Test

@@ -6,47 +6,45 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <X11/Xlib.h>
 
-extern char** environ;
-
 XServer::XServer(const std::vector<std::string>& arguments, const std::string& screen)
 {
-    int pipeEnds[2];
-    if (pipe2(pipeEnds, O_CLOEXEC) != 0)
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
         std::abort();
 
-    std::vector<std::string> words{"Xvfb", "-displayfd", "3", "-screen", "0", screen, "-noreset", "-nolisten", "tcp"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
+    const std::string fd = std::to_string(ends[1]);
+    std::vector<const char*> argv{"Xvfb",         "-displayfd", fd.c_str(),  "-screen", "0",
+                                  screen.c_str(), "-noreset",   "-nolisten", "tcp"};
+    for (const std::string& argument : arguments)
+        argv.push_back(argument.c_str());
     argv.push_back(nullptr);
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 3);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    const int result = posix_spawnp(&m_pid, "Xvfb", &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(pipeEnds[1]);
-    if (result != 0)
+    m_pid = fork();
+    if (m_pid == 0)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves no server behind
+        fcntl(ends[1], F_SETFD, 0);
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+        execvp("Xvfb", const_cast<char* const*>(argv.data()));
+        _exit(127);
+    }
+    close(ends[1]);
+
+    std::string number;
+    for (char character; read(ends[0], &character, 1) == 1 && character != '\n';)
+        number += character;
+    close(ends[0]);
+    if (number.empty())
     {
         fprintf(stderr, "Xvfb cannot be started: install the package xvfb\n");
         std::abort();
     }
-
-    std::string number;
-    char character;
-    while (read(pipeEnds[0], &character, 1) == 1 && character != '\n')
-        number += character;
-    close(pipeEnds[0]);
-    if (number.empty())
-        std::abort();
     m_display = ":" + number;
     setenv("DISPLAY", m_display.c_str(), 1);
 }

@@ -1,11 +1,19 @@
 #include "RemoteInput/common/linux/KeyConversion.h"
 
 #include <array>
+#include <cstddef>
 
 #include <linux/input-event-codes.h>
 
 namespace
 {
+
+// A client key and the evdev key that it becomes on this host.
+struct KeyCodeConversion
+{
+    ZustKeyCode keyCode;
+    uint32_t nativeCode;
+};
 
 // Every row is written out: evdev's letters, upper function keys and keypad digits are not contiguous.
 constexpr std::array<KeyCodeConversion, 121> g_keyConversionTable{{

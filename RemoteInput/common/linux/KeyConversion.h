@@ -3,15 +3,7 @@
 
 #include "StreamSdk/include/ZuStreamInput.h"
 
-#include <cstddef>
 #include <cstdint>
-
-/// A client key and the evdev key that it becomes on this host.
-struct KeyCodeConversion
-{
-    ZustKeyCode keyCode;
-    uint32_t nativeCode;
-};
 
 /// Constant time, any thread. \return the evdev key code; 0 for a key that cannot be injected
 uint32_t toNativeKeyCode(ZustKeyCode keyCode);

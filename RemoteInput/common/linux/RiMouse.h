@@ -22,9 +22,9 @@
 /// Turns the client's mouse events into motion, wheel steps and buttons of one virtual mouse.
 ///
 /// The event thread only converts and queues; a thread of its own injects the reports one by one, in order, at the
-/// client's cadence. Nothing is dropped, merged or reordered on the way. The thread sleeps
-/// while there is nothing to inject. Its timer slack is the smallest that the kernel allows: measured against the usual
-/// 50 us, that takes a fifth to a half off the interval error at 1 and 2 ms (docs/performance.md).
+/// client's cadence. Nothing is dropped, merged or reordered on the way. The thread sleeps while there is nothing to
+/// inject. Its timer slack is the smallest that the kernel allows: measured against the usual 50 us, that takes a fifth
+/// to a half off the interval error at 1 and 2 ms (docs/performance.md).
 class RiMouse : public RimBase, public RiTelemetry::FifoReporter
 {
 public:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
@@ -59,6 +60,14 @@ const std::string& accelerationProfileConfig()
 std::string setPropertyCommand(RiMouseSettings::DeviceId device, const std::string& property, const std::string& value)
 {
     return "xinput set-prop " + std::to_string(device) + " " + property + " " + value;
+}
+
+// As "%f", but with a point also where the host's locale has a comma: xinput expects one.
+std::string withSixDecimals(double value)
+{
+    std::array<char, 32> text;
+    const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, 6).ptr;
+    return std::string(text.begin(), end);
 }
 
 // A command that fails is not detected: xinput and a shell are the host's business.
@@ -181,7 +190,7 @@ bool RiMouseSettings::UpdateTransformationMatrix(unsigned int sensitivity, unsig
 
     const double multiplier =
         TRANSFORMATION_MULTIPLIERS[acceleration != 0 ? 1 : 0][std::min(sensitivity, MAX_SENSITIVITY) - 1];
-    const std::string m = std::to_string(multiplier); // "%f": six decimals
+    const std::string m = withSixDecimals(multiplier);
     const std::string command =
         setPropertyCommand(m_XID, transformationMatrixConfig(), m + " 0 0" + " 0 " + m + " 0" + " 0 0 1");
     run(command);

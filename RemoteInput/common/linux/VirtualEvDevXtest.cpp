@@ -57,6 +57,7 @@ void useExtension(Display* display)
     const auto query =
         reinterpret_cast<QueryExtension*>(XLibLoader::instance().getKnownFunction(XTEST_LIBRARY, QUERY_EXTENSION));
     int ignored[4] = {};
+    const ScopedXCalls calls;
     if (display && query)
         query(display, &ignored[0], &ignored[1], &ignored[2], &ignored[3]);
 }
@@ -90,6 +91,7 @@ bool VirtualEvDevXtest::create()
         int errorBase = 0;
         int major = 0;
         int minor = 0;
+        const ScopedXCalls calls;
         if (query(display.get(), &eventBase, &errorBase, &major, &minor) != 1)
             throw std::runtime_error("XTest Extension not present");
         LOG_INFO(0x04030001, TAG, "XTest Extension Present: (%d:%d)", major, minor);
