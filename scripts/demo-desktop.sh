@@ -25,15 +25,24 @@ set_layout() {
     udevadm control --reload
 }
 
-desktop=
-finish() { [ -z "$desktop" ] || kill "$desktop" 2>/dev/null || true; }
+readers=()
+finish() { [ ${#readers[@]} -eq 0 ] || kill "${readers[@]}" 2>/dev/null || true; }
 trap finish EXIT
+# start NAME COMMAND...: a reader that makes the file $out/NAME.ready.
+start() {
+    local name=$1
+    shift
+    "$@" --ready-file "$out/$name.ready" &
+    readers+=($!)
+    for _ in $(seq 200); do [ -e "$out/$name.ready" ] && break; sleep 0.05; done
+    [ -e "$out/$name.ready" ] || die "$1 did not come up"
+    rm -f "$out/$name.ready"
+}
 
-"$bin/zuis-desktop" --fullscreen --no-autorepeat --png "$out/desktop.png" --record "$out/desktop.jsonl" \
-    --ready-file "$out/ready" &
-desktop=$!
-for _ in $(seq 200); do [ -e "$out/ready" ] && break; sleep 0.05; done
-[ -e "$out/ready" ] || die "zuis-desktop did not come up"
+start desktop "$bin/zuis-desktop" --fullscreen --no-autorepeat --png "$out/desktop.png" --record "$out/desktop.jsonl"
+if [ "$backend" = uinput ]; then # the other backends have no gamepads
+    start pads "$bin/zuis-pads" --quiet --png "$out/pads.png" --record "$out/pads.jsonl"
+fi
 
 status=0
 for session in "${sessions[@]}"; do
@@ -43,13 +52,15 @@ for session in "${sessions[@]}"; do
     if grep -q '"type":"move' "$session"; then
         options+=(--network bursts:8 --pacing-png "$out/pacing.png" --timeline "$out/$name-timeline.jsonl")
     fi
+    if [ "$backend" = uinput ] && grep -q '"type":"gamepad' "$session"; then
+        options+=(--pads-record "$out/pads.jsonl")
+    fi
     say "" "== $name"
     "$bin/zuis-host" play "$session" "${options[@]}" "$@" || status=1
 done
 
-kill -TERM "$desktop"
-wait "$desktop" || status=1
-desktop=
-rm -f "$out/ready"
+kill -TERM "${readers[@]}"
+for reader in "${readers[@]}"; do wait "$reader" || status=1; done
+readers=()
 say "" "Pictures: $(ls "$out"/*.png | tr '\n' ' ')"
 exit $status

@@ -4,9 +4,9 @@
 #
 #   scripts/demo.sh [--session FILE] [--kernel] [--out FOLDER] [-- OPTIONS of zuis-host play]
 #
-#   --session FILE   play this session instead of those that are shipped
-#   --kernel         in a virtual machine with a real /dev/uinput, over the default backend, under Xorg with libinput;
-#                    without it, over the XTest extension of a private Xvfb
+#   --session FILE   play this session instead of those that are shipped; may be given several times
+#   --kernel         in a virtual machine with a real /dev/uinput, over the default backend, under Xorg with libinput,
+#                    and with gamepads and all fingers; without it, over the XTest extension of a private Xvfb
 #   --out FOLDER     where pictures and records go (default: out/demo, with --kernel out/demo-kernel)
 #
 # Installs what is missing with apt-get. Exit status: 0 when everything that was sent was seen.
@@ -14,12 +14,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-sessions=(tools/host/sessions/demo.jsonl tools/host/sessions/strokes.jsonl)
+shipped=tools/host/sessions
+sessions=()
 out=
 kernel=
 while [ $# -gt 0 ]; do
     case $1 in
-    --session) sessions=("${2:?--session needs a file}"); shift 2 ;;
+    --session) sessions+=("${2:?--session needs a file}"); shift 2 ;;
     --out) out=${2:?--out needs a folder}; shift 2 ;;
     --kernel) kernel=1; shift ;;
     --) shift; break ;;
@@ -28,12 +29,13 @@ while [ $# -gt 0 ]; do
     esac
 done
 out=${out:-out/demo${kernel:+-kernel}}
+[ ${#sessions[@]} -gt 0 ] || sessions=("$shipped/demo.jsonl" "$shipped/strokes.jsonl" ${kernel:+"$shipped/game.jsonl"})
 for session in "${sessions[@]}"; do [ -r "$session" ] || die "cannot read $session"; done
 
 # shellcheck disable=SC2046,SC2086
 ensure_packages $BUILD_PACKAGES $X_PACKAGES ${kernel:+$(scripts/guest/guest packages)}
 say "Building (the first time takes a few minutes)"
-build release OFF InputStreamShared zuis-host zuis-desktop
+build release OFF InputStreamShared zuis-host zuis-desktop zuis-pads
 
 rm -rf "$out"
 mkdir -p "$out"

@@ -173,6 +173,23 @@ TEST_F(RiTouchTest, TheTwelfthFingerIsRefused)
     EXPECT_EQ(written(), slot(5, 26) + LIFT + RELEASED + slot(5, 32) + position(0, 0) + TOUCHED + END);
 }
 
+TEST_F(RiTouchTest, AsManyPointsAsAnEventCanHold)
+{
+    enable();
+    std::vector<Point> points;
+    Events expected;
+    for (int i = 0; i < 65535; ++i)
+    {
+        const int id = i % 12; // over and over; the twelfth finger has no slot
+        points.push_back(point(static_cast<uint16_t>(id), MOVE, static_cast<uint16_t>(i), 1));
+        if (id != 11)
+            expected = std::move(expected) + slot(id, id + 1) + position(i, 1);
+    }
+    EXPECT_FALSE(send(points));
+    EXPECT_EQ(written(), std::move(expected) + END);
+    EXPECT_EQ(takeLines().size(), 65535u / 12);
+}
+
 // Switching on does not remember that it did, on purpose.
 TEST_F(RiTouchTest, EnablingAgainReplacesTheScreenAndKeepsTheFingers)
 {

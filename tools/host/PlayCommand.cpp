@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <thread>
@@ -136,24 +137,44 @@ std::string progressText(const Session& session, const PlayProgress& progress, b
 }
 
 /// Late events have up to a second; a record that is as it should be is believed after 300 ms of quiet.
-void compareDesktop(RunReport& report, const PlayOptions& options, const Session& session)
+/// \param compare reads the record and tells whether it is as it should be
+/// \return why the record could not be read; empty when it could
+std::string compareWhenQuiet(const std::string& fileName, const std::function<bool(std::istream&)>& compare)
 {
     const auto start = std::chrono::steady_clock::now();
     while (true)
     {
-        std::ifstream in(options.desktopRecord);
+        std::ifstream in(fileName);
         if (!in)
-        {
-            report.desktopProblem = fmt::format("{}: {}", options.desktopRecord, std::strerror(errno));
-            return;
-        }
-        const DesktopRecord record = readDesktopRecord(in, report.startNs);
-        report.desktop = checkDesktop(report.expectation, session.expectedText(), record, options.backend);
+            return fmt::format("{}: {}", fileName, std::strerror(errno));
+        const bool good = compare(in);
         const auto waited = std::chrono::steady_clock::now() - start;
-        if (waited >= 1s || (waited >= 300ms && report.desktop->good()))
-            return;
+        if (waited >= 1s || (waited >= 300ms && good))
+            return {};
         std::this_thread::sleep_for(100ms);
     }
+}
+
+void compareDesktop(RunReport& report, const PlayOptions& options, const Session& session)
+{
+    const auto compare = [&](std::istream& in)
+    {
+        const DesktopRecord record = readDesktopRecord(in, report.startNs);
+        report.desktop = checkDesktop(report.expectation, session.expectedText(), record, options.backend);
+        return report.desktop->good();
+    };
+    report.desktopProblem = compareWhenQuiet(options.desktopRecord, compare);
+}
+
+void comparePads(RunReport& report, const PlayOptions& options, const std::vector<Played>& played)
+{
+    const std::vector<PadTrace> sent = expectedPads(played);
+    const auto compare = [&](std::istream& in)
+    {
+        report.pads = checkPads(sent, readPadsRecord(in, report.startNs));
+        return report.pads->complaints.empty();
+    };
+    report.padsProblem = compareWhenQuiet(options.padsRecord, compare);
 }
 
 RunReport playSession(const PlayOptions& options, const Session& session, const NetworkModel& network,
@@ -235,6 +256,8 @@ int play(const PlayOptions& options)
     RunReport report = playSession(options, session, network, played);
     if (!options.desktopRecord.empty())
         compareDesktop(report, options, session);
+    if (!options.padsRecord.empty())
+        comparePads(report, options, played);
 
     writeSummary(std::cout, report);
     std::cout.flush();

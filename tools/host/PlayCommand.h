@@ -29,6 +29,7 @@ struct PlayOptions
     std::string timelineFile;
     std::string pacingPicture;
     std::string desktopRecord;
+    std::string padsRecord;
 };
 
 /// \return the exit status: 0 good, 1 something was lost, stuck or different

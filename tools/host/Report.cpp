@@ -190,6 +190,10 @@ std::vector<std::string> RunReport::complaints() const
         for (std::string& complaint : desktop->complaints())
             result.push_back("desktop: " + complaint);
     }
+    if (!padsProblem.empty())
+        result.push_back("the gamepads could not be compared: " + padsProblem);
+    if (pads)
+        result.insert(result.end(), pads->complaints.begin(), pads->complaints.end());
     return result;
 }
 
@@ -218,6 +222,10 @@ void writeSummary(std::ostream& out, const RunReport& report)
     }
     out << '\n';
     writeDesktop(out, report);
+    if (report.pads)
+        out << fmt::format(
+            "  gamepads         sent {:>6}   seen {:>6}   changes of buttons and D-pad sent {}, seen {}\n",
+            report.pads->padsSent, report.pads->padsSeen, report.pads->changesSent, report.pads->changesSeen);
     const std::vector<std::string> complaints = report.complaints();
     out << (complaints.empty() ? "result: good\n" : "result: NOT good\n");
     for (const std::string& complaint : complaints)
@@ -263,6 +271,11 @@ void writeJson(std::ostream& out, const RunReport& report)
     for (size_t level = 0; level < report.logLines.size(); ++level)
         json["log_lines"][std::string(logLevelName(static_cast<ZustLogLevel>(level)))] = report.logLines[level];
     json["desktop"] = report.desktop ? desktopJson(*report.desktop) : Json(nullptr);
+    if (report.pads)
+        json["gamepads"] = {{"sent", report.pads->padsSent},
+                            {"seen", report.pads->padsSeen},
+                            {"changes_sent", report.pads->changesSent},
+                            {"changes_seen", report.pads->changesSeen}};
     json["complaints"] = report.complaints();
     // Texts of the desktop may be anything.
     out << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';

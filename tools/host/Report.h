@@ -5,6 +5,7 @@
 #include "tools/host/DesktopCheck.h"
 #include "tools/host/Expectation.h"
 #include "tools/host/InjectionWatch.h"
+#include "tools/host/PadCheck.h"
 #include "tools/host/Statistics.h"
 #include "tools/host/Telemetry.h"
 
@@ -80,6 +81,8 @@ struct RunReport
     std::array<size_t, 8> logLines{}; ///< by level
     std::optional<DesktopReport> desktop;
     std::string desktopProblem; ///< why the desktop could not be compared, if so
+    std::optional<PadsReport> pads;
+    std::string padsProblem; ///< why the gamepads could not be compared, if so
 
     /// Played to the end, everything injected as far as that can be seen, the desktop as it should be.
     bool good() const { return complaints().empty(); }

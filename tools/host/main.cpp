@@ -65,6 +65,7 @@ CLI::App* addPlay(CLI::App& app, host::PlayOptions& options)
     play->add_option("--timeline", options.timelineFile, "Write every event and every write of the library, by time");
     play->add_option("--pacing-png", options.pacingPicture, "Draw the intervals and latencies of mouse moves");
     play->add_option("--desktop-record", options.desktopRecord, "Compare with what zuis-desktop recorded in this file");
+    play->add_option("--pads-record", options.padsRecord, "Compare with what zuis-pads recorded in this file");
     return play;
 }
 

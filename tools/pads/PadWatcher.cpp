@@ -1,0 +1,184 @@
+#include "tools/pads/PadWatcher.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <libevdev/libevdev.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace pads
+{
+
+namespace
+{
+
+constexpr char DIRECTORY[] = "/dev/input";
+constexpr std::string_view NODE_PREFIX = "event";
+
+PadState describe(const libevdev* device, const std::string& node)
+{
+    PadState state;
+    state.name = libevdev_get_name(device);
+    state.identity =
+        fmt::format("{:04x}:{:04x}:{:04x}:{:04x}", libevdev_get_id_bustype(device), libevdev_get_id_vendor(device),
+                    libevdev_get_id_product(device), libevdev_get_id_version(device));
+    state.node = node;
+    for (unsigned int code = BTN_MISC; code < KEY_OK; ++code)
+    {
+        if (libevdev_has_event_code(device, EV_KEY, code))
+            state.buttons[static_cast<std::uint16_t>(code)] = libevdev_get_event_value(device, EV_KEY, code) != 0;
+    }
+    for (unsigned int code = 0; code < ABS_CNT; ++code)
+    {
+        const input_absinfo* const info = libevdev_get_abs_info(device, code);
+        if (!info)
+            continue;
+        state.ranges[static_cast<std::uint16_t>(code)] = {info->minimum, info->maximum};
+        state.axes[static_cast<std::uint16_t>(code)] = info->value;
+    }
+    return state;
+}
+
+} // namespace
+
+PadWatcher::Device::Device(std::string ownNode, int ownDescriptor)
+    : node(std::move(ownNode))
+    , descriptor(ownDescriptor)
+{
+}
+
+PadWatcher::Device::~Device()
+{
+    libevdev_free(device);
+    close(descriptor);
+}
+
+PadWatcher::PadWatcher(Listener listener)
+    : m_listener(std::move(listener))
+    , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+{
+    // A node is made before udev gives it its rights, which shows as a change of attributes.
+    if (m_notify < 0 || inotify_add_watch(m_notify, DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
+    {
+        const int error = errno;
+        close(m_notify);
+        throw std::system_error(error, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
+    }
+    readDirectory();
+}
+
+PadWatcher::~PadWatcher()
+{
+    close(m_notify);
+}
+
+void PadWatcher::readDirectory()
+{
+    std::vector<std::string> nodes;
+    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY))
+        nodes.push_back(entry.path().filename());
+    std::sort(nodes.begin(), nodes.end(),
+              [](const std::string& a, const std::string& b)
+              { return std::pair(a.size(), a) < std::pair(b.size(), b); });
+    for (const std::string& node : nodes)
+        tryNode(node);
+}
+
+void PadWatcher::readNotices()
+{
+    alignas(inotify_event) std::array<char, 4096> buffer;
+    ssize_t size;
+    while ((size = ::read(m_notify, buffer.data(), buffer.size())) > 0)
+    {
+        for (const char* at = buffer.data(); at < buffer.data() + size;)
+        {
+            const auto* const notice = reinterpret_cast<const inotify_event*>(at);
+            if (notice->mask & IN_Q_OVERFLOW)
+                readDirectory();
+            else if (notice->len > 0)
+                tryNode(notice->name);
+            at += sizeof(inotify_event) + notice->len;
+        }
+    }
+}
+
+void PadWatcher::tryNode(const std::string& node)
+{
+    const auto known = [&](const std::unique_ptr<Device>& device) { return device->node == node; };
+    if (!node.starts_with(NODE_PREFIX) || std::any_of(m_devices.begin(), m_devices.end(), known))
+        return;
+    const int descriptor = open(fmt::format("{}/{}", DIRECTORY, node).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0)
+        return; // not allowed, perhaps not yet
+    auto device = std::make_unique<Device>(node, descriptor);
+    if (libevdev_new_from_fd(descriptor, &device->device) != 0
+        || !libevdev_has_event_code(device->device, EV_KEY, BTN_GAMEPAD))
+        return;
+    libevdev_set_clock_id(device->device, CLOCK_MONOTONIC);
+    device->pad = m_found++;
+    m_listener.added(device->pad, describe(device->device, node));
+    m_devices.push_back(std::move(device));
+}
+
+bool PadWatcher::read(const Device& device)
+{
+    unsigned int flag = LIBEVDEV_READ_FLAG_NORMAL;
+    input_event event;
+    while (true)
+    {
+        const int result = libevdev_next_event(device.device, flag, &event);
+        if (result == -EAGAIN && flag == LIBEVDEV_READ_FLAG_SYNC)
+        {
+            flag = LIBEVDEV_READ_FLAG_NORMAL;
+            continue;
+        }
+        if (result < 0)
+            return result == -EAGAIN || result == -EINTR;
+        if (result == LIBEVDEV_READ_STATUS_SYNC && flag == LIBEVDEV_READ_FLAG_NORMAL)
+        {
+            flag = LIBEVDEV_READ_FLAG_SYNC;
+            m_listener.overrun(device.pad);
+        }
+        if (event.type == EV_SYN && event.code == SYN_REPORT)
+            m_listener.frameEnd(device.pad);
+        if (event.type == EV_KEY || event.type == EV_ABS)
+            m_listener.input(device.pad, {event.input_event_sec * 1'000'000'000 + event.input_event_usec * 1000,
+                                          event.type, event.code, event.value});
+    }
+}
+
+bool PadWatcher::wait(int signals)
+{
+    std::vector<pollfd> sources{{signals, POLLIN, 0}, {m_notify, POLLIN, 0}};
+    for (const std::unique_ptr<Device>& device : m_devices)
+        sources.push_back({device->descriptor, POLLIN, 0});
+    poll(sources.data(), sources.size(), -1);
+
+    const auto gone = [&](const std::unique_ptr<Device>& device)
+    {
+        if (read(*device))
+            return false;
+        m_listener.removed(device->pad);
+        return true;
+    };
+    const auto end = std::remove_if(m_devices.begin(), m_devices.end(), gone);
+    const bool anyGone = end != m_devices.end();
+    m_devices.erase(end, m_devices.end());
+    readNotices();
+    // A new device may have the node of one that went, and its notice may have come while that one still stood here.
+    if (anyGone)
+        readDirectory();
+    return sources[0].revents != 0;
+}
+
+} // namespace pads

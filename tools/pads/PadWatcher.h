@@ -1,0 +1,65 @@
+#ifndef TOOLS_PADS_PAD_WATCHER_H
+#define TOOLS_PADS_PAD_WATCHER_H
+
+#include "tools/pads/PadState.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct libevdev;
+
+namespace pads
+{
+
+/// Finds the gamepads below /dev/input as they come and go, and reads them. One thread.
+class PadWatcher
+{
+public:
+    /// Pads are numbered from 0 in the order in which they were found; numbers are not used again.
+    struct Listener
+    {
+        std::function<void(std::size_t pad, const PadState& state)> added;
+        std::function<void(std::size_t pad, const PadInput& input)> input;
+        std::function<void(std::size_t pad)> frameEnd;
+        std::function<void(std::size_t pad)> removed;
+        std::function<void(std::size_t pad)> overrun; ///< the kernel dropped events of this pad
+    };
+
+    /// Takes the pads that are there already, too. Throws std::system_error when /dev/input cannot be watched.
+    explicit PadWatcher(Listener listener);
+    ~PadWatcher();
+    PadWatcher(const PadWatcher&) = delete;
+    PadWatcher& operator=(const PadWatcher&) = delete;
+
+    /// Waits for `signals` (a descriptor) or a pad to have something, and reads all pads.
+    /// \return whether `signals` became readable
+    bool wait(int signals);
+
+private:
+    struct Device
+    {
+        Device(std::string node, int descriptor);
+        ~Device();
+        std::string node;
+        int descriptor;
+        libevdev* device = nullptr;
+        std::size_t pad = 0;
+    };
+
+    void readDirectory();
+    void readNotices();
+    void tryNode(const std::string& node);
+    /// \return false when the device has gone
+    bool read(const Device& device);
+
+    Listener m_listener;
+    int m_notify;
+    std::size_t m_found = 0;
+    std::vector<std::unique_ptr<Device>> m_devices;
+};
+
+} // namespace pads
+
+#endif
