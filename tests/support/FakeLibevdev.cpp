@@ -181,8 +181,9 @@ extern "C"
         std::lock_guard lock(world().mutex);
         if (world().newFails)
             return nullptr;
+        struct libevdev* const made = new libevdev;
         ++world().liveDescriptions;
-        return new libevdev;
+        return made;
     }
 
     void libevdev_free(struct libevdev* dev)
@@ -251,8 +252,8 @@ extern "C"
         auto made = std::make_shared<Device>(dev->description);
         made->fd = uinput_fd;
         world().devices.push_back(made);
-        ++world().liveDevices;
         *uinput_dev = new libevdev_uinput{std::move(made)};
+        ++world().liveDevices;
         return 0;
     }
 

@@ -1,0 +1,76 @@
+#include "tests/support/Shortage.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <new>
+#include <pthread.h>
+
+// In a file of its own: a compiler that sees these bodies at the call sites takes free() for a mismatch.
+
+namespace
+{
+
+thread_local bool t_armed[2];
+thread_local int t_left[2];
+thread_local bool t_refused;
+
+bool isRefused(shortage::Kind kind)
+{
+    if (!t_armed[kind] || t_left[kind]-- > 0)
+        return false;
+    t_armed[kind] = false;
+    t_refused = true;
+    return true;
+}
+
+} // namespace
+
+namespace shortage
+{
+
+void refuse(Kind kind, int number)
+{
+    t_refused = false;
+    t_left[kind] = number;
+    t_armed[kind] = true;
+}
+
+bool end()
+{
+    t_armed[MEMORY] = t_armed[THREADS] = false;
+    return t_refused;
+}
+
+} // namespace shortage
+
+#pragma GCC visibility push(default)
+
+void* operator new(size_t size)
+{
+    void* const memory = isRefused(shortage::MEMORY) ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (!memory)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept
+{
+    std::free(memory);
+}
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                              void* argument) noexcept
+{
+    if (isRefused(shortage::THREADS))
+        return EAGAIN;
+    static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return next(thread, attributes, start, argument);
+}
+
+#pragma GCC visibility pop

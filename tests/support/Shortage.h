@@ -1,0 +1,23 @@
+#ifndef TESTS_SUPPORT_SHORTAGE_H
+#define TESTS_SUPPORT_SHORTAGE_H
+
+/// Refuses memory (operator new) or threads (pthread_create) to the whole test program, loaded libraries included. The
+/// program must export its symbols.
+namespace shortage
+{
+
+enum Kind
+{
+    MEMORY,
+    THREADS
+};
+
+/// Of the requests that this thread makes from now on, the one of that number is refused, counted from 0.
+void refuse(Kind kind, int number);
+
+/// \return whether a request was refused since refuse()
+bool end();
+
+} // namespace shortage
+
+#endif
