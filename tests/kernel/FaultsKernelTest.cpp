@@ -1,8 +1,8 @@
 // Faults of the host on a real kernel: devices that go, a node that is not there, an X server that is killed.
 
 #include <array>
-#include <filesystem>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/ioctl.h>
 #include <unistd.h>
 

@@ -1,0 +1,221 @@
+// Long runs of the finished library: memory, descriptors and threads must end where they began.
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+#include <linux/input.h>
+#include <malloc.h>
+
+#include "tests/support/Server.h"
+#include "tests/support/XServer.h"
+
+struct libevdev;
+
+namespace
+{
+
+std::atomic<uint64_t> s_reports{0};
+
+size_t entriesOf(const char* folder)
+{
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+struct Resources
+{
+    Resources()
+    {
+        malloc_trim(0);
+        size_t total = 0;
+        size_t resident = 0;
+        std::ifstream("/proc/self/statm") >> total >> resident;
+        residentKib = resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+    }
+
+    size_t heap = mallinfo2().uordblks;
+    size_t residentKib = 0;
+    size_t threads = entriesOf("/proc/self/task");
+    size_t descriptors = entriesOf("/proc/self/fd");
+};
+
+// What the C library and those below ours keep for themselves is far below these.
+constexpr size_t HEAP_TOLERANCE = 64 * 1024;
+constexpr size_t RESIDENT_TOLERANCE_KIB = 4096;
+
+/// \return whether it ended where it began
+bool report(const char* what, uint64_t count, double seconds, const Resources& before, const Resources& after)
+{
+    const bool good = after.heap <= before.heap + HEAP_TOLERANCE && after.threads == before.threads
+                      && after.descriptors == before.descriptors
+                      && after.residentKib <= before.residentKib + RESIDENT_TOLERANCE_KIB;
+    fmt::print("{:<34} {:>10} in {:7.1f} s   heap {:>8} -> {:>8} B   resident {:>6} -> {:>6} KiB   threads {} -> {}   "
+               "descriptors {} -> {}   {}\n",
+               what, count, seconds, before.heap, after.heap, before.residentKib, after.residentKib, before.threads,
+               after.threads, before.descriptors, after.descriptors, good ? "good" : "NOT good");
+    std::fflush(stdout);
+    return good;
+}
+
+class Stopwatch
+{
+public:
+    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count(); }
+
+private:
+    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+void deliverMixed(Server& server, uint64_t begin, uint64_t end)
+{
+    std::vector<uint8_t> pad(34);
+    pad[4] = 1;
+    for (uint64_t i = begin; i < end; ++i)
+    {
+        switch (i % 4)
+        {
+        case 0:
+            server.key(static_cast<ZustKeyCode>(ZUST_KEY_A + i / 8 % 26), i / 4 % 2 == 0, 0, i);
+            break;
+        case 1:
+            server.key(ZUST_KEY_B, i / 4 % 2 == 0, i / 4 % 2 == 0 ? ZUST_MF_SHIFT : 0, i);
+            break;
+        case 2:
+            pad[9] = static_cast<uint8_t>((i / 4 % 2) << 4); // a button
+            pad[12] = static_cast<uint8_t>(i);               // a stick
+            server.gamepad(pad.data(), 34);
+            break;
+        default:
+            server.touch({{static_cast<uint16_t>(i / 8 % 100), i / 4 % 2 == 0 ? ZUST_TLL_DOWN : ZUST_TLL_UP,
+                           static_cast<uint16_t>(i), 1, 0, 0, 0}});
+        }
+        if (i % 256 == 0)
+            server.drain(); // the queue of the stand-in has no limit
+        if (i % 65536 == 0)
+            server.takeLog();
+    }
+    server.drain();
+    server.takeLog();
+}
+
+bool soakEvents(uint64_t events)
+{
+    Server server;
+    server.open();
+    server.touchEnable(server.handle(), true);
+    deliverMixed(server, 0, 10000); // until every buffer has its size
+    const Resources before;
+    const Stopwatch time;
+    deliverMixed(server, 10000, 10000 + events);
+    return report("keyboard, gamepad, touch events", events, time.seconds(), before, {});
+}
+
+bool soakMouse(uint64_t events, uint64_t intervalUs)
+{
+    Server server;
+    server.open();
+    server.mouseSettings(0, 0);
+    const auto deliver = [&](uint64_t begin, uint64_t end)
+    {
+        const uint64_t reportsBefore = s_reports;
+        const auto start = std::chrono::steady_clock::now();
+        for (uint64_t i = begin; i < end; ++i)
+        {
+            server.move(i % 2 == 0 ? 1 : -1, 0, i * intervalUs);
+            std::this_thread::sleep_until(start + std::chrono::microseconds(intervalUs) * (i - begin));
+        }
+        while (s_reports < reportsBefore + (end - begin))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        server.takeLog();
+    };
+    deliver(1, 1000);
+    const Resources before;
+    const Stopwatch time;
+    deliver(1000, 1000 + events);
+    return report("paced mouse events", events, time.seconds(), before, {});
+}
+
+bool soakCycles(uint64_t cycles)
+{
+    const auto live = []
+    {
+        Server server;
+        server.open();
+        server.key(ZUST_KEY_A, true);
+        server.move(1, 1);
+        server.touchEnable(server.handle(), true);
+        server.drain();
+    };
+    for (int i = 0; i < 10; ++i)
+        live();
+    const Resources before;
+    const Stopwatch time;
+    for (uint64_t i = 0; i < cycles; ++i)
+        live();
+    return report("load, create, destroy over XTest", cycles, time.seconds(), before, {});
+}
+
+} // namespace
+
+// uinput devices whose writes end in /dev/null: one write of 24 bytes per event, as on a real one.
+#pragma GCC visibility push(default)
+extern "C" int libevdev_uinput_create_from_device(const libevdev*, int, void** device)
+{
+    const int descriptor = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    *device = new int(descriptor);
+    return 0;
+}
+
+extern "C" void libevdev_uinput_destroy(void* device)
+{
+    close(*static_cast<int*>(device));
+    delete static_cast<int*>(device);
+}
+
+extern "C" int libevdev_uinput_write_event(const void* device, unsigned int type, unsigned int code, int value)
+{
+    input_event event{};
+    event.type = static_cast<uint16_t>(type);
+    event.code = static_cast<uint16_t>(code);
+    event.value = value;
+    if (type == EV_SYN)
+        s_reports.fetch_add(1, std::memory_order_relaxed);
+    return write(*static_cast<const int*>(device), &event, sizeof(event)) == sizeof(event) ? 0 : -errno;
+}
+#pragma GCC visibility pop
+
+int main(int argc, char** argv)
+{
+    uint64_t events = 10'000'000;
+    uint64_t mouse = 100'000;
+    uint64_t interval = 1000;
+    uint64_t cycles = 1000;
+    CLI::App app("Long runs of libInputStreamShared.so", "soak");
+    app.add_option("--events", events, "Keyboard, gamepad and touch events")->capture_default_str();
+    app.add_option("--mouse", mouse, "Paced mouse events")->capture_default_str();
+    app.add_option("--interval", interval, "Between two of these, in microseconds")->capture_default_str();
+    app.add_option("--cycles", cycles, "Times that the library is loaded, a stream made and ended")
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    setenv("XDG_CONFIG_HOME", "/nonexistent", 1);
+    const XServer x;
+    selectBackend("uinput");
+    bool good = soakEvents(events);
+    good = soakMouse(mouse, interval) && good;
+    selectBackend("xtest");
+    good = soakCycles(cycles) && good;
+    return good ? 0 : 1;
+}
