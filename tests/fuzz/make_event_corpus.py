@@ -13,13 +13,18 @@ SHIFT, CONTROL, ALT, META, ABS = 1, 2, 4, 8, 0x800
 DOWN, UP, MOVE, CANCEL = 1, 2, 4, 8
 TIMES = struct.pack("<QQ", 5_000_000_000, 1_000_000)  # received, sent
 
+KEY_RECORD = "iHHi4xQ"
+MOUSE_RECORD = "iHhhhh2xIhhQ"
+# The sizes that StreamSdk/include/ZuStreamInput.h asserts: with others, all that follows would be read askew.
+assert struct.calcsize("<" + KEY_RECORD) == 24 and struct.calcsize("<" + MOUSE_RECORD) == 32
+
 
 def key(code, down, flags=0, capture=1000):
-    return struct.pack("<BiHHi4xQ", KEY, code, 0, flags, 2 if down else 1, capture) + TIMES
+    return struct.pack("<B" + KEY_RECORD, KEY, code, 0, flags, 2 if down else 1, capture) + TIMES
 
 
 def mouse(kind, x=0, y=0, data1=0, data2=0, wheel=0, flags=0, capture=1000):
-    return struct.pack("<BiHhhhh2xIhh4xQ", MOUSE, kind, flags, x, y, data1, data2, 0, wheel, 0, capture) + TIMES
+    return struct.pack("<B" + MOUSE_RECORD, MOUSE, kind, flags, x, y, data1, data2, 0, wheel, 0, capture) + TIMES
 
 
 def button(number, down):
@@ -63,6 +68,7 @@ SEEDS = {
     "mouse": (0, mouse(1, 5, -3), mouse(1, 10, 20, 1920, 1080, flags=ABS, capture=2000), button(1, True),
               mouse(2, wheel=-120), button(3, True), RESET_ALL, button(5, True), mouse(1, -1, -1, 0, 0, flags=ABS),
               mouse(1, -1, -1, 1, 1, flags=ABS, capture=9000)),
+    "mouse-burst": (0, *(mouse(1, i, -i, capture=1000 * i) for i in range(1, 25)), button(2, True), RESET_ALL),
     "mouse-without-display": (1, mouse(1, 5, -3), button(1, True), RESET_ALL),
     "mouse-without-cursor": (6, settings(1, 10), mouse(1, 10, 20, 100, 100, flags=ABS), button(2, True),
                              button(2, False)),
