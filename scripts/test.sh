@@ -2,12 +2,12 @@
 # Builds and runs all tests. Installs what is missing with apt-get.
 #
 #   scripts/test.sh               everything, as in CI
-#   scripts/test.sh STAGE...      only these stages, of: release clang asan tsan kernel
+#   scripts/test.sh STAGE...      only these stages, of: release clang asan tsan fuzz kernel
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-ALL_STAGES="release clang asan tsan kernel"
+ALL_STAGES="release clang asan tsan fuzz kernel"
 stages=${*:-$ALL_STAGES}
 for stage in $stages; do
     case " $ALL_STAGES " in *" $stage "*) ;; *) die "there is no stage '$stage'; the stages: $ALL_STAGES" ;; esac
@@ -53,6 +53,11 @@ for stage in $stages; do
         say "== build: clang (warnings are errors)"
         build clang ON all all_verify_interface_header_sets # every header compiles alone
         passed=$((passed + 1))
+        ;;
+    fuzz)
+        say "== build: fuzz targets"
+        build fuzz OFF fuzzers
+        run_ctest fuzz
         ;;
     kernel)
         say "== kernel ring"

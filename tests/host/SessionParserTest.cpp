@@ -104,6 +104,10 @@ TEST(SessionParserTest, ReportsWhereAMistakeIsAndWhatWasExpected)
         {R"({"type":"pause","paused":1})", 0, "paused", "expected true or false"},
         {R"({"type":"block","key":"A","flags":4294967296})", 0, "flags", "from 0 to 4294967295"},
         {R"({"type":"wait"})", 0, "ms", "missing"},
+        {R"({"type":"wait","at":1,"ms":604800000})", 0, "ms", "leads to 604800001 ms; expected a session of 604800000"},
+        {R"({"type":"tap","at":604800000,"key":"A","hold":1})", 0, "hold", "leads to 604800001 ms"},
+        {R"({"type":"tap","key":"A","hold":1,"capture":604800000000})", 0, "hold", "leads to 604800001 ms"},
+        {R"({"type":"tap","key":[[[[[[[[[[[[[[[[[{"a":1}]]]]]]]]]]]]]]]]]})", 0, "", "more than 16 levels deep"},
     };
     for (const Case& c : cases)
         EXPECT_THAT(

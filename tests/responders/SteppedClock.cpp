@@ -16,6 +16,7 @@ namespace
 
 std::atomic<bool> frozen{false};
 std::atomic<int64_t> frozenAt{0};
+std::atomic<int64_t> stepOfReading{0};
 
 } // namespace
 
@@ -44,6 +45,11 @@ int64_t step(int64_t ns)
     return frozenAt += ns;
 }
 
+void stepAtEachReading(int64_t ns)
+{
+    stepOfReading = ns;
+}
+
 bool waitUntil(const std::function<bool()>& condition)
 {
     using Clock = std::chrono::system_clock;
@@ -65,7 +71,7 @@ extern "C"
     {
         if (clock != CLOCK_MONOTONIC || !frozen)
             return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-        const int64_t now = frozenAt;
+        const int64_t now = frozenAt += stepOfReading;
         *time = {now / SECOND, now % SECOND};
         return 0;
     }

@@ -21,6 +21,10 @@ void thaw();
 /// \return now, ns
 int64_t step(int64_t ns);
 
+/// While the clock is frozen, each reading of it steps it by so much; 0 = none does, as at first. For code that waits
+/// by looking at the clock again and again.
+void stepAtEachReading(int64_t ns);
+
 /// Yields until the condition holds, for half a minute of real time at most. \return whether it holds
 bool waitUntil(const std::function<bool()>& condition);
 

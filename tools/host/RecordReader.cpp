@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr double LONGEST_MS = 7.0 * 24 * 3600 * 1000;
+constexpr int64_t LONGEST_US = static_cast<int64_t>(LONGEST_MS) * 1000;
 constexpr double DEFAULT_HOLD_MS = 20;
 
 int64_t toUs(double ms)
@@ -111,7 +112,10 @@ int64_t RecordReader::readTime(RecordFields& fields)
         fields.fail("after", "given together with \"at\"; expected one of them");
     int64_t time = m_endUs;
     if (const std::optional<double> after = fields.number("after", 0, LONGEST_MS, false))
+    {
         time = m_endUs + toUs(*after);
+        checkLength(fields, "after", time);
+    }
     if (const std::optional<double> at = fields.number("at", 0, LONGEST_MS, false))
     {
         time = toUs(*at);
@@ -126,12 +130,18 @@ int64_t RecordReader::readTime(RecordFields& fields)
     return time;
 }
 
+void RecordReader::checkLength(RecordFields& fields, std::string_view field, int64_t us)
+{
+    if (us > LONGEST_US)
+        fields.fail(field, fmt::format("leads to {} ms; expected a session of {} ms at most",
+                                       static_cast<double>(us) / 1000, LONGEST_MS));
+}
+
 RecordReader::Times RecordReader::readTimes(RecordFields& fields)
 {
     const int64_t time = readTime(fields);
     if (fields.has("capture") && fields.take("capture")->is_null())
         return {time, CAPTURE_UNKNOWN};
-    constexpr int64_t LONGEST_US = static_cast<int64_t>(LONGEST_MS) * 1000;
     return {time, fields.integer("capture", 0, LONGEST_US, false).value_or(time)};
 }
 
@@ -216,11 +226,12 @@ void RecordReader::readTap(RecordFields& fields)
     const uint16_t flags = eventFlags(fields);
     const int64_t hold = toUs(fields.number("hold", 0, LONGEST_MS, false).value_or(DEFAULT_HOLD_MS));
     m_endUs += hold;
+    const int64_t capture = times.captureUs == CAPTURE_UNKNOWN ? CAPTURE_UNKNOWN : times.captureUs + hold;
+    checkLength(fields, "hold", std::max(m_endUs, capture));
     if (!key)
         return;
     add(times, KeyInput{*key, ZUST_KEYSTATE_DOWN, flags, 0}, fields.line());
-    const int64_t capture = times.captureUs == CAPTURE_UNKNOWN ? CAPTURE_UNKNOWN : times.captureUs + hold;
-    add({times.timeUs + hold, capture}, KeyInput{*key, ZUST_KEYSTATE_UP, flags, 0}, fields.line());
+    add({m_endUs, capture}, KeyInput{*key, ZUST_KEYSTATE_UP, flags, 0}, fields.line());
 }
 
 void RecordReader::readMove(RecordFields& fields)
@@ -484,6 +495,7 @@ void RecordReader::readWait(RecordFields& fields)
     if (const std::optional<double> ms = fields.number("ms", 0, LONGEST_MS, true))
     {
         m_endUs = time + toUs(*ms);
+        checkLength(fields, "ms", m_endUs);
         addControl(fields, time, Wait{toUs(*ms)});
     }
 }

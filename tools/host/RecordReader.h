@@ -51,6 +51,9 @@ private:
 
     void readHeader(RecordFields& fields);
 
+    /// Notes a mistake of that field when the session comes to last more than a week. What is later could be played,
+    /// but not written as `at` and read again.
+    static void checkLength(RecordFields& fields, std::string_view field, int64_t us);
     int64_t readTime(RecordFields& fields);
     Times readTimes(RecordFields& fields);
     void add(const Times& times, Action action, int line);

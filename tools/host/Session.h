@@ -27,6 +27,8 @@ struct KeyInput
     ZustKeyState state{};
     uint16_t flags = 0;
     uint16_t scanCode = 0;
+
+    bool operator==(const KeyInput&) const = default;
 };
 
 struct RelativeMove
@@ -34,6 +36,8 @@ struct RelativeMove
     int16_t dx = 0;
     int16_t dy = 0;
     uint16_t flags = 0;
+
+    bool operator==(const RelativeMove&) const = default;
 };
 
 /// Position as a share of the client's screen, 0..1; sent as 0..65535 without a client size.
@@ -42,6 +46,8 @@ struct AbsoluteMove
     double x = 0;
     double y = 0;
     uint16_t flags = 0;
+
+    bool operator==(const AbsoluteMove&) const = default;
 };
 
 /// Position in pixels of a client of that size.
@@ -52,6 +58,8 @@ struct PixelMove
     uint16_t width = 0;
     uint16_t height = 0;
     uint16_t flags = 0;
+
+    bool operator==(const PixelMove&) const = default;
 };
 
 struct ButtonInput
@@ -59,6 +67,8 @@ struct ButtonInput
     ZustMouseButton button{};
     bool down = false;
     uint16_t flags = 0;
+
+    bool operator==(const ButtonInput&) const = default;
 };
 
 struct WheelInput
@@ -66,18 +76,24 @@ struct WheelInput
     int16_t vertical = 0;
     int16_t horizontal = 0;
     uint16_t flags = 0;
+
+    bool operator==(const WheelInput&) const = default;
 };
 
 struct MouseSettingsInput
 {
     uint32_t acceleration = 0;
     uint32_t sensitivity = 0;
+
+    bool operator==(const MouseSettingsInput&) const = default;
 };
 
 struct PadConnection
 {
     int pad = 0; ///< 0..3
     bool connected = false;
+
+    bool operator==(const PadConnection&) const = default;
 };
 
 /// The axes of a pad's report, in the order of PadReport::axes.
@@ -96,11 +112,15 @@ struct PadReport
     std::optional<uint16_t> buttons;
     std::array<std::optional<int16_t>, 4> axes;
     std::array<std::optional<uint8_t>, 2> triggers; ///< left, right
+
+    bool operator==(const PadReport&) const = default;
 };
 
 struct PadPayload
 {
     std::vector<uint8_t> bytes;
+
+    bool operator==(const PadPayload&) const = default;
 };
 
 struct Finger
@@ -109,11 +129,15 @@ struct Finger
     ZustTouchPointLowLevelFlags phase{};
     double x = 0; ///< 0..1
     double y = 0;
+
+    bool operator==(const Finger&) const = default;
 };
 
 struct TouchFrame
 {
     std::vector<Finger> fingers;
+
+    bool operator==(const TouchFrame&) const = default;
 };
 
 // ---- what the server does --------------------------------------------------------------------------------------
@@ -123,41 +147,55 @@ struct BlockKey
     ZustKeyCode key{};
     uint32_t flags = 0;
     bool block = false; ///< false: unblock
+
+    bool operator==(const BlockKey&) const = default;
 };
 
 struct UnblockAll
 {
+    bool operator==(const UnblockAll&) const = default;
 };
 
 struct Pause
 {
     bool paused = false;
+
+    bool operator==(const Pause&) const = default;
 };
 
 struct Reset
 {
+    bool operator==(const Reset&) const = default;
 };
 
 struct TouchEnable
 {
     bool enable = false;
+
+    bool operator==(const TouchEnable&) const = default;
 };
 
 struct AllowMouseSettings
 {
     bool allow = false;
+
+    bool operator==(const AllowMouseSettings&) const = default;
 };
 
 /// Nothing is sent for that long; what was sent before has been delivered when it starts.
 struct Wait
 {
     int64_t durationUs = 0;
+
+    bool operator==(const Wait&) const = default;
 };
 
 /// The text that the desktop should have received at the end.
 struct Expect
 {
     std::string text;
+
+    bool operator==(const Expect&) const = default;
 };
 
 using Action = std::variant<KeyInput, RelativeMove, AbsoluteMove, PixelMove, ButtonInput, WheelInput,

@@ -52,12 +52,22 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
 
+// Records are flat but for the list of fingers. Values that go deeper are not kept: printing them in a message takes
+// stack at each level.
+constexpr int DEEPEST = 16;
+
 void parseLine(const std::string& line, int number, RecordReader& reader, ErrorList& errors)
 {
     std::vector<std::set<std::string>> open;
     std::vector<std::string> duplicates;
-    const auto callback = [&](int, json::parse_event_t event, json& parsed)
+    bool tooDeep = false;
+    const auto callback = [&](int depth, json::parse_event_t event, json& parsed)
     {
+        if (depth > DEEPEST)
+        {
+            tooDeep = true;
+            return false;
+        }
         if (event == json::parse_event_t::object_start)
             open.emplace_back();
         else if (event == json::parse_event_t::object_end)
@@ -92,6 +102,12 @@ void parseLine(const std::string& line, int number, RecordReader& reader, ErrorL
             text.erase(0, bracket + 2);
         reader.skipHeader(); // an unreadable header is one mistake, not one per line
         errors.add({number, column, "", text});
+        return;
+    }
+    if (tooDeep)
+    {
+        errors.add({number, 0, "", fmt::format("nested more than {} levels deep; expected a record", DEEPEST)});
+        reader.skipHeader();
         return;
     }
     for (const std::string& name : duplicates)
