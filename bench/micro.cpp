@@ -72,6 +72,24 @@ void enqueue(benchmark::State& state)
 BENCHMARK(enqueue<RiMouse::Fifo>)->Arg(8)->Arg(1024)->UseManualTime();
 BENCHMARK(enqueue<BareQueue>)->Arg(8)->Arg(1024)->UseManualTime();
 
+/// One report in and one out while so many are queued.
+void queueGrowth(benchmark::State& state)
+{
+    const std::atomic<bool> exitSignaled{false};
+    RiMouse::Fifo queue;
+    RiMouse::EvDevReport report;
+    report.move = true;
+    for (int64_t i = 0; i < state.range(0); ++i)
+        queue.enqueue(report);
+    for ([[maybe_unused]] auto _ : state)
+    {
+        queue.enqueue(report);
+        queue.dequeue(report, exitSignaled);
+    }
+}
+
+BENCHMARK(queueGrowth)->Name("growth: reports queued")->RangeMultiplier(10)->Range(10, 1'000'000);
+
 void collectorUpdate(benchmark::State& state)
 {
     const auto collector = std::make_unique<RiTelemetry::FifoCollector>(

@@ -1,32 +1,26 @@
 // Long runs of the finished library: memory, descriptors and threads must end where they began.
 
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
-#include <linux/input.h>
 #include <malloc.h>
 
 #include "tests/support/Server.h"
+#include "tests/support/WriteDouble.h"
 #include "tests/support/XServer.h"
-
-struct libevdev;
 
 namespace
 {
-
-std::atomic<uint64_t> s_reports{0};
 
 size_t entriesOf(const char* folder)
 {
@@ -129,14 +123,14 @@ bool soakMouse(uint64_t events, uint64_t intervalUs)
     server.mouseSettings(0, 0);
     const auto deliver = [&](uint64_t begin, uint64_t end)
     {
-        const uint64_t reportsBefore = s_reports;
+        const uint64_t writesBefore = writedouble::writes();
         const auto start = std::chrono::steady_clock::now();
         for (uint64_t i = begin; i < end; ++i)
         {
             server.move(i % 2 == 0 ? 1 : -1, 0, i * intervalUs);
             std::this_thread::sleep_until(start + std::chrono::microseconds(intervalUs) * (i - begin));
         }
-        while (s_reports < reportsBefore + (end - begin))
+        while (writedouble::writes() < writesBefore + 2 * (end - begin)) // one axis, and the end of the report
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         server.takeLog();
     };
@@ -168,33 +162,6 @@ bool soakCycles(uint64_t cycles)
 }
 
 } // namespace
-
-// uinput devices whose writes end in /dev/null: one write of 24 bytes per event, as on a real one.
-#pragma GCC visibility push(default)
-extern "C" int libevdev_uinput_create_from_device(const libevdev*, int, void** device)
-{
-    const int descriptor = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    *device = new int(descriptor);
-    return 0;
-}
-
-extern "C" void libevdev_uinput_destroy(void* device)
-{
-    close(*static_cast<int*>(device));
-    delete static_cast<int*>(device);
-}
-
-extern "C" int libevdev_uinput_write_event(const void* device, unsigned int type, unsigned int code, int value)
-{
-    input_event event{};
-    event.type = static_cast<uint16_t>(type);
-    event.code = static_cast<uint16_t>(code);
-    event.value = value;
-    if (type == EV_SYN)
-        s_reports.fetch_add(1, std::memory_order_relaxed);
-    return write(*static_cast<const int*>(device), &event, sizeof(event)) == sizeof(event) ? 0 : -errno;
-}
-#pragma GCC visibility pop
 
 int main(int argc, char** argv)
 {

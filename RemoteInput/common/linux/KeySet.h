@@ -6,13 +6,15 @@
 #include <array>
 #include <atomic>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <utility>
 
 /// An ordered set of client key codes below ZUST_KEY_MAX, which covers every key that can be injected. One bit per
 /// key, so that no change allocates.
 ///
-/// contains() may be called by any thread at any time and then tells what was true at some moment; changes that must
-/// fit together with device writes are put under a lock by the owner.
+/// What only looks may be called by any thread at any time and then tells what was true at some moment. One thread at a
+/// time changes the set: the owner's lock, which keeps changes and device writes together, sees to that.
 class KeySet
 {
 public:
@@ -21,16 +23,29 @@ public:
         return (wordOf(keyCode).load(std::memory_order_relaxed) & bitOf(keyCode)) != 0;
     }
 
+    /// Whether at least one of these is in the set: a look at each word that holds any of them.
+    template <ZustKeyCode... keyCodes>
+    bool containsAny() const
+    {
+        return containsAny<keyCodes...>(std::make_index_sequence<WORDS>());
+    }
+
     /// \return whether the key was added, false when it was there before
     bool insert(ZustKeyCode keyCode)
     {
-        return (wordOf(keyCode).fetch_or(bitOf(keyCode), std::memory_order_relaxed) & bitOf(keyCode)) == 0;
+        Word& word = wordOf(keyCode);
+        const uint64_t before = word.load(std::memory_order_relaxed);
+        word.store(before | bitOf(keyCode), std::memory_order_relaxed);
+        return (before & bitOf(keyCode)) == 0;
     }
 
     /// \return whether the key was taken out, false when it was not there
     bool erase(ZustKeyCode keyCode)
     {
-        return (wordOf(keyCode).fetch_and(~bitOf(keyCode), std::memory_order_relaxed) & bitOf(keyCode)) != 0;
+        Word& word = wordOf(keyCode);
+        const uint64_t before = word.load(std::memory_order_relaxed);
+        word.store(before & ~bitOf(keyCode), std::memory_order_relaxed);
+        return (before & bitOf(keyCode)) != 0;
     }
 
     void clear()
@@ -55,7 +70,20 @@ private:
     using Word = std::atomic<uint64_t>;
     static constexpr size_t WORDS = (ZUST_KEY_MAX + 63) / 64;
 
-    static uint64_t bitOf(ZustKeyCode keyCode) { return uint64_t{1} << (static_cast<uint32_t>(keyCode) % 64); }
+    template <ZustKeyCode... keyCodes, size_t... indices>
+    bool containsAny(std::index_sequence<indices...>) const
+    {
+        constexpr std::array<uint64_t, WORDS> MASKS{maskOf<indices>(keyCodes...)...};
+        return ((MASKS[indices] != 0 && (m_words[indices].load(std::memory_order_relaxed) & MASKS[indices]) != 0) || ...);
+    }
+
+    template <size_t index>
+    static constexpr uint64_t maskOf(auto... keyCodes)
+    {
+        return ((static_cast<uint32_t>(keyCodes) / 64 == index ? bitOf(keyCodes) : 0) | ...);
+    }
+
+    static constexpr uint64_t bitOf(ZustKeyCode keyCode) { return uint64_t{1} << (static_cast<uint32_t>(keyCode) % 64); }
     Word& wordOf(ZustKeyCode keyCode) { return m_words[static_cast<uint32_t>(keyCode) / 64]; }
     const Word& wordOf(ZustKeyCode keyCode) const { return m_words[static_cast<uint32_t>(keyCode) / 64]; }
 

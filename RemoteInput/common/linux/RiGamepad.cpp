@@ -66,6 +66,16 @@ constexpr std::array HAT_AXES{
     HatAxis{ABS_HAT0Y, 0x0001, -1, 0x0002, 1}, // up before down
 };
 
+// The stack's pointer may be unaligned. One field at a time: a copy of the whole payload, whose fields are then read
+// across the copy's own words, makes the processor wait for it.
+template <class Field>
+Field fieldOf(const ZustGamepadUsbPayloadEvent& usb, size_t offset)
+{
+    Field field;
+    std::memcpy(&field, static_cast<const uint8_t*>(usb.payload) + offset, sizeof(field));
+    return field;
+}
+
 } // namespace
 
 RiGamepad::Gamepad::Gamepad()
@@ -119,15 +129,15 @@ bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
 
 bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
 {
-    const auto changed = static_cast<uint16_t>(buttons ^ m_lastData.buttons.gpad16);
-    if (changed == 0)
-        return false;
-
+    int changed = buttons ^ m_lastData.buttons.gpad16;
     bool written = false;
     for (const ButtonCode& button : BUTTON_CODES)
     {
+        if (changed == 0)
+            return written;
         if (!(changed & button.bit))
             continue;
+        changed &= ~button.bit;
         m_device->writeEvent(EV_KEY, button.code, (buttons & button.bit) != 0);
         eventId |= RiTelemetry::GAMEPAD_BUTTON;
         written = true;
@@ -150,6 +160,13 @@ bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
 
 bool RiGamepad::Gamepad::writeAxes(const xbox_usb_data& report, uint32_t& eventId)
 {
+    // Most reports change either buttons or axes.
+    constexpr size_t BEGIN = offsetof(xbox_usb_data, z_axis);
+    constexpr size_t END = offsetof(xbox_usb_data, mode_vibration);
+    const auto axesOf = [](const xbox_usb_data& data) { return reinterpret_cast<const char*>(&data) + BEGIN; };
+    if (std::memcmp(axesOf(report), axesOf(m_lastData), END - BEGIN) == 0)
+        return false;
+
     bool written = false;
     const auto writeStick = [&](int16_t now, int16_t before, uint16_t axis, int sign, uint32_t id)
     {
@@ -200,26 +217,26 @@ bool RiGamepad::respond(const ZustInputEvent* event, const InputTimeStats& stats
         return false;
     }
 
-    xbox_usb_data_ex payload; // the stack's pointer may be unaligned
-    payload.captureTime = 0;
-    std::memcpy(&payload, usb.payload, usb.size == sizeof(payload) ? sizeof(payload) : PAYLOAD_WITHOUT_CAPTURE_TIME);
+    const auto number = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllerNumber));
+    const auto bitmap = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllersBitmap));
     const TimeUnit captureTime =
-        usb.size == sizeof(payload) ? static_cast<TimeUnit>(payload.captureTime) : stats.clientCapture;
+        usb.size == sizeof(xbox_usb_data_ex)
+            ? static_cast<TimeUnit>(fieldOf<uint64_t>(usb, offsetof(xbox_usb_data_ex, captureTime)))
+            : stats.clientCapture;
 
-    if (payload.controllersBitmap != m_gamepadBitmap)
-        applyBitmap(payload.controllersBitmap);
+    if (bitmap != m_gamepadBitmap)
+        applyBitmap(bitmap);
 
-    if (payload.controllerNumber >= MAX_GAMEPADS)
+    if (number >= MAX_GAMEPADS)
         return false;
-    Gamepad* const gamepad = m_gamepads[payload.controllerNumber].get();
+    Gamepad* const gamepad = m_gamepads[number].get();
     if (!gamepad)
     {
-        LOG_ERROR(0x03030004, LOG_TAG, "Data sent for gamepad %d that doesn't match bitmap: %04x",
-                  payload.controllerNumber, payload.controllersBitmap);
+        LOG_ERROR(0x03030004, LOG_TAG, "Data sent for gamepad %d that doesn't match bitmap: %04x", number, bitmap);
         return false;
     }
 
-    const xbox_usb_data report = payload.xboxUsbData;
+    const auto report = fieldOf<xbox_usb_data>(usb, offsetof(xbox_usb_data_ex, xboxUsbData));
     uint32_t eventId = RiTelemetry::GAMEPAD_GENERIC;
     if (!gamepad->process(report, eventId))
         return false;

@@ -210,6 +210,14 @@ void RiKey::checkAltGrState(ZustKeyCode keyCode, ZustKeyState keyState, uint16_t
 // Held by RiKeyTest.
 void RiKey::updateModifierState(uint16_t flags, const InputTimeStats& stats)
 {
+    // Ordinary text: no modifier to press, none to release.
+    constexpr int MODIFIERS = ZUST_MF_SHIFT | ZUST_MF_SHIFT_RIGHT | ZUST_MF_CONTROL | ZUST_MF_CONTROL_RIGHT | ZUST_MF_ALT
+                              | ZUST_MF_ALT_RIGHT | ZUST_MF_META | ZUST_MF_META_RIGHT;
+    if ((flags & MODIFIERS) == 0 && !m_bAltGrActivated
+        && !m_keysDown.containsAny<ZUST_KEY_LSHIFT, ZUST_KEY_RSHIFT, ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL, ZUST_KEY_LALT,
+                                   ZUST_KEY_RALT, ZUST_KEY_LMETA, ZUST_KEY_RMETA>())
+        return;
+
     if (flags & ZUST_MF_META_RIGHT)
     {
         toggleAltGrState(false, stats);
