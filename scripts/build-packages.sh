@@ -13,6 +13,7 @@ ensure_packages $BUILD_PACKAGES $PACKAGE_PACKAGES
 copy=build/package/source
 log=build/package/build.log
 mkdir -p $copy out/packages
+rm -rf $copy/debian # with what the last build noted as done
 tar --create --exclude=./build --exclude=./out --exclude=./.git . | tar --extract --directory=$copy
 rm -f build/package/*.{deb,changes,buildinfo} out/packages/*
 if ! (cd $copy && DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-parallel=$(nproc)}" dpkg-buildpackage -us -uc -b -nc) \
