@@ -25,13 +25,14 @@ for file in $libraries/libInputStreamShared.so $libraries/zuis-tools/libZuStream
     [ -e "$file" ] || fail "$file is missing"
 done
 getent group zuis-uinput >/dev/null || fail "the group was not made"
-[ -z "$(ldconfig -p | grep ZuStream)" ] || fail "others find the stand-in of the stack, too"
+[[ $(ldconfig -p) != *ZuStream* ]] || fail "others find the stand-in of the stack, too"
 for package in libinputstreamshared zuis-tools; do
     depends=$(dpkg-query -W -f='${Depends}' $package)
     [[ $depends == *libevdev2* && $depends != *ustream* ]] || fail "$package depends on: $depends"
 done
-EnableRemoteInput.sh --dry-run | grep -q 'would install /etc/udev/rules.d/70-zuis-uinput.rules' ||
-    fail "EnableRemoteInput.sh does not find its rule"
+enable=$(EnableRemoteInput.sh --dry-run 2>&1) || true
+[[ $enable == *"would install /etc/udev/rules.d/70-zuis-uinput.rules"* ]] ||
+    fail "EnableRemoteInput.sh does not find its rule: $enable"
 "$here/consume.sh" "$libraries"
 # Without a display: the library and the stand-in are found, and the backend says what it lacks.
 cd /
