@@ -19,8 +19,8 @@ before=$(ours)
 export DEBIAN_FRONTEND=noninteractive
 dpkg -i "$packages"/*.deb >/tmp/dpkg.log 2>&1 || { cat /tmp/dpkg.log; fail "installing failed"; }
 
-for file in $libraries/libInputStreamShared.so $libraries/zuis-tools/libZuStreamServer.so /usr/sbin/EnableRemoteInput.sh \
-    /usr/lib/modules-load.d/zuis-uinput.conf /usr/lib/udev/rules.d/70-zuis-uinput.rules \
+for file in $libraries/libInputStreamShared.so $libraries/zuis-tools/libZuStreamServer.so \
+    /usr/sbin/EnableRemoteInput.sh /usr/lib/modules-load.d/zuis-uinput.conf /usr/lib/udev/rules.d/70-zuis-uinput.rules \
     /usr/share/man/man8/EnableRemoteInput.sh.8.gz /usr/share/man/man7/libInputStreamShared.7.gz; do
     [ -e "$file" ] || fail "$file is missing"
 done
@@ -36,12 +36,15 @@ enable=$(EnableRemoteInput.sh --dry-run 2>&1) || true
 "$here/consume.sh" "$libraries"
 # Without a display: the library and the stand-in are found, and the backend says what it lacks.
 cd /
-env -u DISPLAY HOME=/nonexistent zuis-host play --backend xtest /usr/share/zuis-tools/sessions/demo.jsonl >/tmp/host.log 2>&1 &&
+session=/usr/share/zuis-tools/sessions/demo.jsonl
+env -u DISPLAY HOME=/nonexistent zuis-host play --backend xtest $session >/tmp/host.log 2>&1 &&
     fail "played without a display"
-grep -q 'Failed to open X11 display' /tmp/host.log || { cat /tmp/host.log; fail "zuis-host did not get as far as the display"; }
-zuis-host show --stats /usr/share/zuis-tools/sessions/demo.jsonl >/dev/null
+grep -q 'Failed to open X11 display' /tmp/host.log ||
+    { cat /tmp/host.log; fail "zuis-host did not get as far as the display"; }
+zuis-host show --stats $session >/dev/null
 
-dpkg -P zuis-tools libinputstreamshared-dev libinputstreamshared >/tmp/dpkg.log 2>&1 || { cat /tmp/dpkg.log; fail "removing failed"; }
+dpkg -P zuis-tools libinputstreamshared-dev libinputstreamshared >/tmp/dpkg.log 2>&1 ||
+    { cat /tmp/dpkg.log; fail "removing failed"; }
 ! grep -i warning /tmp/dpkg.log || fail "removing left something"
 left=$(ours)
 [ -z "$left" ] || fail "left behind: $left"

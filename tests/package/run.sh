@@ -47,7 +47,8 @@ if unshare --mount true 2>/dev/null; then
         cp "$1"/*.deb "$0/root/tmp/packages"
         cp -r "$2" "$0/root/tmp/test"
         touch "$0/root/zuis-throw-away-root"
-        chroot "$0/root" env -C / TMPDIR=/tmp /tmp/test/installed.sh /tmp/packages' "$work" "$packages" "$PWD/tests/package"
+        chroot "$0/root" env -C / TMPDIR=/tmp /tmp/test/installed.sh /tmp/packages' \
+        "$work" "$packages" "$PWD/tests/package"
 else
     scripts/guest/guest run -- bash -c 'touch /zuis-throw-away-root && "$0" "$1"' "$PWD/tests/package/installed.sh" \
         "$packages"
