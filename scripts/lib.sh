@@ -5,6 +5,7 @@ die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 readonly BUILD_PACKAGES="cmake ninja-build pkg-config g++ libevdev-dev libx11-dev libxi-dev libxtst6 libcli11-dev
     nlohmann-json3-dev libfmt-dev libcairo2-dev"
+readonly PACKAGE_PACKAGES="debhelper dpkg-dev fakeroot lintian libfontconfig-dev libxcb1-dev pahole doxygen"
 readonly X_PACKAGES="xvfb xinput x11-xkb-utils fonts-dejavu-core"
 readonly TEST_PACKAGES="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev llvm-14 binutils python3 evemu-tools
     libsdl2-dev"

@@ -2,19 +2,19 @@
 # Builds and runs all tests. Installs what is missing with apt-get.
 #
 #   scripts/test.sh               everything, as in CI
-#   scripts/test.sh STAGE...      only these stages, of: release clang asan tsan fuzz kernel
+#   scripts/test.sh STAGE...      only these stages, of: release clang asan tsan fuzz package kernel
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-ALL_STAGES="release clang asan tsan fuzz kernel"
+ALL_STAGES="release clang asan tsan fuzz package kernel"
 stages=${*:-$ALL_STAGES}
 for stage in $stages; do
     case " $ALL_STAGES " in *" $stage "*) ;; *) die "there is no stage '$stage'; the stages: $ALL_STAGES" ;; esac
 done
 
 # shellcheck disable=SC2046,SC2086
-ensure_packages $BUILD_PACKAGES $X_PACKAGES $TEST_PACKAGES $(scripts/guest/guest packages)
+ensure_packages $BUILD_PACKAGES $X_PACKAGES $TEST_PACKAGES $PACKAGE_PACKAGES $(scripts/guest/guest packages)
 
 passed=0
 failed=0
@@ -58,6 +58,11 @@ for stage in $stages; do
         say "== build: fuzz targets"
         build fuzz OFF fuzzers
         run_ctest fuzz
+        ;;
+    package)
+        say "== installed and packaged"
+        build release ON
+        if tests/package/run.sh; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
         ;;
     kernel)
         say "== kernel ring"

@@ -107,6 +107,39 @@ struct ZustDiagnosticsData_t
 };
 using ZustDiagnosticsData = ZustDiagnosticsData_t;
 
+// The layout, held. It contains libstdc++'s string of 32 bytes.
+static_assert(sizeof(std::string) == 32);
+static_assert(sizeof(KtTelemetryData) == 96);
+static_assert(offsetof(KtTelemetryData, action) == 32);
+static_assert(offsetof(KtTelemetryData, label) == 64);
+static_assert(sizeof(KtTMetricData) == 80);
+static_assert(offsetof(KtTMetricData, action) == 32);
+static_assert(offsetof(KtTMetricData, data) == 64);
+static_assert(offsetof(KtTMetricData, duration) == 72);
+static_assert(sizeof(KtStatisticsData) == 64);
+static_assert(offsetof(KtStatisticsData, duration) == 32);
+static_assert(offsetof(KtStatisticsData, doubleValue) == 40);
+static_assert(offsetof(KtStatisticsData, intValue) == 48);
+static_assert(offsetof(KtStatisticsData, unsignedValue) == 56);
+static_assert(sizeof(KtErrorCodeData) == 72);
+static_assert(offsetof(KtErrorCodeData, errorCode) == 32);
+static_assert(offsetof(KtErrorCodeData, errorDetails) == 40);
+static_assert(sizeof(KtPercentileData) == 56); // no offsets: a class with a reference has no standard layout
+static_assert(sizeof(ZustStatisticsData) == 40);
+static_assert(offsetof(ZustStatisticsData, duration) == 8);
+static_assert(offsetof(ZustStatisticsData, doubleValue) == 16);
+static_assert(offsetof(ZustStatisticsData, intValue) == 24);
+static_assert(offsetof(ZustStatisticsData, unsignedValue) == 32);
+static_assert(sizeof(ZustResultCodeData) == 24);
+static_assert(offsetof(ZustResultCodeData, resultCode) == 8);
+static_assert(offsetof(ZustResultCodeData, resultDetails) == 16);
+static_assert(sizeof(ZustMetricData) == 32);
+static_assert(offsetof(ZustMetricData, description) == 8);
+static_assert(offsetof(ZustMetricData, data) == 16);
+static_assert(offsetof(ZustMetricData, duration) == 24);
+static_assert(sizeof(ZustTelemetryData) == 24);
+static_assert(offsetof(ZustTelemetryData, description) == 8);
+static_assert(offsetof(ZustTelemetryData, label) == 16);
 static_assert(sizeof(ZustDiagnosticsData) == 48);
 static_assert(offsetof(ZustDiagnosticsData, data) == 8);
 

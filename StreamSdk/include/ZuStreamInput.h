@@ -667,8 +667,13 @@ using HidOutputCallbackType = uint32_t (*)(const uint8_t*, int);
 static_assert(sizeof(zuri::HapticsCommand) == 12);
 static_assert(offsetof(zuri::HapticsCommand, commandSize) == 2);
 static_assert(offsetof(zuri::HapticsCommand, command) == 4);
+static_assert(sizeof(zuri::Vibration) == 4);
+static_assert(offsetof(zuri::Vibration, wRightMotorSpeed) == 2);
 static_assert(sizeof(zuri::Simple) == 6);
+static_assert(offsetof(zuri::Simple, vibration) == 2);
 static_assert(sizeof(zuri::SimpleDuration) == 8);
+static_assert(offsetof(zuri::SimpleDuration, vibration) == 2);
+static_assert(offsetof(zuri::SimpleDuration, duration) == 6);
 #endif
 
 // ---- the layout, held --------------------------------------------------------------------------------------------
@@ -738,6 +743,8 @@ ZU_LAYOUT(ZustTouchPointLowLevel, xRadius, 12);
 ZU_LAYOUT(ZustTouchPointLowLevel, yRadius, 13);
 ZU_LAYOUT(ZustTouchPointLowLevel, timestamp, 16);
 ZU_ASSERT(sizeof(ZustTouchPoint) == 6);
+ZU_LAYOUT(ZustTouchPoint, xPos, 2);
+ZU_LAYOUT(ZustTouchPoint, yPos, 4);
 ZU_ASSERT(sizeof(ZustTouchEvent) == 40);
 ZU_LAYOUT(ZustTouchEvent, touchCount, 2);
 ZU_LAYOUT(ZustTouchEvent, touchPoints, 4);

@@ -9,6 +9,9 @@ case $0 in
     */*) ruleSource=${0%/*}/$ruleName ;;
     *) ruleSource=./$ruleName ;;
 esac
+# Installed, the rule lies where udev finds it, too.
+[ -r "$ruleSource" ] || ruleSource=${ruleSource%/*}/../lib/udev/rules.d/$ruleName
+packagedRule=/usr/lib/udev/rules.d/$ruleName
 ruleFile=/etc/udev/rules.d/$ruleName
 moduleFile=/etc/modules-load.d/zuis-uinput.conf
 
@@ -138,7 +141,7 @@ closeNode()
 
 enable()
 {
-    [ -r "$ruleSource" ] || die 1 "the rule file $ruleSource is missing: it belongs beside this script."
+    [ -r "$ruleSource" ] || die 1 "the rule file $ruleSource is missing: it belongs there, or beside this script."
     for user in $users; do
         id -u -- "$user" >/dev/null 2>&1 || die 1 "there is no user $user."
     done
@@ -195,7 +198,9 @@ undo()
             act "let udev apply the remaining rules" triggerUdev
         fi
     fi
-    if groupExists; then
+    if [ -e $packagedRule ]; then
+        say "note: the rule $packagedRule and the group $group stay until their package is removed"
+    elif groupExists; then
         act "remove the group $group" groupdel $group
     fi
 

@@ -1,0 +1,4 @@
+#include "TelemetrySender.h"
+
+extern const TelemetrySenderNull g_sender;
+const TelemetrySenderNull g_sender;
