@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <sched.h>
 #include <thread>
 #include <unistd.h>
 
@@ -37,6 +38,13 @@ std::vector<std::string> nodesOf(const std::string& name)
     return nodes;
 }
 
+void schedule(int policy, int priority)
+{
+    const sched_param parameters{priority};
+    if (sched_setscheduler(0, policy, &parameters) != 0)
+        std::abort();
+}
+
 } // namespace
 
 std::ostream& operator<<(std::ostream& out, const KernelEvent& event)
@@ -63,7 +71,8 @@ EvdevNode::EvdevNode(const std::string& name, size_t skip)
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    m_fd = open(nodes[skip].c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    m_path = nodes[skip];
+    m_fd = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (m_fd < 0 || libevdev_new_from_fd(m_fd, &m_device) != 0)
         std::abort();
 }
@@ -82,7 +91,7 @@ void EvdevNode::collect()
     {
         if (result == LIBEVDEV_READ_STATUS_SYNC)
         {
-            fprintf(stderr, "events were lost: the reader is too slow\n");
+            fprintf(stderr, "%s: events were lost: the reader is too slow\n", libevdev_get_name(m_device));
             std::abort();
         }
         m_events.push_back({event.type, event.code, event.value});
@@ -102,4 +111,14 @@ std::vector<KernelEvent> EvdevNode::take(size_t count, std::chrono::milliseconds
     std::vector<KernelEvent> events;
     events.swap(m_events);
     return events;
+}
+
+AheadOfOthers::AheadOfOthers()
+{
+    schedule(SCHED_FIFO | SCHED_RESET_ON_FORK, 1);
+}
+
+AheadOfOthers::~AheadOfOthers()
+{
+    schedule(SCHED_OTHER, 0);
 }

@@ -39,13 +39,27 @@ public:
     /// The device as libevdev sees it, kept up to date by what was read.
     libevdev* device() { return m_device; }
 
+    const std::string& path() const { return m_path; }
+
     /// How many devices of that name there are now.
     static size_t count(const std::string& name);
 
 private:
+    std::string m_path;
     int m_fd = -1;
     libevdev* m_device = nullptr;
     std::vector<KernelEvent> m_events;
+};
+
+/// The calling thread comes first for as long as the object lives: the kernel keeps 64 events for a reader of a pad,
+/// and a busy guest may deliver more than that at once. Processes that it starts are not affected.
+class AheadOfOthers
+{
+public:
+    AheadOfOthers();
+    ~AheadOfOthers();
+    AheadOfOthers(const AheadOfOthers&) = delete;
+    AheadOfOthers& operator=(const AheadOfOthers&) = delete;
 };
 
 #endif

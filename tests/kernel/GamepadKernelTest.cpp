@@ -1,17 +1,15 @@
 // The gamepads on a real kernel: what a reader of their nodes gets.
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <map>
-#include <sstream>
 
 #include <libevdev/libevdev.h>
 
 #include "tests/kernel/KernelTest.h"
+#include "tests/kernel/PadExpectation.h"
 #include "tests/kernel/PadReport.h"
 
 namespace
@@ -42,40 +40,11 @@ protected:
     uint16_t m_bitmap = 0;
 };
 
-/// What the kernel makes of a new value of an axis with fuzz: small changes are swallowed or averaged with the old one.
-int defuzzed(int value, int old, int fuzz)
-{
-    const int change = std::abs(value - old);
-    if (fuzz == 0 || change >= 2 * fuzz)
-        return value;
-    if (change < fuzz / 2)
-        return old;
-    return change < fuzz ? (old * 3 + value) / 4 : (old + value) / 2;
-}
-
-/// The order of events within a frame is the pad driver's own: buttons and axes by their codes here.
-std::vector<KernelEvent> withSortedFrames(std::vector<KernelEvent> events)
-{
-    for (auto begin = events.begin(); begin != events.end();)
-    {
-        const auto end = std::find(begin, events.end(), SYN);
-        std::sort(begin, end,
-                  [](const KernelEvent& a, const KernelEvent& b)
-                  { return std::pair(a.type, a.code) < std::pair(b.type, b.code); });
-        begin = end == events.end() ? end : end + 1;
-    }
-    return events;
-}
-
-/// What a reader gets when a recording's events happen to a pad at rest. To the digit: values have passed the recorded
-/// pad's fuzz already, and the rule above is applied once more. Only a stick's lower end may differ, since the report's
-/// positive end is 32767.
-std::vector<KernelEvent> replayed(const std::string& recording)
+/// The events of a recording, as its lines tell them.
+std::vector<KernelEvent> recorded(const std::string& recording)
 {
     std::vector<KernelEvent> events;
-    std::map<std::pair<int, int>, int> state;
     std::ifstream file(recording);
-    bool changed = false;
     for (std::string line; std::getline(file, line);)
     {
         KernelEvent event{};
@@ -85,16 +54,9 @@ std::vector<KernelEvent> replayed(const std::string& recording)
             continue;
         event.type = static_cast<uint16_t>(type);
         event.code = static_cast<uint16_t>(code);
-        const bool stick = event.type == EV_ABS && event.code <= ABS_RY && event.code != ABS_Z;
-        int& old = state[{event.type, event.code}];
-        event.value = stick ? defuzzed(event.value, old, 16) : event.value;
-        if (event == SYN ? !changed : event.value == old)
-            continue;
-        changed = !(event == SYN);
-        old = event.value;
         events.push_back(event);
     }
-    return withSortedFrames(events);
+    return events;
 }
 
 struct Change
@@ -236,7 +198,7 @@ TEST(GamepadRecordingTest, ImportedPadMovesAsRecorded)
         return;
     }
     const std::string recording = std::string(recordings) + "/gamepad-xbox360.events";
-    const std::vector<KernelEvent> expected = replayed(recording);
+    const std::vector<KernelEvent> expected = throughPad(recorded(recording));
     ASSERT_GT(expected.size(), 400U) << recording;
 
     const std::string session = testing::TempDir() + "pad.jsonl";
@@ -247,6 +209,7 @@ TEST(GamepadRecordingTest, ImportedPadMovesAsRecorded)
     const auto play =
         std::async(std::launch::async, output, host + "play --speed 2 --backend uinput " + session + " 2>&1");
     EvdevNode pad(PAD_NAME);
+    const AheadOfOthers ahead;
     EXPECT_THAT(withSortedFrames(pad.take(expected.size(), std::chrono::seconds(60))), ElementsAreArray(expected));
     play.wait();
     EXPECT_EQ(EvdevNode::count(PAD_NAME), 0U);

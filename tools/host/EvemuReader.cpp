@@ -20,7 +20,7 @@ bool endsAt(const std::string& line, int at)
     return rest == std::string::npos || line[rest] == '#';
 }
 
-bool readEvent(const std::string& line, int number, std::vector<EvemuEvent>& events)
+bool readEvent(const std::string& line, int number, std::vector<DeviceEvent>& events)
 {
     long seconds = 0;
     long microseconds = 0;
@@ -38,7 +38,7 @@ bool readEvent(const std::string& line, int number, std::vector<EvemuEvent>& eve
     return true;
 }
 
-bool readAxis(const std::string& line, EvemuDevice& device)
+bool readAxis(const std::string& line, DeviceDescription& device)
 {
     unsigned code = 0;
     AxisRange range;
@@ -50,7 +50,7 @@ bool readAxis(const std::string& line, EvemuDevice& device)
 }
 
 /// "B: 01 fe ff": the next bytes of the bit mask of a type. \param next first code of the next line, by type
-bool readBits(const std::string& line, EvemuDevice& device, std::map<unsigned, unsigned>& next)
+bool readBits(const std::string& line, DeviceDescription& device, std::map<unsigned, unsigned>& next)
 {
     std::istringstream in(line.substr(2));
     unsigned type = 0;
@@ -73,7 +73,8 @@ bool readBits(const std::string& line, EvemuDevice& device, std::map<unsigned, u
 
 } // namespace
 
-void readEvemu(std::istream& in, const std::string& fileName, EvemuDevice& device, std::vector<EvemuEvent>& events)
+void readEvemu(std::istream& in, const std::string& fileName, DeviceDescription& device,
+               std::vector<DeviceEvent>& events)
 {
     constexpr std::string_view PASSED_OVER = "IPLS";
     ErrorList errors;

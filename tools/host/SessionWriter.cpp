@@ -258,32 +258,52 @@ void writeReadable(std::ostream& out, const Session& session)
 
 void writeStatistics(std::ostream& out, const Session& session)
 {
-    std::map<std::string_view, size_t> counts;
+    struct Kind
+    {
+        size_t count = 0;
+        std::vector<int64_t> captures;
+    };
+    std::map<std::string_view, Kind> kinds;
     size_t events = 0;
-    std::vector<int64_t> captures;
+    std::vector<int64_t> moves;
     for (const Record& record : session.records)
     {
-        ++counts[typeName(record.action)];
-        events += isControl(record.action) ? 0 : 1;
-        if (isMove(record.action) && record.captureUs != CAPTURE_UNKNOWN)
-            captures.push_back(record.captureUs);
+        Kind& kind = kinds[typeName(record.action)];
+        ++kind.count;
+        if (isControl(record.action))
+            continue;
+        ++events;
+        if (record.captureUs == CAPTURE_UNKNOWN)
+            continue;
+        kind.captures.push_back(record.captureUs);
+        if (isMove(record.action))
+            moves.push_back(record.captureUs);
     }
     const double seconds = static_cast<double>(session.durationUs()) / 1e6;
+    const auto ms = [](int64_t us) { return static_cast<double>(us) / 1000; };
     out << fmt::format("session \"{}\": {:.3f} s, {} events, {} control records\n", session.name, seconds, events,
                        session.records.size() - events);
-    for (const auto& [name, count] : counts)
-        out << fmt::format("  {:<20} {:>8}  {:>9.1f} per second\n", name, count,
-                           seconds > 0 ? static_cast<double>(count) / seconds : 0);
+    out << fmt::format("  {:<20} {:>8} {:>11}   {:>10} {:>10} {:>10}\n", "", "count", "per second", "p50", "p95",
+                       "max ms between them");
+    for (const auto& [name, kind] : kinds)
+    {
+        out << fmt::format("  {:<20} {:>8} {:>11.1f}", name, kind.count,
+                           seconds > 0 ? static_cast<double>(kind.count) / seconds : 0);
+        const Samples between(intervals(kind.captures, kind.captures, INT64_MAX));
+        if (!between.empty())
+            out << fmt::format("   {:>10.3f} {:>10.3f} {:>10.3f}", ms(between.percentile(50)),
+                               ms(between.percentile(95)), ms(between.max()));
+        out << '\n';
+    }
 
     constexpr int64_t PAUSE_US = 100000;
-    const Samples moves(intervals(captures, captures, PAUSE_US));
-    if (!moves.empty())
+    const Samples steady(intervals(moves, moves, PAUSE_US));
+    if (!steady.empty())
         out << fmt::format(
             "  intervals of moves as captured, ms (pauses above {} ms left out): p50 {:.3f}  p90 {:.3f}  "
             "p95 {:.3f}  p99 {:.3f}  max {:.3f}\n",
-            PAUSE_US / 1000, static_cast<double>(moves.percentile(50)) / 1000,
-            static_cast<double>(moves.percentile(90)) / 1000, static_cast<double>(moves.percentile(95)) / 1000,
-            static_cast<double>(moves.percentile(99)) / 1000, static_cast<double>(moves.max()) / 1000);
+            PAUSE_US / 1000, ms(steady.percentile(50)), ms(steady.percentile(90)), ms(steady.percentile(95)),
+            ms(steady.percentile(99)), ms(steady.max()));
     if (const std::string* text = session.expectedText())
         out << fmt::format("  expects the text {}\n", Json(*text).dump());
 }

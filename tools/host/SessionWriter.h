@@ -16,7 +16,7 @@ void writeSession(std::ostream& out, const Session& session);
 /// One line per record: time, kind, what happens.
 void writeReadable(std::ostream& out, const Session& session);
 
-/// Counts by kind, duration, rates, intervals of the moves as the client captured them.
+/// By kind of record: how many, how many per second, and the times between them as the client captured them.
 void writeStatistics(std::ostream& out, const Session& session);
 
 /// What a record does, in words.

@@ -3,6 +3,7 @@
 #include "tools/host/EvemuImport.h"
 #include "tools/host/NetworkModel.h"
 #include "tools/host/PlayCommand.h"
+#include "tools/host/RecordCommand.h"
 #include "tools/host/SessionParser.h"
 #include "tools/host/SessionWriter.h"
 
@@ -101,6 +102,19 @@ CLI::App* addImport(CLI::App& app, ImportOptions& options)
     return import;
 }
 
+CLI::App* addRecord(CLI::App& app, host::RecordOptions& options)
+{
+    CLI::App* record = app.add_subcommand("record", "Turn what happens on local devices into a session");
+    record->add_option("DEVICE", options.devices, "Device nodes: keyboards, mice, a touch screen, up to 4 gamepads")
+        ->required();
+    record->add_option("-o,--output", options.output, "Session file to write (default: standard output)");
+    CLI::Option* seconds = record->add_option("--seconds", options.seconds, "End after that time (default: at Ctrl-C)")
+                               ->check(CLI::Range(0.1, 604800.0));
+    record->add_flag("--grab", options.grab, "Keep the events from everybody else meanwhile; needs --seconds")
+        ->needs(seconds);
+    return record;
+}
+
 int show(const ShowOptions& options)
 {
     const host::Session session = host::readSession(options.session);
@@ -115,7 +129,7 @@ int show(const ShowOptions& options)
 
 int import(const ImportOptions& options)
 {
-    const host::ImportResult result = host::importEvemuFiles(options.events, options.device);
+    const host::ConvertedSession result = host::importEvemuFiles(options.events, options.device);
     if (options.output.empty())
     {
         host::writeSession(std::cout, result.session);
@@ -142,8 +156,10 @@ int main(int argc, char** argv)
     host::PlayOptions playOptions;
     ShowOptions showOptions;
     ImportOptions importOptions;
+    host::RecordOptions recordOptions;
     const CLI::App* playCommand = addPlay(app, playOptions);
     const CLI::App* showCommand = addShow(app, showOptions);
+    const CLI::App* recordCommand = addRecord(app, recordOptions);
     addImport(app, importOptions);
     try
     {
@@ -158,6 +174,8 @@ int main(int argc, char** argv)
     {
         if (playCommand->parsed())
             return host::play(playOptions);
+        if (recordCommand->parsed())
+            return host::record(recordOptions);
         return showCommand->parsed() ? show(showOptions) : import(importOptions);
     }
     catch (const host::FileErrors& error)
