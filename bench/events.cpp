@@ -13,9 +13,9 @@
 #include <linux/input-event-codes.h>
 
 #include "RemoteInput/common/Timeline.h"
-#include "tests/support/WriteDouble.h"
 #include "tests/common/CountAllocations.h"
 #include "tests/support/Server.h"
+#include "tests/support/WriteDouble.h"
 
 namespace
 {

@@ -17,8 +17,8 @@
 #include <sys/resource.h>
 
 #include "RemoteInput/common/Timeline.h"
-#include "tests/support/WriteDouble.h"
 #include "tests/support/Server.h"
+#include "tests/support/WriteDouble.h"
 
 namespace
 {

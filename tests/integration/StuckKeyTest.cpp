@@ -110,7 +110,7 @@ TEST(StuckKeyTest, Uinput)
     };
     liveAtRandom(true, down);
     for (const auto& [name, account] : accounts)
-        EXPECT_GT(account.changes(), 100) << name << ", or there was nothing to release";
+        EXPECT_GT(account.changes(), 10) << name << ", or there was nothing to release";
 }
 
 TEST(StuckKeyTest, Xtest)
@@ -127,8 +127,8 @@ TEST(StuckKeyTest, Xtest)
         presses[0] += event.type == XSeen::KEY_PRESS;
         presses[1] += event.type == XSeen::BUTTON_PRESS;
     }
-    EXPECT_GT(presses[0], 100);
-    EXPECT_GT(presses[1], 100);
+    EXPECT_GT(presses[0], 10);
+    EXPECT_GT(presses[1], 10);
 }
 
 TEST(StuckKeyTest, Container)
@@ -156,6 +156,6 @@ TEST(StuckKeyTest, Container)
     };
     liveAtRandom(true, down);
     for (const auto& [node, account] : accounts)
-        EXPECT_GT(account.changes(), 100) << node << ", or there was nothing to release";
+        EXPECT_GT(account.changes(), 10) << node << ", or there was nothing to release";
     std::filesystem::remove_all(folder.parent_path());
 }
