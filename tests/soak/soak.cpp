@@ -47,7 +47,11 @@ struct Resources
 
 // What the C library and those below ours keep for themselves is far below these.
 constexpr size_t HEAP_TOLERANCE = 64 * 1024;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t RESIDENT_TOLERANCE_KIB = 1024 * 1024; // a sanitizer keeps what was freed
+#else
 constexpr size_t RESIDENT_TOLERANCE_KIB = 4096;
+#endif
 
 /// \return whether it ended where it began
 bool report(const char* what, uint64_t count, double seconds, const Resources& before, const Resources& after)
