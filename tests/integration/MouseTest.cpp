@@ -180,6 +180,20 @@ TEST_F(MouseTest, SettingsReachTheDeviceThroughXinput)
                                              HasSubstr("Executed command to update transformation matrix: [xinput"))));
 }
 
+TEST_F(MouseTest, WithoutXinputOnlyTheSettingsAreMissing)
+{
+    const std::string path = getenv("PATH");
+    const Point start = m_watcher.pointer();
+    setenv("PATH", "/nonexistent", 1);
+    m_server->mouseSettings(1, 25);
+    m_server->move(30, 20);
+    m_server->drain();
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_FALSE(m_watcher.take(1).empty());
+    EXPECT_EQ(settledPointer(), (Point{start.first + 30, start.second + 20}));
+    EXPECT_THAT(output("xinput list-props \"Virtual core XTEST pointer\""), testing::Not(HasSubstr("3.500000")));
+}
+
 // The first mouse event puts the settings back to their defaults, unless the client has sent settings before.
 TEST(MouseResetTest, FirstMouseEventResetsTheSettingsOnce)
 {
