@@ -162,6 +162,7 @@ bool soakCycles(uint64_t cycles)
     const Stopwatch time;
     for (uint64_t i = 0; i < cycles; ++i)
         live();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a joined thread may still be listed
     return report("load, create, destroy over XTest", cycles, time.seconds(), before, {});
 }
 
