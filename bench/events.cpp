@@ -150,9 +150,10 @@ void runFloor(benchmark::State& state, const Case& one, writedouble::Mode mode)
 {
     writedouble::setMode(mode);
     const uint64_t before = writedouble::writes();
+    // Rounded: the first event changes nothing when the run before ended with it.
     for (int i = 0; i < 64; ++i)
         stream().deliver(one.events[i % 2]);
-    const int writes = static_cast<int>((writedouble::writes() - before) / 64);
+    const int writes = static_cast<int>((writedouble::writes() - before + 32) / 64);
     stream().server().takeLog();
     for ([[maybe_unused]] auto _ : state)
     {

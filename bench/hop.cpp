@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -115,6 +116,11 @@ int main(int argc, char** argv)
     app.add_option("--json", file, "Write the figures");
     CLI11_PARSE(app, argc, argv);
 
+    if (!std::getenv("DISPLAY"))
+    {
+        fmt::print(stderr, "hop-bench: without an X display the library injects no mouse events; set DISPLAY\n");
+        return 1;
+    }
     Server server;
     server.open();
     server.mouseSettings(0, 0); // else the first mouse event resets the pointer's settings
