@@ -35,14 +35,12 @@ lintian --fail-on error --suppress-tags bad-distribution-in-changes-file out/pac
 
 # A copy of this machine whose changes are kept in memory; where such a root cannot be made, the guest's.
 packages=$PWD/out/packages
-if unshare --mount --pid --fork bash -euc '
+make_root='
         mount -t tmpfs none "$0"
         mkdir "$0"/{upper,work,root}
-        mount -t overlay none -o "lowerdir=/,upperdir=$0/upper,workdir=$0/work" "$0/root"' "$work" 2>/dev/null; then
-    unshare --mount --pid --fork bash -euc '
-        mount -t tmpfs none "$0"
-        mkdir "$0"/{upper,work,root}
-        mount -t overlay none -o "lowerdir=/,upperdir=$0/upper,workdir=$0/work" "$0/root"
+        mount -t overlay none -o "lowerdir=/,upperdir=$0/upper,workdir=$0/work" "$0/root"'
+if unshare --mount --pid --fork bash -euc "$make_root" "$work" 2>/dev/null; then
+    unshare --mount --pid --fork bash -euc "$make_root"'
         mount --rbind /dev "$0/root/dev"
         mount -t proc none "$0/root/proc"
         mount -t tmpfs none "$0/root/tmp"
