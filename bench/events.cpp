@@ -1,6 +1,7 @@
 // event-bench: what one event costs from the stack's call until its last write, beside the bare writes and clock reads
 // that nothing could do without. The backend is the one that the settings select: uinput (over a double) or XTest.
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <functional>
@@ -129,42 +130,81 @@ std::vector<Case>& cases()
     return all;
 }
 
-void runLibrary(benchmark::State& state, const Case& one, writedouble::Mode mode)
+/// Library and floor take turns in blocks so short that a busy or slow moment of the machine meets both. A ratio is
+/// that of two blocks that follow each other.
+constexpr int BLOCK = 16;
+
+double median(std::vector<double>& values)
 {
-    writedouble::setMode(mode);
-    for (int i = 0; i < 64; ++i) // comes and settles
-        stream().deliver(one.events[i % 2]);
-    const uint64_t writesBefore = writedouble::writes();
-    const int allocationsBefore = allocationsOfThisThread();
+    const auto middle = values.begin() + static_cast<long>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// \param floor what one event cannot do without
+template <typename Floor>
+void compare(benchmark::State& state, const Case& one, Floor floor)
+{
     size_t i = 0;
+    const auto deliverOne = [&] { stream().deliver(one.events[i++ % 2]); };
+    const auto nsPerEvent = [](const auto& run)
+    {
+        const int64_t start = steadyNow();
+        for (int event = 0; event < BLOCK; ++event)
+            run();
+        return static_cast<double>(steadyNow() - start) / BLOCK;
+    };
+
+    const uint64_t writesBefore = writedouble::writes();
+    for (int event = 0; event < 64; ++event)
+        deliverOne();
+    // Rounded: the first event changes nothing when the run before ended with it.
+    const int writes = static_cast<int>((writedouble::writes() - writesBefore + 32) / 64);
+    std::vector<double> library;
+    std::vector<double> bare;
+    std::vector<double> ratios;
+    int allocations = 0;
     for ([[maybe_unused]] auto _ : state)
-        stream().deliver(one.events[i++ % 2]);
-    const auto events = static_cast<double>(state.iterations());
-    state.counters["writes"] = static_cast<double>(writedouble::writes() - writesBefore) / events;
-    state.counters["allocations"] = (allocationsOfThisThread() - allocationsBefore) / events;
+    {
+        const int before = allocationsOfThisThread();
+        const double ns = nsPerEvent(deliverOne);
+        allocations += allocationsOfThisThread() - before;
+        library.push_back(ns);
+        bare.push_back(nsPerEvent([&] { floor(writes); }));
+        ratios.push_back(ns / bare.back());
+        state.SetIterationTime(ns * BLOCK / 1e9);
+    }
+    state.counters["writes"] = writes;
+    state.counters["allocations"] = allocations / (static_cast<double>(state.iterations()) * BLOCK);
+    state.counters["library_ns"] = median(library);
+    state.counters["floor_ns"] = median(bare);
+    state.counters["ratio"] = median(ratios);
     stream().server().takeLog();
 }
 
-/// The same number of writes and clock reads.
-void runFloor(benchmark::State& state, const Case& one, writedouble::Mode mode)
+void compareWithWrites(benchmark::State& state, const Case& one, writedouble::Mode mode)
 {
     writedouble::setMode(mode);
-    const uint64_t before = writedouble::writes();
-    // Rounded: the first event changes nothing when the run before ended with it.
-    for (int i = 0; i < 64; ++i)
-        stream().deliver(one.events[i % 2]);
-    const int writes = static_cast<int>((writedouble::writes() - before + 32) / 64);
-    stream().server().takeLog();
+    compare(state, one,
+            [&](int writes)
+            {
+                for (int read = 0; read < one.clockReads; ++read)
+                    benchmark::DoNotOptimize(steadyNow());
+                for (int write = 0; write + 1 < writes; ++write)
+                    writedouble::write(EV_KEY, KEY_A, write);
+                if (writes > 0)
+                    writedouble::write(EV_SYN, SYN_REPORT, 0);
+            });
+}
+
+void runLibrary(benchmark::State& state)
+{
+    writedouble::setMode(writedouble::NOTHING);
+    const Case& key = cases()[0];
+    size_t i = 0;
     for ([[maybe_unused]] auto _ : state)
-    {
-        for (int i = 0; i < one.clockReads; ++i)
-            benchmark::DoNotOptimize(steadyNow());
-        for (int i = 0; i + 1 < writes; ++i)
-            writedouble::write(EV_KEY, KEY_A, i);
-        if (writes > 0)
-            writedouble::write(EV_SYN, SYN_REPORT, 0);
-    }
-    state.counters["writes"] = writes;
+        stream().deliver(key.events[i++ % 2]);
+    stream().server().takeLog();
 }
 
 /// A key with so many combinations blocked that it is none of.
@@ -176,7 +216,7 @@ void runBlocked(benchmark::State& state)
     for (uint32_t i = 0; i < combinations; ++i)
         stream().server().blockKeyCombination(handle, ZUST_MF_META + i / 100,
                                               static_cast<ZustKeyCode>(ZUST_KEY_F1 + i % 100));
-    runLibrary(state, cases()[0], writedouble::NOTHING);
+    runLibrary(state);
     stream().server().unblockAllKeyCombinations(handle);
     stream().server().blockKeyCombination(handle, ZUST_MF_META, ZUST_KEY_D);
     stream().server().takeLog();
@@ -193,7 +233,7 @@ void runHeld(benchmark::State& state)
         stream().deliver(keyEvent(static_cast<ZustKeyCode>(code), true));
         held += writedouble::writes() != before;
     }
-    runLibrary(state, cases()[0], writedouble::NOTHING);
+    runLibrary(state);
     stream().server().reset(stream().server().handle());
     stream().server().takeLog();
 }
@@ -205,35 +245,27 @@ void registerUinput()
     for (const Case& one : cases())
     {
         for (const auto& [name, mode] :
-             {std::pair("nothing", writedouble::NOTHING), std::pair("write", writedouble::WRITE)})
-        {
-            const std::string suffix = std::string("/") + name;
-            benchmark::RegisterBenchmark((one.name + suffix + "/library").c_str(), runLibrary, std::cref(one), mode);
-            benchmark::RegisterBenchmark((one.name + suffix + "/floor").c_str(), runFloor, std::cref(one), mode);
-        }
+             {std::pair("/nothing", writedouble::NOTHING), std::pair("/write", writedouble::WRITE)})
+            benchmark::RegisterBenchmark((one.name + std::string(name)).c_str(), compareWithWrites, std::cref(one),
+                                         mode)
+                ->UseManualTime();
     }
     benchmark::RegisterBenchmark("growth: combinations blocked", runBlocked)->RangeMultiplier(10)->Range(1, 10000);
     benchmark::RegisterBenchmark("growth: keys held", runHeld)->Arg(0)->Arg(1)->Arg(10)->Arg(60);
 }
 
-void xtestFloor(benchmark::State& state, Display* display)
+void compareWithFrame(benchmark::State& state, Display* display)
 {
     bool down = false;
-    for ([[maybe_unused]] auto _ : state)
-    {
-        down = !down;
-        benchmark::DoNotOptimize(steadyNow());
-        benchmark::DoNotOptimize(steadyNow());
-        XTestFakeKeyEvent(display, KEY_A + 8, down, CurrentTime);
-        XSync(display, False);
-    }
-}
-
-void registerXtest(Display* display)
-{
-    benchmark::RegisterBenchmark("key/xtest/library", runLibrary, std::cref(cases()[0]), writedouble::NOTHING)
-        ->UseRealTime();
-    benchmark::RegisterBenchmark("key/xtest/floor", xtestFloor, display)->UseRealTime();
+    compare(state, cases()[0],
+            [&](int)
+            {
+                down = !down;
+                benchmark::DoNotOptimize(steadyNow());
+                benchmark::DoNotOptimize(steadyNow());
+                XTestFakeKeyEvent(display, KEY_A + 8, down, CurrentTime);
+                XSync(display, False);
+            });
 }
 
 } // namespace
@@ -243,7 +275,7 @@ int main(int argc, char** argv)
     const char* const backend = std::getenv("VirtualEvDevImp");
     Display* const display = backend && std::string(backend) == "2" ? XOpenDisplay(nullptr) : nullptr;
     if (display)
-        registerXtest(display);
+        benchmark::RegisterBenchmark("key/xtest", compareWithFrame, display)->UseManualTime();
     else
         registerUinput();
     benchmark::Initialize(&argc, argv);

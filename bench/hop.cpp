@@ -2,12 +2,14 @@
 // beside the same way over a bare mutex and condition variable. The two take turns, event by event.
 
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
+#include <exception>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -15,9 +17,11 @@
 #include <fmt/core.h>
 #include <linux/input-event-codes.h>
 #include <nlohmann/json.hpp>
+#include <sched.h>
 #include <sys/resource.h>
 
 #include "RemoteInput/common/Timeline.h"
+#include "bench/WriteJson.h"
 #include "tests/support/Server.h"
 #include "tests/support/WriteDouble.h"
 
@@ -99,7 +103,8 @@ int64_t timeOfOne(Send send)
     return written - start;
 }
 
-int64_t median(std::vector<int64_t> values, double share = 0.5)
+template <typename Value>
+Value quantile(std::vector<Value> values, double share)
 {
     const auto place = values.begin() + static_cast<long>(static_cast<double>(values.size() - 1) * share);
     std::nth_element(values.begin(), place, values.end());
@@ -114,17 +119,43 @@ double cpuSeconds()
            + static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+/// Where this thread runs from now on, and the threads that it starts.
+void runOn(const cpu_set_t& processors)
 {
-    int rounds = 2000;
-    std::string file;
-    CLI::App app("The mouse's hop from thread to thread", "hop-bench");
-    app.add_option("--rounds", rounds, "Buttons on each way")->capture_default_str()->check(CLI::Range(10, 1000000));
-    app.add_option("--json", file, "Write the figures");
-    CLI11_PARSE(app, argc, argv);
+    if (sched_setaffinity(0, sizeof(processors), &processors) != 0)
+        throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
+}
 
+/// The first processors on which this process may run, two at most.
+std::vector<cpu_set_t> processors()
+{
+    cpu_set_t allowed;
+    if (sched_getaffinity(0, sizeof(allowed), &allowed) != 0)
+        throw std::system_error(errno, std::generic_category(), "sched_getaffinity");
+    std::vector<cpu_set_t> found;
+    for (int cpu = 0; cpu < CPU_SETSIZE && found.size() < 2; ++cpu)
+    {
+        if (!CPU_ISSET(cpu, &allowed))
+            continue;
+        CPU_ZERO(&found.emplace_back());
+        CPU_SET(cpu, &found.back());
+    }
+    return found;
+}
+
+struct Times
+{
+    std::vector<int64_t> library;
+    std::vector<int64_t> bare;
+    std::vector<double> ratios; ///< of the medians, one per stream
+};
+
+/// Buttons over both ways in turn, with the senders on one processor and the receivers on another, or on the same.
+void sendButtons(int buttons, const cpu_set_t& sender, const cpu_set_t& receiver, Times& times)
+{
+    std::vector<int64_t> library;
+    std::vector<int64_t> bare;
+    runOn(receiver);
     Server server;
     server.open();
     server.mouseSettings(0, 0); // else the first mouse event resets the pointer's settings
@@ -140,43 +171,83 @@ int main(int argc, char** argv)
         event.event.mouseEvent.data2 = down ? 2 : 1;
         config.config.input.onInputReceived(config.config.input.context, nullptr, &event, 1, 1);
     };
-
-    writedouble::noteTimes(true);
-    std::vector<int64_t> library;
-    std::vector<int64_t> bare;
+    BareHop hop;
+    runOn(sender);
+    for (int i = 0; i < buttons; ++i)
     {
-        BareHop hop;
-        for (int i = 0; i < rounds; ++i)
-        {
-            bare.push_back(timeOfOne([&] { hop.press(i % 2 == 0); }));
-            library.push_back(timeOfOne([&] { press(i % 2 == 0); }));
-        }
+        bare.push_back(timeOfOne([&] { hop.press(i % 2 == 0); }));
+        library.push_back(timeOfOne([&] { press(i % 2 == 0); }));
     }
+    times.library.insert(times.library.end(), library.begin(), library.end());
+    times.bare.insert(times.bare.end(), bare.begin(), bare.end());
+    times.ratios.push_back(static_cast<double>(quantile(library, 0.5)) / static_cast<double>(quantile(bare, 0.5)));
+}
 
-    // With nothing to do, the library's threads sleep.
-    const double cpuBefore = cpuSeconds();
+nlohmann::ordered_json figures(const char* name, const Times& times)
+{
+    const int64_t library = quantile(times.library, 0.5);
+    const int64_t bare = quantile(times.bare, 0.5);
+    const double ratio = quantile(times.ratios, 0.5);
+    const int64_t library95 = quantile(times.library, 0.95);
+    const int64_t bare95 = quantile(times.bare, 0.95);
+    fmt::print("{:<20} library p50 {} ns p95 {} ns   bare hop p50 {} ns p95 {} ns   ratio {:.2f} ({:.2f} to {:.2f})\n",
+               name, library, library95, bare, bare95, ratio, quantile(times.ratios, 0), quantile(times.ratios, 1));
+    return {{"library_ns", library}, {"library_p95_ns", library95}, {"floor_ns", bare}, {"floor_p95_ns", bare95},
+            {"ratio", ratio},        {"ratios", times.ratios}};
+}
+
+/// \return the share of a processor that the library's threads take with nothing to do
+double idleShare()
+{
+    Server server;
+    server.open();
+    server.drain();
+    const double before = cpuSeconds();
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    const double idle = (cpuSeconds() - cpuBefore) / 2;
+    return (cpuSeconds() - before) / 2;
+}
 
-    const double ratio = static_cast<double>(median(library)) / static_cast<double>(median(bare));
-    fmt::print("button on an idle queue  library p50 {} ns p95 {} ns   bare hop p50 {} ns p95 {} ns   ratio {:.2f}\n"
-               "idle                     {:.3f} % of a core\n",
-               median(library), median(library, 0.95), median(bare), median(bare, 0.95), ratio, idle * 100);
-    if (!file.empty())
+} // namespace
+
+int main(int argc, char** argv)
+{
+    int buttons = 200;
+    int rounds = 10;
+    std::string file;
+    CLI::App app("The mouse's hop from thread to thread", "hop-bench");
+    app.add_option("--buttons", buttons, "Buttons on each way in a round")
+        ->capture_default_str()
+        ->check(CLI::Range(10, 1000000));
+    app.add_option("--rounds", rounds, "Streams that are opened, one after the other")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000));
+    app.add_option("--json", file, "Write the figures");
+    CLI11_PARSE(app, argc, argv);
+
+    try
     {
-        const nlohmann::ordered_json json{{"library_ns", median(library)},
-                                          {"library_p95_ns", median(library, 0.95)},
-                                          {"floor_ns", median(bare)},
-                                          {"floor_p95_ns", median(bare, 0.95)},
-                                          {"ratio", ratio},
-                                          {"idle_cpu_share", idle}};
-        std::ofstream out(file);
-        out << json.dump(2) << '\n';
-        if (!out.flush())
+        const double idle = idleShare();
+        writedouble::noteTimes(true);
+        const std::vector<cpu_set_t> cpus = processors();
+        // Waking a processor that sleeps and taking turns on one that does not are different things: kept apart, and
+        // not left to the scheduler.
+        Times same;
+        Times other;
+        for (int round = 0; round < rounds; ++round)
         {
-            fmt::print(stderr, "hop-bench: cannot write {}\n", file);
-            return 1;
+            sendButtons(buttons, cpus.front(), cpus.front(), same);
+            sendButtons(buttons, cpus.front(), cpus.back(), other);
         }
+        nlohmann::ordered_json json{{"same_processor", figures("the same processor", same)}};
+        if (cpus.size() > 1)
+            json["other_processor"] = figures("another processor", other);
+        fmt::print("idle                 {:.3f} % of a core\n", idle * 100);
+        json["idle_cpu_share"] = idle;
+        return writeJson("hop-bench", file, json);
     }
-    return 0;
+    catch (const std::exception& exception)
+    {
+        fmt::print(stderr, "hop-bench: {}\n", exception.what());
+        return 1;
+    }
 }

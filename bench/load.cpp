@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "RemoteInput/common/Timeline.h"
+#include "bench/WriteJson.h"
 #include "tests/support/Server.h"
 
 namespace
@@ -142,15 +143,5 @@ int main(int argc, char** argv)
             row["threads"].get<double>());
         json.push_back(row);
     }
-    if (!file.empty())
-    {
-        std::ofstream out(file);
-        out << json.dump(2) << '\n';
-        if (!out.flush())
-        {
-            fmt::print(stderr, "load-bench: cannot write {}\n", file);
-            return 1;
-        }
-    }
-    return 0;
+    return writeJson("load-bench", file, json);
 }

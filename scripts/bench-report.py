@@ -22,51 +22,47 @@ def load(name):
     return json.loads((raw / name).read_text())
 
 
-def samples(*names):
-    """Name of each benchmark to its samples in ns, one per repetition, and its counters."""
+def runs(name):
+    """The runs of one program: name of each benchmark to its runs, of all processes and repetitions."""
     result = {}
-    for name in names:
-        for run in load(name)["benchmarks"]:
-            if run["run_type"] != "iteration":
-                continue
-            entry = result.setdefault(run["run_name"], {"ns": [], "counters": {}})
-            # Threads of other programs make real time longer; only what waits for another process is measured by it.
-            entry["ns"].append(run["real_time" if run["run_name"].endswith("real_time") else "cpu_time"])
-            entry["counters"] = {key: run[key] for key in ("writes", "allocations", "allocs/report", "allocs") if key in run}
+    for file in sorted(raw.glob(f"{name}.*.json")):
+        for run in json.loads(file.read_text())["benchmarks"]:
+            if run["run_type"] == "iteration":
+                result.setdefault(run["run_name"].removesuffix("/manual_time"), []).append(run)
     return result
 
 
-def median(values):
-    return statistics.median(values)
+def median(entry, key):
+    return statistics.median(run[key] for run in entry)
 
 
-runs = samples("events.json", "xtest.json", "micro.json")
 events = []
-for name, entry in runs.items():
-    base, _, kind = name.removesuffix("/real_time").rpartition("/")
-    if kind != "library":
-        continue
-    floor = runs[name.replace("/library", "/floor")]
-    writes = entry["counters"].get("writes", 0)
-    case, _, backend = base.rpartition("/")
-    events.append({
-        "case": case,
-        "writes_are": backend,
-        "writes": writes,
-        "library_ns": median(entry["ns"]),
-        "floor_ns": median(floor["ns"]),
-        "ratio": median(entry["ns"]) / median(floor["ns"]),
-        "allocations": entry["counters"].get("allocations", 0),
-    })
-
 growth = {}
-for name, entry in runs.items():
+for source, suffix in (("events", ""), ("xtest", ""), ("sigpipe", ", SIGPIPE kept away")):
+    for name, entry in runs(source).items():
+        if name.startswith("growth: "):
+            continue
+        case, _, backend = name.rpartition("/")
+        events.append({
+            "case": case,
+            "writes_are": backend + suffix,
+            "writes": median(entry, "writes"),
+            "library_ns": median(entry, "library_ns"),
+            "floor_ns": median(entry, "floor_ns"),
+            "ratio": median(entry, "ratio"),
+            "ratios": sorted(run["ratio"] for run in entry),
+            "allocations": median(entry, "allocations"),
+        })
+for name, entry in (runs("events") | runs("micro")).items():
     if name.startswith("growth: "):
         axis, _, size = name.removeprefix("growth: ").partition("/")
-        growth.setdefault(axis, []).append({"size": int(size), "ns": median(entry["ns"])})
+        growth.setdefault(axis, []).append({"size": int(size), "ns": median(entry, "cpu_time")})
+
+for points in growth.values():
+    points.sort(key=lambda point: point["size"])
 
 hop, loads = load("hop.json"), load("load.json")
-machine = load("events.json")["context"]
+machine = load("events.1.json")["context"]
 result = {
     "machine": {key: machine[key] for key in ("date", "num_cpus", "mhz_per_cpu", "load_avg") if key in machine},
     "events": events,
@@ -76,12 +72,19 @@ result = {
 }
 (out / "bench.json").write_text(json.dumps(result, indent=2) + "\n")
 
-print(f"{'event':<22} {'a write is':<10} {'writes':>6} {'library ns':>11} {'floor ns':>10} {'ratio':>6} {'allocs':>7}")
+print(f"{'event':<22} {'a write is':<26} {'writes':>6} {'library ns':>11} {'floor ns':>9} {'ratio':>6}"
+      f" {'of processes':>12} {'allocs':>6}")
 for row in events:
-    ratio = f"{row['ratio']:.2f}" if row["writes"] and row["writes_are"] != "nothing" or row["writes_are"] == "xtest" else "-"
-    print(f"{row['case']:<22} {row['writes_are']:<10} {row['writes']:>6.1f} {row['library_ns']:>11.0f} "
-          f"{row['floor_ns']:>10.0f} {ratio:>6} {row['allocations']:>7.3f}")
-print(f"{'button, idle queue':<22} {'write':<10} {2:>6} {hop['library_ns']:>11} {hop['floor_ns']:>10} {hop['ratio']:>6.2f}")
+    xtest = row["writes_are"].startswith("xtest")
+    bare = not xtest and (row["writes_are"] == "nothing" or not row["writes"])
+    ratios = "" if bare else f"{row['ratio']:>6.3f}  {row['ratios'][0]:.2f} - {row['ratios'][-1]:.2f}"
+    print(f"{row['case']:<22} {row['writes_are']:<26} {row['writes']:>6.0f} {row['library_ns']:>11.0f} "
+          f"{row['floor_ns']:>9.0f} {ratios:<19} {row['allocations']:>6.3f}")
+for name, way in (("same_processor", "the same processor"), ("other_processor", "another processor")):
+    if name in hop:
+        row = hop[name]
+        print(f"{'button, idle queue':<22} {way:<26} {2:>6} {row['library_ns']:>11} {row['floor_ns']:>9} "
+              f"{row['ratio']:>6.3f}  {min(row['ratios']):.2f} - {max(row['ratios']):.2f}")
 print(f"\nidle: {hop['idle_cpu_share'] * 100:.3f} % of a core")
 for axis, points in growth.items():
     print(f"{axis}: " + ", ".join(f"{p['size']}: {p['ns']:.0f} ns" for p in points))

@@ -13,10 +13,10 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 out=out/bench
-repetitions=15 seconds=0.05 buttons=1500 loads=15
+processes=10 repetitions=15 seconds=0.05 rounds=15 loads=15
 while [ $# -gt 0 ]; do
     case $1 in
-    --quick) repetitions=3 seconds=0.01 buttons=100 loads=3; shift ;;
+    --quick) processes=2 repetitions=3 seconds=0.01 rounds=2 loads=3; shift ;;
     --out) out=${2:?--out needs a folder}; shift 2 ;;
     -h | --help) sed -n '2,11s/^# \{0,1\}//p' "$0"; exit 0 ;;
     *) die "unknown argument '$1' (see --help)" ;;
@@ -39,17 +39,19 @@ trap 'rm -rf "$raw"; [ -z "$XVFB_PID" ] || kill "$XVFB_PID" 2>/dev/null' EXIT
 start_xvfb
 export XDG_CONFIG_HOME=$raw/no-settings
 bin=build/bench/bin
-# Library and floor take turns, in random order.
-options=(--benchmark_enable_random_interleaving=true --benchmark_repetitions="$repetitions"
-    --benchmark_min_time="$seconds" --benchmark_format=json)
-say "Events over uinput, with a double"
-VirtualEvDevImp=0 "$bin/event-bench" "${options[@]}" >"$raw/events.json" 2>/dev/null
-say "Events over XTest"
-VirtualEvDevImp=2 "$bin/event-bench" "${options[@]}" >"$raw/xtest.json" 2>/dev/null
+options=(--benchmark_min_time="$seconds" --benchmark_format=json)
+# Where a process happens to have its pages makes some per cent: several of each.
+say "Events over uinput, with a double; over XTest, in a process that ignores SIGPIPE and in one that does not"
+for i in $(seq "$processes"); do
+    VirtualEvDevImp=0 "$bin/event-bench" "${options[@]}" >"$raw/events.$i.json" 2>/dev/null
+    VirtualEvDevImp=2 env --ignore-signal=PIPE "$bin/event-bench" "${options[@]}" >"$raw/xtest.$i.json" 2>/dev/null
+    VirtualEvDevImp=2 env --default-signal=PIPE "$bin/event-bench" "${options[@]}" >"$raw/sigpipe.$i.json" 2>/dev/null
+done
 say "The queue and the collector"
-"$bin/micro-bench" "${options[@]}" >"$raw/micro.json" 2>/dev/null
+"$bin/micro-bench" "${options[@]}" --benchmark_enable_random_interleaving=true \
+    --benchmark_repetitions="$repetitions" >"$raw/micro.1.json" 2>/dev/null
 say "The mouse's hop"
-"$bin/hop-bench" --rounds "$buttons" --json "$raw/hop.json" 2>/dev/null
+"$bin/hop-bench" --rounds "$rounds" --json "$raw/hop.json" 2>/dev/null
 say "Loading"
 env -u DISPLAY "$bin/load-bench" --rounds "$loads" --json "$raw/load.json" 2>/dev/null
 say ""

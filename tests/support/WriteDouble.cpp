@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
@@ -10,7 +9,6 @@
 #include <linux/input.h>
 
 struct libevdev;
-struct libevdev_uinput;
 
 namespace
 {
@@ -68,14 +66,6 @@ void setMode(Mode mode)
 uint64_t writes()
 {
     return s_writes.load(std::memory_order_relaxed);
-}
-
-void write(unsigned int type, unsigned int code, int value)
-{
-    // As from any program to a shared library: through a pointer that the loader has filled in.
-    static const auto function =
-        reinterpret_cast<decltype(&libevdev_uinput_write_event)>(dlsym(RTLD_DEFAULT, "libevdev_uinput_write_event"));
-    function(nullptr, type, code, value);
 }
 
 int64_t lastWriteNs()

@@ -3,6 +3,9 @@
 
 #include <cstdint>
 
+struct libevdev_uinput;
+extern "C" int libevdev_uinput_write_event(const libevdev_uinput*, unsigned int type, unsigned int code, int value);
+
 /// Stands in for libevdev's uinput functions, which the library finds in the program before libevdev's own.
 namespace writedouble
 {
@@ -20,7 +23,10 @@ void setMode(Mode mode);
 uint64_t writes();
 
 /// One write as the library's devices make it.
-void write(unsigned int type, unsigned int code, int value);
+inline void write(unsigned int type, unsigned int code, int value)
+{
+    libevdev_uinput_write_event(nullptr, type, code, value);
+}
 
 /// steady clock, ns: when the last write but those of SYN_REPORT was made. Any thread.
 int64_t lastWriteNs();
