@@ -1,6 +1,7 @@
 #include "RemoteInput/common/linux/XHelpers.h"
 
 #include <atomic>
+#include <csignal>
 #include <mutex>
 #include <utility>
 
@@ -18,8 +19,10 @@ struct OwnDisplay
 
 constinit std::mutex ownDisplaysMutex;
 constinit OwnDisplay* ownDisplays = nullptr; // guarded by ownDisplaysMutex
+constinit std::atomic<int> lostDisplays = 0; // that are not closed yet; spares each frame the lock and the search
 
 constinit std::atomic<XIOErrorHandler> previousHandler = nullptr;
+constinit std::atomic<bool> hostIgnoresSigpipe = false;
 
 OwnDisplay* findOwn(const Display* display) // with ownDisplaysMutex held
 {
@@ -36,8 +39,8 @@ bool markLost(const Display* display)
 {
     std::lock_guard lock(ownDisplaysMutex);
     OwnDisplay* const own = findOwn(display);
-    if (own)
-        own->lost = true;
+    if (own && !std::exchange(own->lost, true))
+        ++lostDisplays;
     return own != nullptr;
 }
 
@@ -57,6 +60,8 @@ void removeOwn(Display* display)
         if (own->display != display)
             continue;
         *link = own->next;
+        if (own->lost)
+            --lostDisplays;
         delete own;
         return;
     }
@@ -101,6 +106,11 @@ void initXLib()
 
 } // namespace
 
+bool sigpipeIgnored()
+{
+    return hostIgnoresSigpipe;
+}
+
 void XCloseDisplayDeleter::operator()(Display* display) const
 {
     const ScopedXCalls calls;
@@ -111,6 +121,8 @@ void XCloseDisplayDeleter::operator()(Display* display) const
 // What is sent after that stays in Xlib's buffer, and Xlib crashes when that is full.
 bool xServerLost(const Display* display)
 {
+    if (lostDisplays == 0)
+        return false;
     std::lock_guard lock(ownDisplaysMutex);
     const OwnDisplay* const own = findOwn(display);
     return own && own->lost;
@@ -120,6 +132,10 @@ Display* XOpenDisplayCheckInitialized(const char* name)
 {
     static std::once_flag initialized;
     std::call_once(initialized, initXLib);
+
+    // Asked here and not for each frame, which would cost as much as it saves: a host decides on signals when it starts.
+    struct sigaction disposition;
+    hostIgnoresSigpipe = sigaction(SIGPIPE, nullptr, &disposition) == 0 && disposition.sa_handler == SIG_IGN;
 
     const ScopedXCalls calls;
     auto own = std::make_unique<OwnDisplay>();
