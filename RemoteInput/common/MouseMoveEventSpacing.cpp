@@ -122,7 +122,7 @@ MouseEventsSpacingState::MouseEventsSpacingState(VirtualDeviceApi::RuntimeFlavor
     flavor.busyWaitOptimization = m_busyWaitOptimization;
 }
 
-uint32_t MouseEventsSpacingState::samplingRateSpeedUpAdjusted(TmStats& tmStats)
+[[gnu::hot]] uint32_t MouseEventsSpacingState::samplingRateSpeedUpAdjusted(TmStats& tmStats)
 {
     m_context.speed.updated = false;
 
@@ -140,7 +140,8 @@ uint32_t MouseEventsSpacingState::samplingRateSpeedUpAdjusted(TmStats& tmStats)
     return speedUpRates[flavor][bin][m_context.speed.factor];
 }
 
-void MouseEventsSpacingState::setSpeedUpFactor(uint32_t reportsInQueue, const Stages& activeSpeedThresholds)
+[[gnu::hot]] void MouseEventsSpacingState::setSpeedUpFactor(uint32_t reportsInQueue,
+                                                            const Stages& activeSpeedThresholds)
 {
     // The first threshold above the queue's length, not a binary search: the rows need not ascend.
     int32_t reached = 0;
@@ -158,7 +159,7 @@ void MouseEventsSpacingState::setSpeedUpFactor(uint32_t reportsInQueue, const St
     m_context.speed.updated = true;
 }
 
-void MouseEventsSpacingState::overheadCompAdaptive(int oversleep, int timeError, bool slept)
+[[gnu::hot]] void MouseEventsSpacingState::overheadCompAdaptive(int oversleep, int timeError, bool slept)
 {
     constexpr TimeUnit STEP = 10'000;
     if (slept)

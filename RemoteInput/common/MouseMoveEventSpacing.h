@@ -189,7 +189,8 @@ private:
 using MouseEventsSpacing = BasicMouseEventsSpacing<SystemPacingClock>;
 
 template <typename Clock>
-void BasicMouseEventsSpacing<Clock>::apply(TmStats& tmStats, RiTelemetry::Collector& fifoCollector, bool movement)
+[[gnu::hot]] void BasicMouseEventsSpacing<Clock>::apply(TmStats& tmStats, RiTelemetry::Collector& fifoCollector,
+                                                        bool movement)
 {
     using Flavor = VirtualDeviceApi::RuntimeFlavorMouse;
 

@@ -17,7 +17,7 @@ constexpr char LOG_TAG[] = "RemoteInputInjector";
 LoggerX g_logger(LOG_TAG);
 RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
 
-bool readBenchmarkSetting()
+[[gnu::cold]] bool readBenchmarkSetting()
 {
     bool enabled = false;
     const SettingsManager settings(ConfigFileStorage::DefaultFile(), "SOFTWARE\\Quillon Corporation\\ZuStreamSrv",
@@ -41,7 +41,7 @@ RemoteInputInjector::RemoteInputInjector(const TelemetrySender& telemetry, zuri:
 
 RemoteInputInjector::~RemoteInputInjector() = default;
 
-void RemoteInputInjector::OnEvent(const ZustInputEvent* event, uint64_t receivedTime, uint64_t sentTime)
+[[gnu::hot]] void RemoteInputInjector::OnEvent(const ZustInputEvent* event, uint64_t receivedTime, uint64_t sentTime)
 {
     if (m_paused.load(std::memory_order_relaxed))
         return;
@@ -94,7 +94,7 @@ void RemoteInputInjector::UnblockAllKeyCombinations()
     m_blockedKeys.clear();
 }
 
-bool RemoteInputInjector::CobaltBenchmarkInput()
+[[gnu::hot]] bool RemoteInputInjector::CobaltBenchmarkInput()
 {
     static const bool enabled = readBenchmarkSetting();
     return enabled;

@@ -2,8 +2,9 @@
 #define REMOTE_INPUT_TIMELINE_H
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
+
+#include <time.h>
 
 /// Nanoseconds, unless a field says otherwise.
 using TimeUnit = int64_t;
@@ -11,8 +12,9 @@ using TimeUnit = int64_t;
 /// The steady clock now, nanoseconds.
 inline TimeUnit steadyNow()
 {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return TimeUnit{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 /// The timing record that travels with every event. The stack's values are stored as they come.

@@ -45,7 +45,7 @@ RemoteInputInjector::Impl::Impl(const TelemetrySender& telemetry, zuri::HapticsC
     m_mouseActive = &m_mouseWithReset;
 }
 
-void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)
+[[gnu::hot]] void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)
 {
     RimBase& responder = responderFor(event->type);
     if (RemoteInputInjector::CobaltBenchmarkInput())
@@ -54,7 +54,7 @@ void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const Input
         responder.respond(event, stats);
 }
 
-RimBase& RemoteInputInjector::Impl::responderFor(ZustInputEventType type)
+[[gnu::hot]] RimBase& RemoteInputInjector::Impl::responderFor(ZustInputEventType type)
 {
     switch (type)
     {

@@ -113,7 +113,7 @@ RiGamepad::Gamepad::Gamepad()
         LOG_ERROR(0x03030002, LOG_TAG, "Error creating gamepad device!  See above.");
 }
 
-bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
+[[gnu::hot, gnu::flatten]] bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
 {
     if (!m_device)
         return false;
@@ -127,7 +127,7 @@ bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
     return written;
 }
 
-bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
+[[gnu::hot]] bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
 {
     int changed = buttons ^ m_lastData.buttons.gpad16;
     bool written = false;
@@ -158,7 +158,7 @@ bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
     return written;
 }
 
-bool RiGamepad::Gamepad::writeAxes(const xbox_usb_data& report, uint32_t& eventId)
+[[gnu::hot]] bool RiGamepad::Gamepad::writeAxes(const xbox_usb_data& report, uint32_t& eventId)
 {
     // Most reports change either buttons or axes.
     constexpr size_t BEGIN = offsetof(xbox_usb_data, z_axis);
@@ -208,7 +208,7 @@ RiGamepad::~RiGamepad()
         gamepad.reset();
 }
 
-bool RiGamepad::respond(const ZustInputEvent* event, const InputTimeStats& stats)
+[[gnu::hot]] bool RiGamepad::respond(const ZustInputEvent* event, const InputTimeStats& stats)
 {
     const ZustGamepadUsbPayloadEvent& usb = event->event.gamepadUsbPayloadEvent;
     if (usb.size < PAYLOAD_WITHOUT_CAPTURE_TIME)

@@ -78,7 +78,7 @@ RiKey::~RiKey()
     resetState();
 }
 
-bool RiKey::respond(const ZustInputEvent* event, const InputTimeStats& stats)
+[[gnu::hot]] bool RiKey::respond(const ZustInputEvent* event, const InputTimeStats& stats)
 {
     if (!m_keyboard)
         return false;
@@ -129,18 +129,18 @@ bool RiKey::resetState()
     return true;
 }
 
-bool RiKey::keyBlocked(uint16_t flags, ZustKeyCode keyCode) const
+[[gnu::hot]] bool RiKey::keyBlocked(uint16_t flags, ZustKeyCode keyCode) const
 {
     return m_blockedKeyMap.isBlocked(flags, keyCode);
 }
 
-bool RiKey::isHeld(ZustKeyCode keyCode) const
+[[gnu::hot]] bool RiKey::isHeld(ZustKeyCode keyCode) const
 {
     std::lock_guard lock(m_keysMutex);
     return m_keysDown.contains(keyCode);
 }
 
-bool RiKey::writeKeyEvent(ZustKeyCode keyCode, int value, const InputTimeStats& stats)
+[[gnu::hot]] bool RiKey::writeKeyEvent(ZustKeyCode keyCode, int value, const InputTimeStats& stats)
 {
     const uint32_t nativeCode = toNativeKeyCode(keyCode);
     const bool down = value != 0;
@@ -194,7 +194,8 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
     press(ZUST_KEY_RALT, stats);
 }
 
-void RiKey::checkAltGrState(ZustKeyCode keyCode, ZustKeyState keyState, uint16_t flags, const InputTimeStats& stats)
+[[gnu::hot]] void RiKey::checkAltGrState(ZustKeyCode keyCode, ZustKeyState keyState, uint16_t flags,
+                                         const InputTimeStats& stats)
 {
     if (!m_bAltGrActivated)
         return;
@@ -208,14 +209,14 @@ void RiKey::checkAltGrState(ZustKeyCode keyCode, ZustKeyState keyState, uint16_t
 
 // Deliberate: a flag never releases the key of the opposite side; only when neither flag is set are both released.
 // Held by RiKeyTest.
-void RiKey::updateModifierState(uint16_t flags, const InputTimeStats& stats)
+[[gnu::hot]] void RiKey::updateModifierState(uint16_t flags, const InputTimeStats& stats)
 {
     // Ordinary text: no modifier to press, none to release.
-    constexpr int MODIFIERS = ZUST_MF_SHIFT | ZUST_MF_SHIFT_RIGHT | ZUST_MF_CONTROL | ZUST_MF_CONTROL_RIGHT | ZUST_MF_ALT
-                              | ZUST_MF_ALT_RIGHT | ZUST_MF_META | ZUST_MF_META_RIGHT;
+    constexpr int MODIFIERS = ZUST_MF_SHIFT | ZUST_MF_SHIFT_RIGHT | ZUST_MF_CONTROL | ZUST_MF_CONTROL_RIGHT
+                              | ZUST_MF_ALT | ZUST_MF_ALT_RIGHT | ZUST_MF_META | ZUST_MF_META_RIGHT;
     if ((flags & MODIFIERS) == 0 && !m_bAltGrActivated
-        && !m_keysDown.containsAny<ZUST_KEY_LSHIFT, ZUST_KEY_RSHIFT, ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL, ZUST_KEY_LALT,
-                                   ZUST_KEY_RALT, ZUST_KEY_LMETA, ZUST_KEY_RMETA>())
+        && !m_keysDown.containsAny<ZUST_KEY_LSHIFT, ZUST_KEY_RSHIFT, ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL,
+                                   ZUST_KEY_LALT, ZUST_KEY_RALT, ZUST_KEY_LMETA, ZUST_KEY_RMETA>())
         return;
 
     if (flags & ZUST_MF_META_RIGHT)

@@ -132,19 +132,41 @@ bool toReport(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
 
 // ---- the queue -------------------------------------------------------------------------------------------------
 
-void RiMouse::Fifo::enqueue(EvDevReport&& report)
+RiMouse::Fifo::SpareBlock::~SpareBlock()
+{
+    if (m_spare)
+        std::pmr::new_delete_resource()->deallocate(m_spare, m_spareBytes);
+}
+
+void* RiMouse::Fifo::SpareBlock::do_allocate(size_t bytes, size_t alignment)
+{
+    if (m_spare && m_spareBytes == bytes)
+        return std::exchange(m_spare, nullptr);
+    return std::pmr::new_delete_resource()->allocate(bytes, alignment);
+}
+
+// The newest is kept: the queue's table of blocks comes here as well, once for each size that it outgrows.
+void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t alignment)
+{
+    std::swap(m_spare, block);
+    std::swap(m_spareBytes, bytes);
+    if (block)
+        std::pmr::new_delete_resource()->deallocate(block, bytes, alignment);
+}
+
+[[gnu::hot]] void RiMouse::Fifo::enqueue(EvDevReport&& report)
 {
     enqueue(std::as_const(report)); // plain data: moving is copying
 }
 
-void RiMouse::Fifo::enqueue(const EvDevReport& report)
+[[gnu::hot]] void RiMouse::Fifo::enqueue(const EvDevReport& report)
 {
     std::lock_guard lock(m_mutex);
     m_queue.push(report);
     m_dataAvailable.notify_one();
 }
 
-bool RiMouse::Fifo::dequeue(EvDevReport& report, const std::atomic<bool>& exitSignaled)
+[[gnu::hot]] bool RiMouse::Fifo::dequeue(EvDevReport& report, const std::atomic<bool>& exitSignaled)
 {
     std::unique_lock lock(m_mutex);
     m_dataAvailable.wait(lock, [&] { return !m_queue.empty() || exitSignaled; });
@@ -162,7 +184,7 @@ void RiMouse::Fifo::signalExit(std::atomic<bool>& exitSignaled)
     m_dataAvailable.notify_one();
 }
 
-size_t RiMouse::Fifo::getReportsCount() const
+[[gnu::hot]] size_t RiMouse::Fifo::getReportsCount() const
 {
     std::lock_guard lock(m_mutex);
     return m_queue.size();
@@ -206,7 +228,7 @@ RiMouse::~RiMouse()
     resetState();
 }
 
-bool RiMouse::respond(const ZustInputEvent* event, const InputTimeStats& stats)
+[[gnu::hot]] bool RiMouse::respond(const ZustInputEvent* event, const InputTimeStats& stats)
 {
     if (!m_mouse)
         return false;
@@ -220,7 +242,7 @@ bool RiMouse::respond(const ZustInputEvent* event, const InputTimeStats& stats)
     return true;
 }
 
-void RiMouse::thread()
+[[gnu::hot]] void RiMouse::thread()
 {
     // The default slack of 50 us would lengthen every sleep of the pacing by as much.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
@@ -273,7 +295,7 @@ void RiMouse::thread()
     }
 }
 
-void RiMouse::writeMove(long dx, long dy)
+[[gnu::hot]] void RiMouse::writeMove(long dx, long dy)
 {
     std::lock_guard lock(m_deviceMutex);
     if (dx != 0)
@@ -283,7 +305,7 @@ void RiMouse::writeMove(long dx, long dy)
     m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0); // also after a move that came to nothing
 }
 
-void RiMouse::writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId)
+[[gnu::hot]] void RiMouse::writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId)
 {
     std::lock_guard lock(m_deviceMutex);
     if (report.type == EV_KEY)

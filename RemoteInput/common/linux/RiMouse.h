@@ -13,7 +13,9 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <memory_resource>
 #include <mutex>
 #include <queue>
 #include <string>
@@ -56,7 +58,26 @@ public:
         size_t getReportsCount() const;
 
     private:
-        std::queue<EvDevReport> m_queue; // guarded by m_mutex
+        /// The queue's memory. A deque that stays short gives a block back for each one that it asks for: the one given
+        /// back last is kept for the next.
+        class SpareBlock : public std::pmr::memory_resource
+        {
+        public:
+            ~SpareBlock() override;
+
+        private:
+            void* do_allocate(size_t bytes, size_t alignment) override;
+            void do_deallocate(void* block, size_t bytes, size_t alignment) override;
+            bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override { return this == &other; }
+
+            void* m_spare = nullptr;
+            size_t m_spareBytes = 0;
+        };
+
+        using Reports = std::pmr::deque<EvDevReport>;
+
+        SpareBlock m_memory; // guarded by m_mutex, as the next
+        std::queue<EvDevReport, Reports> m_queue{Reports(&m_memory)};
         mutable std::mutex m_mutex;
         std::condition_variable m_dataAvailable; // signalled once per report, and on exit
     };

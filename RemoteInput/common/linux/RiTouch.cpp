@@ -107,7 +107,7 @@ bool RiTouch::deinit()
     return ok;
 }
 
-bool RiTouch::respond(const ZustInputEvent* event, const InputTimeStats&)
+[[gnu::hot]] bool RiTouch::respond(const ZustInputEvent* event, const InputTimeStats&)
 {
     std::lock_guard lock(m_mutex);
     if (!m_touch)
@@ -124,7 +124,7 @@ bool RiTouch::respond(const ZustInputEvent* event, const InputTimeStats&)
     return writeEvent(EV_SYN, SYN_REPORT, 0) && ok;
 }
 
-bool RiTouch::writePoint(const ZustTouchPointLowLevel& point)
+[[gnu::hot]] bool RiTouch::writePoint(const ZustTouchPointLowLevel& point)
 {
     auto contact = findContact(point.id);
     const bool isNew = contact == m_touchIdToSlot.end() || contact->first != point.id;
@@ -167,7 +167,7 @@ bool RiTouch::writePoint(const ZustTouchPointLowLevel& point)
     return ok;
 }
 
-bool RiTouch::lift(std::vector<Contact>::iterator contact)
+[[gnu::hot]] bool RiTouch::lift(std::vector<Contact>::iterator contact)
 {
     if (!writeEvent(EV_ABS, ABS_MT_TRACKING_ID, -1))
         return false;
@@ -176,13 +176,13 @@ bool RiTouch::lift(std::vector<Contact>::iterator contact)
     return true;
 }
 
-std::vector<RiTouch::Contact>::iterator RiTouch::findContact(uint16_t id)
+[[gnu::hot]] std::vector<RiTouch::Contact>::iterator RiTouch::findContact(uint16_t id)
 {
     return std::lower_bound(m_touchIdToSlot.begin(), m_touchIdToSlot.end(), id,
                             [](const Contact& contact, uint16_t wanted) { return contact.first < wanted; });
 }
 
-bool RiTouch::writeEvent(unsigned int type, unsigned int code, int value)
+[[gnu::hot]] bool RiTouch::writeEvent(unsigned int type, unsigned int code, int value)
 {
     const int result = m_touch->writeEvent(type, code, value);
     if (result == 0)

@@ -68,7 +68,7 @@ int VirtualEvDevActual::enableEventCode(unsigned int type, unsigned int code, co
     return libevdev_enable_event_code(m_libevdev.get(), type, code, data);
 }
 
-int VirtualEvDevUinputActual::writeEvent(unsigned int type, unsigned int code, int value)
+[[gnu::hot]] int VirtualEvDevUinputActual::writeEvent(unsigned int type, unsigned int code, int value)
 {
     // libevdev does not check the handle, and responders may write to a device that could not be made.
     if (!m_uinput)

@@ -130,8 +130,8 @@ void zuisCreateHandle(ZuisHandle* inputStreamHandle, ZuisInputConfig* config)
     }
 }
 
-void onInputReceived(ZuisHandle inputStreamHandle, ZustStreamConnection, const ZustInputEvent* event,
-                     uint64_t receivedTime, uint64_t sentTime)
+[[gnu::hot]] void onInputReceived(ZuisHandle inputStreamHandle, ZustStreamConnection, const ZustInputEvent* event,
+                                  uint64_t receivedTime, uint64_t sentTime)
 {
     // The stream exists even when the injector could not be made, and the stack delivers all the same.
     if (!inputStreamHandle) [[unlikely]]
