@@ -8,6 +8,7 @@
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,6 +16,7 @@
 #include "tests/common/CountAllocations.h"
 #include "tests/support/Server.h"
 #include "tests/support/WriteDouble.h"
+#include "tests/support/XServer.h"
 
 namespace
 {
@@ -80,8 +82,11 @@ private:
     ZustStreamConfig m_config{};
 };
 
+constexpr unsigned long long ANY = ~0ULL;
+
 /// Runs the function in a process of its own and counts its system calls, from one call of getppid() to the next.
-long systemCallsBetweenMarks(const std::function<void()>& function)
+/// \param number only calls of this one
+long systemCallsBetweenMarks(const std::function<void()>& function, unsigned long long number = ANY)
 {
     const pid_t child = fork();
     if (child == 0)
@@ -107,7 +112,8 @@ long systemCallsBetweenMarks(const std::function<void()>& function)
         user_regs_struct registers{};
         ptrace(PTRACE_GETREGS, child, nullptr, &registers);
         marks += registers.orig_rax == MARK;
-        stops += registers.orig_rax != MARK && marks == 2; // a call stops when it is entered and when it is left
+        const bool counts = number == ANY ? registers.orig_rax != MARK : registers.orig_rax == number;
+        stops += counts && marks == 2; // a call stops when it is entered and when it is left
     }
     EXPECT_EQ(marks, 4);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
@@ -149,4 +155,39 @@ TEST(CostTest, TheOnlySystemCallsAreTheWrites)
             getppid();
         });
     EXPECT_EQ(calls, static_cast<long>(writesOfTwo * ROUNDS / 2));
+}
+
+// Only a host for which SIGPIPE is the end has it kept away, by two calls per frame.
+TEST(CostTest, AnXTestFrameLeavesSignalsAloneWhenTheHostIgnoresSigpipe)
+{
+    constexpr unsigned long long RT_SIGPROCMASK = 14;
+    constexpr int KEYS = 50;
+    for (const auto& [disposition, callsPerFrame] : {std::pair(SIG_DFL, 2), std::pair(SIG_IGN, 0)})
+    {
+        const long calls = systemCallsBetweenMarks(
+            [&]
+            {
+                std::signal(SIGPIPE, disposition);
+                const XServer x;
+                selectBackend("xtest");
+                Server server;
+                server.open();
+                server.tap(ZUST_KEY_A); // what the first frame needs once is not counted
+                server.drain();
+                ZustStreamConfig config{};
+                zudevStreamInfo(server.stream(), &config, nullptr);
+                ZustInputEvent event{};
+                event.type = ZUST_EVENT_KEYBOARD;
+                getppid();
+                for (int i = 0; i < KEYS; ++i)
+                {
+                    event.event.keyboardEvent = {ZUST_KEY_A, 0, 0, i % 2 == 0 ? ZUST_KEYSTATE_DOWN : ZUST_KEYSTATE_UP,
+                                                 1};
+                    config.config.input.onInputReceived(config.config.input.context, nullptr, &event, 1, 1);
+                }
+                getppid();
+            },
+            RT_SIGPROCMASK);
+        EXPECT_EQ(calls, callsPerFrame * KEYS);
+    }
 }

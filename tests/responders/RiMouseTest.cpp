@@ -9,6 +9,7 @@
 
 #include "RemoteInput/common/ReportTimer.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
+#include "tests/common/CountAllocations.h"
 #include "tests/responders/Events.h"
 #include "tests/responders/FakeDesktop.h"
 #include "tests/responders/SteppedClock.h"
@@ -265,6 +266,29 @@ TEST(RiMouseFifoTest, LeavesInOrderUntilTheExitIsSignalled)
     EXPECT_FALSE(fifo.dequeue(report, exit));
     EXPECT_EQ(report.data1, 2);
     EXPECT_EQ(fifo.getReportsCount(), 1u);
+}
+
+TEST(RiMouseFifoTest, TakesNoMemoryWhileItStaysShort)
+{
+    const int before = allocationsOfThisThread();
+    RiMouse::Fifo fifo;
+    ASSERT_GT(allocationsOfThisThread(), before) << "allocations are not counted";
+    std::atomic<bool> exit{false};
+    RiMouse::EvDevReport report;
+    int settled = 0;
+    for (const int length : {1, 5, 300, 5}) // the long one is where its table of blocks grows
+    {
+        for (int i = 0; i < 1000; ++i)
+        {
+            settled = i < 500 ? allocationsOfThisThread() : settled;
+            while (fifo.getReportsCount() < static_cast<size_t>(length))
+                fifo.enqueue(report);
+            fifo.dequeue(report, exit);
+        }
+        EXPECT_EQ(allocationsOfThisThread(), settled) << length;
+        while (fifo.getReportsCount() > 0)
+            fifo.dequeue(report, exit);
+    }
 }
 
 TEST_F(RiMouseTest, StoppingDropsWhatIsQueued)

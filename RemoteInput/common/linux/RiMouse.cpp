@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -134,24 +135,22 @@ bool toReport(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
 
 RiMouse::Fifo::SpareBlock::~SpareBlock()
 {
-    if (m_spare)
-        std::pmr::new_delete_resource()->deallocate(m_spare, m_spareBytes);
+    ::operator delete(m_spare);
 }
 
-void* RiMouse::Fifo::SpareBlock::do_allocate(size_t bytes, size_t alignment)
+// Reports and pointers need no more alignment than any memory has.
+void* RiMouse::Fifo::SpareBlock::do_allocate(size_t bytes, size_t)
 {
     if (m_spare && m_spareBytes == bytes)
         return std::exchange(m_spare, nullptr);
-    return std::pmr::new_delete_resource()->allocate(bytes, alignment);
+    return ::operator new(bytes);
 }
 
 // The newest is kept: the queue's table of blocks comes here as well, once for each size that it outgrows.
-void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t alignment)
+void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t)
 {
-    std::swap(m_spare, block);
-    std::swap(m_spareBytes, bytes);
-    if (block)
-        std::pmr::new_delete_resource()->deallocate(block, bytes, alignment);
+    ::operator delete(std::exchange(m_spare, block));
+    m_spareBytes = bytes;
 }
 
 [[gnu::hot]] void RiMouse::Fifo::enqueue(EvDevReport&& report)
