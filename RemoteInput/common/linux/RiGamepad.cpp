@@ -113,6 +113,7 @@ RiGamepad::Gamepad::Gamepad()
         LOG_ERROR(0x03030002, LOG_TAG, "Error creating gamepad device!  See above.");
 }
 
+// One function: after a system call each return is a jump that the processor may no longer foresee.
 [[gnu::hot, gnu::flatten]] bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
 {
     if (!m_device)
