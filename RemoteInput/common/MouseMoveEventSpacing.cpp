@@ -3,7 +3,8 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+
+#include "common/util/RegularFile.h"
 
 namespace
 {
@@ -186,7 +187,7 @@ void MouseEventsSpacingState::readAndUpdateParams()
 
 void MouseEventsSpacingState::_readAndUpdateParams(const std::string& fileName)
 {
-    std::ifstream file(fileName);
+    RegularFile file(fileName);
     ParamCode code = none;
     char line[LINE_SIZE];
     while (file.getline(line, sizeof(line))) // fails on a line that does not fit

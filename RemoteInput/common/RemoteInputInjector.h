@@ -4,6 +4,7 @@
 #include "RemoteInput/common/RimBase.h"
 #include "StreamSdk/include/TelemetrySender.h"
 #include "StreamSdk/include/ZuStreamInput.h"
+#include "common/util/InUse.h"
 
 #include <atomic>
 #include <cstdint>
@@ -53,6 +54,7 @@ public:
 private:
     class Impl;
 
+    const InUse m_inUse; // from before the first device until after the last
     BlockedKeyMap m_blockedKeys;
     std::atomic<bool> m_paused{false}; // relaxed: a lone switch between the control and the event thread
     bool m_statsEnabled = false;       // set once, before the first event

@@ -1,9 +1,9 @@
 #include "common/util/ConfigFileStorage.h"
 
-#include <fstream>
-
 #include "common/util/EnvironmentStorage.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
+#include "common/util/RegularFile.h"
 
 namespace
 {
@@ -92,21 +92,21 @@ CONFIG_STATUS ConfigFileStorage::Get(const std::string& key, StringList& value) 
 
 const std::string& ConfigFileStorage::DefaultPath()
 {
-    static const std::string path = GetLinuxFolderDefault("XDG_CONFIG_HOME", ".config");
-    return path;
+    static const KeptInUse<std::string> path(GetLinuxFolderDefault("XDG_CONFIG_HOME", ".config"));
+    return *path;
 }
 
 const std::string& ConfigFileStorage::DefaultFile()
 {
-    static const std::string file = DefaultPath() + "/" + "regkeys.txt";
-    return file;
+    static const KeptInUse<std::string> file(DefaultPath() + "/" + "regkeys.txt");
+    return *file;
 }
 
 void ConfigFileStorage::ReadConfigFile(const std::string& path)
 {
     try
     {
-        std::ifstream file(path);
+        RegularFile file(path);
         m_bIsOpen = file.is_open();
         if (!m_bIsOpen)
         {

@@ -6,6 +6,7 @@
 
 #include "common/util/ConfigFileStorage.h"
 #include "common/util/EnvironmentStorage.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 
 namespace
@@ -82,8 +83,8 @@ SettingsManager::~SettingsManager()
 
 SettingsManager& SettingsManager::GetInstance()
 {
-    static SettingsManager instance(ModuleSettingsStorage);
-    static SettingsManager* const published = m_pSingletonObject = &instance;
+    static KeptInUse<SettingsManager> instance(ModuleSettingsStorage);
+    static SettingsManager* const published = m_pSingletonObject = &*instance;
     return *published;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <sstream>
+#include <sys/stat.h>
 
 #include "common/util/ConfigFileStorage.h"
 #include "common/util/EnvironmentStorage.h"
@@ -123,14 +124,18 @@ TEST(ConfigFileStorageTest, FilesThatCannotBeRead)
     const TempFolder folder;
     const std::string& directory = folder.path(); // opens, but does not read
     const std::string missing = folder.path() + "/missing";
+    const std::string fifo = folder.path() + "/fifo"; // nobody writes to it
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string tag = "ConfigFileStorage";
     const LogLine cannotOpen{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:" + missing + ">"};
+    const LogLine cannotOpenFifo{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:" + fifo + ">"};
+    const LogLine cannotOpenDevice{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:/dev/zero>"};
     const LogLine opened{ZUST_LL_VERBOSE, tag, "Open and read settings from config file: " + directory};
     const LogLine failed{ZUST_LL_WARNING, tag, "Exception when opening settings file: <private:" + directory + ">"};
     const LogLine notOpened{ZUST_LL_WARNING, tag, "Config file wasn't opened"};
 
     fakestack::takeLog();
-    for (const std::string& path : {missing, directory})
+    for (const std::string& path : {missing, fifo, std::string("/dev/zero"), directory})
     {
         const ConfigFileStorage storage(ModuleSettingsStorage, path);
         EXPECT_FALSE(storage.IsOpen());
@@ -142,8 +147,10 @@ TEST(ConfigFileStorageTest, FilesThatCannotBeRead)
         EXPECT_THAT(list, ElementsAre("default"));
         EXPECT_EQ(ConfigFileStorage::Create(path, ModuleSettingsStorage), nullptr);
     }
-    EXPECT_THAT(fakestack::takeLog(), ElementsAre(cannotOpen, notOpened, notOpened, cannotOpen, opened, failed,
-                                                  notOpened, notOpened, opened, failed));
+    EXPECT_THAT(fakestack::takeLog(),
+                ElementsAre(cannotOpen, notOpened, notOpened, cannotOpen, cannotOpenFifo, notOpened, notOpened,
+                            cannotOpenFifo, cannotOpenDevice, notOpened, notOpened, cannotOpenDevice, opened, failed,
+                            notOpened, notOpened, opened, failed));
 }
 
 TEST(EnvironmentStorageTest, AnswersFromVariables)

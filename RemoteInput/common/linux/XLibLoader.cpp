@@ -1,6 +1,7 @@
 #include "RemoteInput/common/linux/XLibLoader.h"
 
 #include "StreamSdk/include/ZuStream.h"
+#include "common/util/InUse.h"
 
 XLibLoader::~XLibLoader()
 {
@@ -13,8 +14,8 @@ XLibLoader::~XLibLoader()
 
 XLibLoader& XLibLoader::instance()
 {
-    static XLibLoader loader;
-    return loader;
+    static KeptInUse<XLibLoader> loader;
+    return *loader;
 }
 
 void* XLibLoader::getFunction(const std::wstring& library, const std::string& function)

@@ -6,6 +6,7 @@
 #include "RemoteInput/common/RemoteInputInjector.h"
 #include "StreamSdk/include/TelemetrySender.h"
 #include "StreamSdk/include/ZuStream.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 
 #define ZUIS_EXPORT __attribute__((visibility("default")))
@@ -22,7 +23,7 @@ constexpr uint32_t LOGGER_PLAIN = 0;
 constexpr uint32_t LOGGER_MAX_FILE_SIZE = 4'000'000;
 
 // The default sink. Lives as long as the library, since its address ends up in callers' records.
-const TelemetrySenderNull g_telemetrySenderNull;
+const KeptInUse<TelemetrySenderNull> g_telemetrySenderNull;
 
 // Runs what a C caller asked for: no exception gets past it.
 template <class Result, class Function>
@@ -112,8 +113,8 @@ void zuisCreateHandle(ZuisHandle* inputStreamHandle, ZuisInputConfig* config)
         return;
     }
     if (config && !config->telemetrySender)
-        config->telemetrySender = &g_telemetrySenderNull;
-    const TelemetrySender& telemetry = config ? *config->telemetrySender : g_telemetrySenderNull;
+        config->telemetrySender = &*g_telemetrySenderNull;
+    const TelemetrySender& telemetry = config ? *config->telemetrySender : *g_telemetrySenderNull;
 
     LOG_INFO(0x01010006, LOG_TAG, "Creating RemoteInputInjector for Input stream");
     try
