@@ -18,7 +18,7 @@ FLOORS = [
     # It makes its Impl, so it is built with the responders, although its header lies below.
     (COMMON + r"RemoteInputInjector\.cpp$", 5),
     (LINUX + r"(Ri|MouseConverter|Key|RemoteInputInjectorImpl)", 5),
-    (LINUX + r"(VirtualEvDev|XHelpers|XLibLoader|ScopedDisplay)", 4),
+    (LINUX + r"(VirtualEvDev|OwnDisplays|XHelpers|XLibLoader|XTimeLimit|ScopedDisplay)", 4),
     # The collector holds it by value; it needs only the standard library.
     (LINUX + r"TmReportingThread", 3),
     (COMMON + r"[^/]*$", 3),

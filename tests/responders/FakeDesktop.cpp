@@ -8,12 +8,15 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput.h>
 
+#include "RemoteInput/common/linux/XHelpers.h"
+
 namespace
 {
 
 constexpr Window ROOT = 0x123;
 
 std::atomic<int> openDisplays{0};
+std::atomic<XIOErrorHandler> ioErrorHandler{nullptr};
 
 // What the macros of Xlib look into.
 struct FakeDisplay
@@ -37,7 +40,7 @@ int openFakeDisplays()
 
 ScopedDisplay openFakeDisplay()
 {
-    return ScopedDisplay(XOpenDisplay(nullptr));
+    return ScopedDisplay(XOpenDisplayCheckInitialized(nullptr));
 }
 
 extern "C"
@@ -50,7 +53,12 @@ extern "C"
 
     XIOErrorHandler XSetIOErrorHandler(XIOErrorHandler handler)
     {
-        static XIOErrorHandler current = nullptr;
+        return ioErrorHandler.exchange(handler);
+    }
+
+    XErrorHandler XSetErrorHandler(XErrorHandler handler)
+    {
+        static XErrorHandler current = nullptr;
         return std::exchange(current, handler);
     }
 
@@ -63,6 +71,7 @@ extern "C"
         ++openDisplays;
         auto* const made = new FakeDisplay;
         made->screen.root = ROOT;
+        made->visible.fd = -1;
         made->visible.screens = &made->screen;
         return reinterpret_cast<Display*>(made);
     }
@@ -82,14 +91,17 @@ extern "C"
         return 0;
     }
 
-    Bool XQueryPointer(Display*, Window window, Window* root, Window* child, int* rootX, int* rootY, int* windowX,
-                       int* windowY, unsigned int* mask)
+    Bool XQueryPointer(Display* display, Window window, Window* root, Window* child, int* rootX, int* rootY,
+                       int* windowX, int* windowY, unsigned int* mask)
     {
         ++fakeDesktop().pointerQueries;
         *root = *child = *mask = 0;
         *windowX = *windowY = -1; // not what callers are after
         if (fakeDesktop().serverGone)
+        {
             pthread_kill(pthread_self(), SIGPIPE);
+            ioErrorHandler.load()(display);
+        }
         std::tie(*rootX, *rootY) = fakeDesktop().cursor.value_or(FakeDesktop::Pair{4711, 4711});
         return fakeDesktop().cursor && !fakeDesktop().serverGone && window == ROOT;
     }

@@ -102,9 +102,9 @@ void MouseConverter::updateScreenDimensions(long now)
         return;
     m_lastScreenDimensionTime = now;
 
-    const ScopedXCalls calls;
+    const ScopedXCalls calls(m_display);
     XWindowAttributes attributes;
-    if (xServerLost(m_display) || XGetWindowAttributes(m_display, DefaultRootWindow(m_display), &attributes) == 0)
+    if (!calls || XGetWindowAttributes(m_display, DefaultRootWindow(m_display), &attributes) == 0)
         return;
     m_screenWidth = attributes.width;
     m_screenHeight = attributes.height;
@@ -112,7 +112,7 @@ void MouseConverter::updateScreenDimensions(long now)
 
 bool MouseConverter::getCursorPos(Vector& pos)
 {
-    const ScopedXCalls calls;
+    const ScopedXCalls calls(m_display);
     Window root;
     Window child;
     int rootX;
@@ -120,7 +120,7 @@ bool MouseConverter::getCursorPos(Vector& pos)
     int windowX;
     int windowY;
     unsigned int mask;
-    if (xServerLost(m_display)
+    if (!calls
         || !XQueryPointer(m_display, DefaultRootWindow(m_display), &root, &child, &rootX, &rootY, &windowX, &windowY,
                           &mask))
         return false;

@@ -1,5 +1,8 @@
 #include "RemoteInput/common/linux/RemoteInputInjectorImpl.h"
 
+#include <chrono>
+#include <thread>
+
 #include "common/util/Log.h"
 
 namespace
@@ -7,6 +10,7 @@ namespace
 
 constexpr char LOG_TAG[] = "RemoteInputInjectorLinux";
 constexpr uint32_t DEFAULT_SENSITIVITY = 10;
+constexpr std::chrono::seconds DESTRUCTION_LIMIT{2};
 
 } // namespace
 
@@ -43,6 +47,12 @@ RemoteInputInjector::Impl::Impl(const TelemetrySender& telemetry, zuri::HapticsC
     , m_gamepad(telemetry)
 {
     m_mouseActive = &m_mouseWithReset;
+}
+
+RemoteInputInjector::Impl::~Impl()
+{
+    m_destructionLimit.emplace(DESTRUCTION_LIMIT,
+                               XTimeLimit::Threads{std::this_thread::get_id(), m_mouse.injectionThread()});
 }
 
 [[gnu::hot]] void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)

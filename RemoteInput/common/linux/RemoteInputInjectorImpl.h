@@ -7,6 +7,9 @@
 #include "RemoteInput/common/linux/RiMouse.h"
 #include "RemoteInput/common/linux/RiMouseSettings.h"
 #include "RemoteInput/common/linux/RiTouch.h"
+#include "RemoteInput/common/linux/XTimeLimit.h"
+
+#include <optional>
 
 /// Owns one responder per kind of input and routes each event to its responder. Threads as for RemoteInputInjector.
 class RemoteInputInjector::Impl
@@ -15,6 +18,9 @@ public:
     /// \param blockedKeys borrowed; must outlive this object
     Impl(const TelemetrySender& telemetry, zuri::HapticsCallbackType, const BlockedKeyMap& blockedKeys,
          HidOutputCallbackType);
+
+    /// Takes some 2 s at most when the X server does not answer.
+    ~Impl();
 
     void OnEvent(const ZustInputEvent* event, const InputTimeStats& stats);
     void Reset();
@@ -39,6 +45,8 @@ private:
     };
 
     RimBase& responderFor(ZustInputEventType type);
+
+    std::optional<XTimeLimit> m_destructionLimit; // set in the destructor, over the destruction of what follows
 
     // Constructed in this order, destroyed in reverse: the devices appear on the host in the same order every time.
     RimNoOp m_noOp;

@@ -5,11 +5,14 @@
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 
 #include <X11/extensions/XInput.h>
 
 #include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XTimeLimit.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 #include "common/util/TimeUtils.h"
 
@@ -31,6 +34,10 @@ constexpr double TRANSFORMATION_MULTIPLIERS[2][MAX_SENSITIVITY] = {
     {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, 1.0, 1.1, 1.2, 1.3, 1.4, 1.5, 1.6, 1.7, 1.8, 1.9, 2.0},
 };
 
+// libXi (1.8) forgets the extension with the last display that used it, without a lock: a list that another thread asks
+// for at that moment crashes. Held during calls that an XTimeLimit bounds.
+constinit std::mutex xInputMutex;
+
 struct PointerSpeed
 {
     unsigned int upToSensitivity;
@@ -47,14 +54,14 @@ constexpr std::array POINTER_SPEEDS{
 // Quoted, so that the shell passes each name as one word.
 const std::string& transformationMatrixConfig()
 {
-    static const std::string TRANSFORMATION_MATRIX_CONFIG = "\"Coordinate Transformation Matrix\"";
-    return TRANSFORMATION_MATRIX_CONFIG;
+    static const KeptInUse<std::string> TRANSFORMATION_MATRIX_CONFIG("\"Coordinate Transformation Matrix\"");
+    return *TRANSFORMATION_MATRIX_CONFIG;
 }
 
 const std::string& accelerationProfileConfig()
 {
-    static const std::string ACCELERATION_PROFILE_CONFIG = "\"libinput Accel Profile Enabled\"";
-    return ACCELERATION_PROFILE_CONFIG;
+    static const KeptInUse<std::string> ACCELERATION_PROFILE_CONFIG("\"libinput Accel Profile Enabled\"");
+    return *ACCELERATION_PROFILE_CONFIG;
 }
 
 std::string setPropertyCommand(RiMouseSettings::DeviceId device, const std::string& property, const std::string& value)
@@ -90,9 +97,17 @@ RiMouseSettings::RiMouseSettings(const RiMouse& mouse)
     acquireXid();
 }
 
+RiMouseSettings::~RiMouseSettings()
+{
+    std::lock_guard lock(xInputMutex);
+    m_display.reset();
+}
+
 void RiMouseSettings::acquireXid()
 {
     const long start = GetMillisecondsSinceEpoch();
+    // A server that does not answer takes no longer than one that does not know the name.
+    const XTimeLimit limit(std::chrono::milliseconds(ACQUIRE_TIMEOUT_MS), {std::this_thread::get_id()});
     while (true)
     {
         const std::string name = m_riMouse.GetDeviceName();
@@ -115,9 +130,13 @@ void RiMouseSettings::acquireXid()
 
 RiMouseSettings::DeviceId RiMouseSettings::findDevice(const std::string& name) const
 {
+    const std::lock_guard xInputLock(xInputMutex);
     const ScopedXLock lock(m_display.get());
+    if (!lock)
+        return INVALID_XID;
     int count = 0;
-    XDeviceInfo* const devices = XListInputDevices(m_display.get(), &count);
+    XDeviceInfo* devices = nullptr;
+    untilServerIsLost([&] { devices = XListInputDevices(m_display.get(), &count); });
     if (!devices)
         return INVALID_XID;
 

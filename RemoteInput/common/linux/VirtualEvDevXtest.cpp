@@ -30,6 +30,8 @@ constexpr unsigned int X_KEY_OFFSET = 8; // X key codes begin at 8
 constexpr unsigned int WHEEL_UP_BUTTON = 4;
 constexpr unsigned int WHEEL_DOWN_BUTTON = 5;
 
+constexpr size_t USUAL_FRAME = 32; // events
+
 constexpr char QUERY_EXTENSION[] = "XTestQueryExtension";
 
 template <typename Function>
@@ -50,16 +52,35 @@ Function* requireFunction(const char* name)
     return function;
 }
 
+struct Extension
+{
+    int present = 0;
+    int eventBase = 0;
+    int errorBase = 0;
+    int major = 0;
+    int minor = 0;
+};
+
+// The first use of the extension on a display. A server that is lost meanwhile has none.
+Extension queryExtension(Display* display, QueryExtension* query)
+{
+    Extension found;
+    const ScopedXCalls calls(display);
+    const bool answered =
+        calls
+        && untilServerIsLost(
+            [&] { found.present = query(display, &found.eventBase, &found.errorBase, &found.major, &found.minor); });
+    return answered ? found : Extension{};
+}
+
 // An extension that is first used after the server has gone is taken for present, from an answer that never came, and
 // closing the display then ends in freed memory (libXext 1.3.4). So a device uses it once while the server is there.
 void useExtension(Display* display)
 {
     const auto query =
         reinterpret_cast<QueryExtension*>(XLibLoader::instance().getKnownFunction(XTEST_LIBRARY, QUERY_EXTENSION));
-    int ignored[4] = {};
-    const ScopedXCalls calls;
-    if (display && query)
-        query(display, &ignored[0], &ignored[1], &ignored[2], &ignored[3]);
+    if (query)
+        queryExtension(display, query);
 }
 
 uint64_t steadyMilliseconds()
@@ -87,14 +108,10 @@ bool VirtualEvDevXtest::create()
 
     if (const auto query = findFunction<QueryExtension>(QUERY_EXTENSION))
     {
-        int eventBase = 0;
-        int errorBase = 0;
-        int major = 0;
-        int minor = 0;
-        const ScopedXCalls calls;
-        if (query(display.get(), &eventBase, &errorBase, &major, &minor) != 1)
+        const Extension extension = queryExtension(display.get(), query);
+        if (extension.present != 1)
             throw std::runtime_error("XTest Extension not present");
-        LOG_INFO(0x04030001, TAG, "XTest Extension Present: (%d:%d)", major, minor);
+        LOG_INFO(0x04030001, TAG, "XTest Extension Present: (%d:%d)", extension.major, extension.minor);
     }
     return true;
 }
@@ -108,7 +125,13 @@ int VirtualEvDevXtest::createFromDevice(int fd, std::unique_ptr<VirtualEvDevUinp
 }
 
 VirtualEvDevUinputXtest::VirtualEvDevUinputXtest() = default;
-VirtualEvDevUinputXtest::~VirtualEvDevUinputXtest() = default;
+
+// A finger stays down when touch ends, as far as the responder is concerned.
+VirtualEvDevUinputXtest::~VirtualEvDevUinputXtest()
+{
+    if (m_heldKeys.any() || m_heldButtons.any())
+        liftHeld();
+}
 
 int VirtualEvDevUinputXtest::create(const VirtualEvDevXtest& builder, int)
 {
@@ -120,6 +143,7 @@ int VirtualEvDevUinputXtest::create(const VirtualEvDevXtest& builder, int)
     state->XTestFakeKeyEvent = requireFunction<FakeKeyEvent>("XTestFakeKeyEvent");
     useExtension(state->display.get());
     m_state = std::move(state);
+    m_events.reserve(USUAL_FRAME);
 
     builder.copyData(m_evData);
     switch (m_evData.type)
@@ -154,19 +178,49 @@ int VirtualEvDevUinputXtest::writeEvent(unsigned int type, unsigned int code, in
         m_events.push_back({code, value, steadyMilliseconds()});
         return 0;
     }
-    // The display may be missing when the server refused a second connection, or dead; Xlib would survive neither.
-    if (m_state->display && !xServerLost(m_state->display.get()))
-        (this->*m_sendFunc)();
+    (this->*m_sendFunc)();
     m_events.clear();
     return 0;
+}
+
+void VirtualEvDevUinputXtest::fakeKey(unsigned int keyCode, bool press)
+{
+    m_state->XTestFakeKeyEvent(m_state->display.get(), keyCode, press, NO_DELAY);
+    m_heldKeys.set(static_cast<uint8_t>(keyCode), press);
+}
+
+void VirtualEvDevUinputXtest::fakeButton(unsigned int button, bool press)
+{
+    m_state->XTestFakeButtonEvent(m_state->display.get(), button, press, NO_DELAY);
+    m_heldButtons.set(static_cast<uint8_t>(button), press);
+}
+
+// In all that follows, the display may be missing, when the server refused a second connection, or lost; Xlib would
+// survive neither.
+
+// Closing the display waits for the server to have done it.
+void VirtualEvDevUinputXtest::liftHeld()
+{
+    const ScopedXLock lock(m_state->display.get());
+    if (!lock)
+        return;
+    for (unsigned int code = 0; code < m_heldKeys.size(); ++code)
+    {
+        if (m_heldKeys.test(code))
+            fakeKey(code, false);
+        if (m_heldButtons.test(code))
+            fakeButton(code, false);
+    }
 }
 
 void VirtualEvDevUinputXtest::sendKeyboardEvents()
 {
     Display* const display = m_state->display.get();
     const ScopedXLock lock(display);
+    if (!lock)
+        return;
     for (const Event& event : m_events)
-        m_state->XTestFakeKeyEvent(display, event.code + X_KEY_OFFSET, event.value != 0, NO_DELAY);
+        fakeKey(event.code + X_KEY_OFFSET, event.value != 0);
     XSync(display, False);
 }
 
@@ -174,6 +228,8 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
 {
     Display* const display = m_state->display.get();
     const ScopedXLock lock(display);
+    if (!lock)
+        return;
     int dx = 0;
     int dy = 0;
 
@@ -185,9 +241,6 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
         dx = 0;
         dy = 0;
     };
-    const auto button = [&](unsigned int number, bool press)
-    { m_state->XTestFakeButtonEvent(display, number, press, NO_DELAY); };
-
     for (const Event& event : m_events)
     {
         switch (event.code)
@@ -204,8 +257,8 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
             const unsigned int number = event.value > 0 ? WHEEL_UP_BUTTON : WHEEL_DOWN_BUTTON;
             for (int64_t steps = std::abs(int64_t{event.value}); steps > 0; --steps)
             {
-                button(number, true);
-                button(number, false);
+                fakeButton(number, true);
+                fakeButton(number, false);
             }
             break;
         }
@@ -214,12 +267,12 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
         case BTN_MIDDLE:
             // Right is 2 and middle is 3 on purpose, although X counts them the other way round.
             flushMotion();
-            button(event.code - BTN_LEFT + 1, event.value != 0);
+            fakeButton(event.code - BTN_LEFT + 1, event.value != 0);
             break;
         case BTN_SIDE:
         case BTN_EXTRA:
             flushMotion();
-            button(event.code - BTN_SIDE + 8, event.value != 0);
+            fakeButton(event.code - BTN_SIDE + 8, event.value != 0);
             break;
         default:
             break;
@@ -233,6 +286,8 @@ void VirtualEvDevUinputXtest::sendTouchEvents()
 {
     Display* const display = m_state->display.get();
     const ScopedXLock lock(display);
+    if (!lock)
+        return;
     bool moved = false;
     bool touched = false;
     int touch = 0;
@@ -260,7 +315,7 @@ void VirtualEvDevUinputXtest::sendTouchEvents()
     if (moved)
         m_state->XTestFakeMotionEvent(display, DefaultScreen(display), m_mouseX, m_mouseY, NO_DELAY);
     if (touched)
-        m_state->XTestFakeButtonEvent(display, 1, touch >= 1, NO_DELAY);
+        fakeButton(1, touch >= 1);
     XSync(display, False);
 }
 

@@ -3,7 +3,10 @@
 
 #include "RemoteInput/common/linux/VirtualEvDev.h"
 
+#include <bitset>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 /// Describes a device that is no device: its input is replayed into the X server of the session by the XTest extension.
 class VirtualEvDevXtest : public VirtualEvDev
@@ -30,6 +33,8 @@ class VirtualEvDevUinputXtest : public VirtualEvDevUinput
 {
 public:
     VirtualEvDevUinputXtest();
+
+    /// Lifts the keys and buttons that the device still holds down.
     ~VirtualEvDevUinputXtest() override;
 
     /// See VirtualEvDevXtest::createFromDevice.
@@ -52,6 +57,9 @@ private:
 
     using SendFunction = void (VirtualEvDevUinputXtest::*)();
 
+    void fakeKey(unsigned int keyCode, bool press);
+    void fakeButton(unsigned int button, bool press);
+    void liftHeld();
     void sendKeyboardEvents();
     void sendMouseEvents();
     void sendTouchEvents();
@@ -62,6 +70,8 @@ private:
     SendFunction m_sendFunc = nullptr;
     std::unique_ptr<State> m_state;
     std::vector<Event> m_events;
+    std::bitset<256> m_heldKeys; // by X key code; X's codes of keys and buttons are bytes
+    std::bitset<256> m_heldButtons;
 };
 
 #endif

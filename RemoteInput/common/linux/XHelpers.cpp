@@ -1,78 +1,61 @@
 #include "RemoteInput/common/linux/XHelpers.h"
 
 #include <atomic>
+#include <csetjmp>
 #include <csignal>
+#include <memory>
 #include <mutex>
 #include <utility>
+
+#include "RemoteInput/common/linux/OwnDisplays.h"
+#include "common/util/InUse.h"
 
 namespace
 {
 
-// The displays that were opened here. A plain list behind a constant-initialised mutex, so that it has no destructor:
-// a host may end while one of its threads still uses a display.
-struct OwnDisplay
-{
-    Display* display = nullptr;
-    bool lost = false; // guarded by ownDisplaysMutex
-    OwnDisplay* next = nullptr;
-};
+constinit std::mutex openingMutex; // libXau, which looks the authority file up, has a static buffer
+constinit std::atomic<XIOErrorHandler> previousIoErrorHandler = nullptr;
+constinit std::atomic<XErrorHandler> previousErrorHandler = nullptr;
 
-constinit std::mutex ownDisplaysMutex;
-constinit OwnDisplay* ownDisplays = nullptr; // guarded by ownDisplaysMutex
-constinit std::atomic<int> lostDisplays = 0; // that are not closed yet; spares each frame the lock and the search
-
-constinit std::atomic<XIOErrorHandler> previousHandler = nullptr;
+// Whether the host ignored SIGPIPE when a display was opened last: then there is nothing to keep away from it, and the
+// guards cost two system calls less.
 constinit std::atomic<bool> hostIgnoresSigpipe = false;
 
-OwnDisplay* findOwn(const Display* display) // with ownDisplaysMutex held
+/// Calls of this thread that end when the server is lost.
+struct Leaving
 {
-    for (OwnDisplay* own = ownDisplays; own; own = own->next)
-    {
-        if (own->display == display)
-            return own;
-    }
-    return nullptr;
-}
+    std::jmp_buf outside;
+    Display* volatile lost = nullptr;
+};
+constinit thread_local Leaving* t_leaving = nullptr;
 
-// \return whether the display was opened here
-bool markLost(const Display* display)
+struct ScopedLeaving
 {
-    std::lock_guard lock(ownDisplaysMutex);
-    OwnDisplay* const own = findOwn(display);
-    if (own && !std::exchange(own->lost, true))
-        ++lostDisplays;
-    return own != nullptr;
-}
+    explicit ScopedLeaving(Leaving& leaving) { t_leaving = &leaving; }
+    ~ScopedLeaving() { t_leaving = nullptr; }
+};
 
-void addOwn(std::unique_ptr<OwnDisplay> own)
+/// \return null, or the display whose server was lost before the calls had come to their end
+[[gnu::noinline]] Display* runUntilLost(const std::function<void()>& calls)
 {
-    std::lock_guard lock(ownDisplaysMutex);
-    own->next = ownDisplays;
-    ownDisplays = own.release();
-}
-
-void removeOwn(Display* display)
-{
-    std::lock_guard lock(ownDisplaysMutex);
-    for (OwnDisplay** link = &ownDisplays; *link; link = &(*link)->next)
-    {
-        OwnDisplay* const own = *link;
-        if (own->display != display)
-            continue;
-        *link = own->next;
-        if (own->lost)
-            --lostDisplays;
-        delete own;
-        return;
-    }
+    Leaving leaving;
+    const ScopedLeaving scope(leaving);
+    if (setjmp(leaving.outside) == 0) // NOLINT(cert-err52-cpp): the frames between are Xlib's, which is C
+        calls();
+    return leaving.lost;
 }
 
 // Xlib asks this one first, whatever the display; its own version ends the process.
 int onIoError(Display* display)
 {
-    if (markLost(display))
+    if (t_leaving)
+    {
+        t_leaving->lost = display;
+        std::longjmp(t_leaving->outside, 1); // NOLINT(cert-err52-cpp)
+    }
+    if (owndisplays::markLost(display))
         return 0;
-    const XIOErrorHandler previous = previousHandler.load();
+    const XIOErrorHandler previous = previousIoErrorHandler.load();
     return previous ? previous(display) : 0;
 }
 
@@ -84,48 +67,77 @@ void onIoErrorExit(Display* display, void*)
     XUnlockDisplay(display);
 }
 
-// Leaves Xlib as it was found when this library is unloaded, unless somebody else has put a handler on top since.
-struct HandlerRestorer
+// A request that the server refuses, such as a key beyond its range, comes to nothing. Xlib's own version ends the
+// process.
+int onError(Display* display, XErrorEvent* error)
 {
-    ~HandlerRestorer()
+    if (t_leaving || owndisplays::contains(display))
+        return 0;
+    const XErrorHandler previous = previousErrorHandler.load();
+    return previous ? previous(display, error) : 0;
+}
+
+// Leaves Xlib as it was found when this library is unloaded, unless somebody else has put a handler on top since.
+struct LeavingXlib
+{
+    ~LeavingXlib()
     {
-        const XIOErrorHandler previous = previousHandler.load();
-        if (!previous)
+        if (InUse::any())
+        {
+            // The process ends with threads that may be in here, and Xlib is the next to be taken apart.
+            owndisplays::endAll();
             return;
-        const XIOErrorHandler current = XSetIOErrorHandler(previous);
-        if (current != onIoError)
-            XSetIOErrorHandler(current);
+        }
+        const XIOErrorHandler ioErrorHandler = XSetIOErrorHandler(previousIoErrorHandler);
+        if (ioErrorHandler != onIoError)
+            XSetIOErrorHandler(ioErrorHandler);
+        const XErrorHandler errorHandler = XSetErrorHandler(previousErrorHandler);
+        if (errorHandler != onError)
+            XSetErrorHandler(errorHandler);
     }
-} handlerRestorer;
+};
 
 void initXLib()
 {
     XInitThreads();
-    previousHandler = XSetIOErrorHandler(onIoError);
+    previousIoErrorHandler = XSetIOErrorHandler(onIoError);
+    previousErrorHandler = XSetErrorHandler(onError);
 }
 
 } // namespace
 
-bool sigpipeIgnored()
+// What would be sent to a lost server stays in Xlib's buffer, and Xlib crashes when that is full.
+ScopedXCalls::ScopedXCalls(Display* display)
+    : m_own(owndisplays::beginCalls(display))
 {
-    return hostIgnoresSigpipe;
+    if (m_own && !hostIgnoresSigpipe)
+        m_guard.emplace();
+}
+
+// A server that is still there has raised no signal: then there is none to take away, which spares a system call.
+ScopedXCalls::~ScopedXCalls()
+{
+    if (m_own && owndisplays::endCalls(m_own) && m_guard)
+        m_guard->consume();
 }
 
 void XCloseDisplayDeleter::operator()(Display* display) const
 {
-    const ScopedXCalls calls;
+    OwnDisplay* const own = owndisplays::beginClosing(display);
+    if (!own)
+        return;
+    const SigpipeGuard guard;
     XCloseDisplay(display); // may still find out that the server is gone
-    removeOwn(display);
+    guard.consume();
+    owndisplays::endClosing(own);
 }
 
-// What is sent after that stays in Xlib's buffer, and Xlib crashes when that is full.
-bool xServerLost(const Display* display)
+bool untilServerIsLost(const std::function<void()>& calls)
 {
-    if (lostDisplays == 0)
-        return false;
-    std::lock_guard lock(ownDisplaysMutex);
-    const OwnDisplay* const own = findOwn(display);
-    return own && own->lost;
+    Display* const lost = runUntilLost(calls);
+    if (lost)
+        owndisplays::leave(lost, nullptr);
+    return !lost;
 }
 
 Display* XOpenDisplayCheckInitialized(const char* name)
@@ -133,17 +145,36 @@ Display* XOpenDisplayCheckInitialized(const char* name)
     static std::once_flag initialized;
     std::call_once(initialized, initXLib);
 
-    // Asked here and not for each frame, which would cost as much as it saves: a host decides on signals when it starts.
+    // Asked here and not for each frame, which would cost as much as it saves: a host decides on signals when it
+    // starts.
     struct sigaction disposition;
     hostIgnoresSigpipe = sigaction(SIGPIPE, nullptr, &disposition) == 0 && disposition.sa_handler == SIG_IGN;
 
-    const ScopedXCalls calls;
     auto own = std::make_unique<OwnDisplay>();
-    Display* const display = XOpenDisplay(name);
-    if (!display)
+    Display* opened = nullptr;
+    const std::function<void()> open = [&]
+    {
+        opened = XOpenDisplay(name);
+        if (opened)
+            XSetIOErrorExitHandler(opened, onIoErrorExit, nullptr);
+    };
+    if (!owndisplays::beginOpening())
         return nullptr;
-    XSetIOErrorExitHandler(display, onIoErrorExit, nullptr);
-    own->display = display;
-    addOwn(std::move(own));
-    return display;
+    // Until a display is open, only leaving Xlib keeps it from ending the process with the server.
+    {
+        const std::lock_guard lock(openingMutex);
+        const SigpipeGuard guard;
+        if (Display* const lost = runUntilLost(open))
+        {
+            opened = nullptr;
+            owndisplays::leave(lost, std::exchange(own, nullptr));
+        }
+        guard.consume();
+    }
+    // Made after the first opening, so that it is destroyed before what libXau keeps from then on.
+    static const LeavingXlib leavingXlib;
+    if (own)
+        own->display = opened;
+    owndisplays::endOpening(std::move(own));
+    return opened;
 }

@@ -8,74 +8,70 @@
 #include "RemoteInput/common/linux/ScopedDisplay.h"
 #include "common/util/SigpipeGuard.h"
 
+#include <functional>
 #include <optional>
 
-/// Whether the host ignored SIGPIPE when a display was opened last: then there is nothing to keep away from it, and
-/// each of the guards below costs two system calls less. Any thread.
-bool sigpipeIgnored();
+struct OwnDisplay; // what is known about a display that was opened here
 
-/// Keeps the process alive when the X server goes away in the middle of the calls that follow: a write to its socket
-/// then raises no SIGPIPE. For one thread.
+/// The door to Xlib: calls on a display are made while one of these lives, and only if it is true. It is false for a
+/// null display, one whose server is lost, and when the process ends. A server that goes away in the middle of the
+/// calls raises no SIGPIPE, which would end the process, and an XTimeLimit knows which connection to cut off when they
+/// do not come back. For one thread; one at a time for a display.
 class ScopedXCalls
 {
 public:
-    ScopedXCalls()
-    {
-        if (!sigpipeIgnored())
-            m_guard.emplace();
-    }
-    ~ScopedXCalls()
-    {
-        if (m_guard)
-            m_guard->consume();
-    }
+    explicit ScopedXCalls(Display* display);
+    ~ScopedXCalls();
+    explicit operator bool() const { return m_own; }
     ScopedXCalls(const ScopedXCalls&) = delete;
     ScopedXCalls& operator=(const ScopedXCalls&) = delete;
 
 private:
+    OwnDisplay* const m_own; // null when there is nothing to call
     std::optional<SigpipeGuard> m_guard;
 };
 
-/// Whether the connection was lost. Nothing but closing may be done on such a display. Any thread.
-bool xServerLost(const Display* display);
-
-/// Holds the lock of a display that was opened here; a null display is not locked. A server that goes away meanwhile
-/// raises no SIGPIPE, as with ScopedXCalls, at one system call less: the display tells whether there is one to take away.
+/// ScopedXCalls that hold the display's lock.
 class ScopedXLock
 {
 public:
     explicit ScopedXLock(Display* display)
-        : m_display(display)
+        : m_calls(display)
+        , m_display(m_calls ? display : nullptr)
     {
-        if (!m_display)
-            return;
-        if (!sigpipeIgnored())
-            m_guard.emplace();
-        XLockDisplay(m_display);
+        if (m_display)
+            XLockDisplay(m_display);
     }
     ~ScopedXLock()
     {
-        if (!m_display)
-            return;
-        XUnlockDisplay(m_display);
-        if (m_guard && xServerLost(m_display))
-            m_guard->consume();
+        if (m_display)
+            XUnlockDisplay(m_display);
     }
+    explicit operator bool() const { return m_display; }
     ScopedXLock(const ScopedXLock&) = delete;
     ScopedXLock& operator=(const ScopedXLock&) = delete;
 
 private:
-    std::optional<SigpipeGuard> m_guard;
+    const ScopedXCalls m_calls;
     Display* m_display;
 };
 
-/// Opens a display after Xlib was put into thread-safe mode, which happens once per process. Any thread.
+/// Runs calls of Xlib that take an answer that never came for an answer, within a ScopedXCalls or ScopedXLock. (The
+/// first use of an extension is one, a list of devices is another; what they read then crashes, when the display is
+/// closed at the latest.) When the server goes away in the middle, they are left at once: no line after the one that
+/// found out is run, no destructor either, so let them only call and assign. The display then counts as lost; it is
+/// never used again, not even to close it, which costs its memory.
+/// \return whether they came to their end
+bool untilServerIsLost(const std::function<void()>& calls);
+
+/// Opens a display after Xlib was put into thread-safe mode, which happens once per process. One thread at a time goes
+/// through; the others wait. Any thread.
 ///
-/// A server that goes away does not end the process: the call that finds out fails, xServerLost() tells from then on,
-/// and closing the display still works. (Only a server that dies while XOpenDisplay itself is talking to it ends the
-/// process, as Xlib has no hook there.) Displays that others opened keep the I/O error handling that was in force
-/// before. \param name null = the display that the environment names \return owned by the caller, to be held in a
-/// ScopedDisplay, which any thread may end, also after the server went away; null when it cannot be opened
+/// A server that goes away, at whatever moment, does not end the process: the call that finds out fails, ScopedXCalls
+/// are false from then on, and the display can be closed. An error that the server reports about a request is dropped.
+/// Displays that others opened keep the handlers of both kinds that were in force before.
+/// \param name null = the display that the environment names
+/// \return owned by the caller, to be held in a ScopedDisplay, which any thread may end; null when it cannot be opened
 Display* XOpenDisplayCheckInitialized(const char* name);
 
 #endif

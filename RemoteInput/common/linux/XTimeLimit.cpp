@@ -1,0 +1,41 @@
+#include "RemoteInput/common/linux/XTimeLimit.h"
+
+#include <exception>
+
+#include "RemoteInput/common/linux/OwnDisplays.h"
+
+XTimeLimit::XTimeLimit(std::chrono::milliseconds limit, const Threads& threads)
+    : m_threads(threads)
+{
+    try
+    {
+        m_watch = std::thread(&XTimeLimit::watch, this, std::chrono::steady_clock::now() + limit);
+    }
+    catch (const std::exception&)
+    {
+        // Waiting without a limit is better than not ending at all.
+    }
+}
+
+XTimeLimit::~XTimeLimit()
+{
+    if (!m_watch.joinable())
+        return;
+    {
+        std::lock_guard lock(m_mutex);
+        m_isOver = true;
+    }
+    m_ended.notify_one();
+    m_watch.join();
+}
+
+// The first look, one interval early, only notes which calls there are: a call is cut off when two looks find it.
+void XTimeLimit::watch(std::chrono::steady_clock::time_point at)
+{
+    std::unique_lock lock(m_mutex);
+    for (at -= CUT_INTERVAL; !m_ended.wait_until(lock, at, [&] { return m_isOver; }); at += CUT_INTERVAL)
+    {
+        for (const std::thread::id thread : m_threads)
+            owndisplays::cutOffStaleCalls(thread);
+    }
+}
