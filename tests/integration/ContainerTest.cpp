@@ -117,6 +117,25 @@ TEST_F(ContainerTest, KeyboardAndTouchAreWrittenToTheirNodes)
     EXPECT_THAT(contents("mouse"), IsEmpty());
 }
 
+TEST_F(ContainerTest, ChildrenOfTheHostDoNotInheritTheNodes)
+{
+    for (const char* const suffix : {"key", "mouse", "touch"})
+        makeFile(suffix);
+    Server server;
+    ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+    server.touchEnable(server.handle(), true);
+    int nodes = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    {
+        std::error_code gone; // the iterator's own
+        if (std::filesystem::read_symlink(entry, gone).parent_path() != m_folder)
+            continue;
+        ++nodes;
+        EXPECT_NE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+    }
+    EXPECT_EQ(nodes, 3);
+}
+
 TEST_F(ContainerTest, AFullFifoFailsWritesAndDoesNotStall)
 {
     const int reader = makeFifo("key");

@@ -164,10 +164,12 @@ TEST_F(RiMouseTest, AServerThatGoesAwayEndsNothing)
 {
     make();
     inject({});
+    inject({.flags = ZUST_MF_ABSCOORDS, .x = 100, .y = 50, .data1 = 100, .data2 = 100});
+    inject({});
     takeLines();
     fakeDesktop().serverGone = true;
-    EXPECT_EQ(inject({.flags = ZUST_MF_ABSCOORDS, .x = 100, .y = 50, .data1 = 100, .data2 = 100}),
-              (Events{rel(REL_X, 32768), rel(REL_Y, 16384), SYN})); // from where it was last
+    EXPECT_EQ(inject({.flags = ZUST_MF_ABSCOORDS, .x = 50, .y = 0, .data1 = 100, .data2 = 100}),
+              (Events{rel(REL_X, -16384), rel(REL_Y, -16384), SYN})); // from where it was last
     EXPECT_THAT(takeLines(),
                 ElementsAre(fakestack::LogLine{ZUST_LL_WARNING, "TmReportingThread", "getCursorPos failed"}));
     m_mouse.reset();

@@ -217,6 +217,8 @@ RiGamepad::~RiGamepad()
         LOG_INFO(0x03030003, LOG_TAG, "Ignoring GamepadUsb event with payload size: %d", usb.size);
         return false;
     }
+    if (!usb.payload)
+        return false;
 
     const auto number = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllerNumber));
     const auto bitmap = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllersBitmap));

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <exception>
 #include <new>
 #include <utility>
 #include <vector>
@@ -12,11 +13,13 @@
 #include <sys/prctl.h>
 
 #include "RemoteInput/common/MouseMoveEventSpacing.h"
+#include "RemoteInput/common/RateLimit.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
 #include "RemoteInput/common/RunningAverage.h"
 #include "RemoteInput/common/linux/RiDevice.h"
 #include "RemoteInput/common/linux/RiEventRecord.h"
 #include "RemoteInput/common/linux/XHelpers.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 
 namespace
@@ -29,8 +32,11 @@ constexpr unsigned int COLLECTOR_PERIOD_MS = 60000;
 
 const std::vector<double> LATENCY_PERCENTILES{50, 90, 95, 99};
 const std::vector<double> QUEUE_PERCENTILES{50, 90, 95, 99, 100};
-const RiTelemetry::FifoTimings MOUSE_FIFO_TIMINGS(LATENCY_PERCENTILES, LATENCY_PERCENTILES, LATENCY_PERCENTILES,
-                                                  QUEUE_PERCENTILES, LATENCY_PERCENTILES);
+const KeptInUse<RiTelemetry::FifoTimings> MOUSE_FIFO_TIMINGS(LATENCY_PERCENTILES, LATENCY_PERCENTILES,
+                                                             LATENCY_PERCENTILES, QUEUE_PERCENTILES,
+                                                             LATENCY_PERCENTILES);
+
+BurstRateLimit RiMouseReportDropped(10);
 
 struct Button
 {
@@ -241,57 +247,87 @@ RiMouse::~RiMouse()
     return true;
 }
 
-[[gnu::hot]] void RiMouse::thread()
+/// What the injection thread keeps from one report to the next.
+struct RiMouse::Injection
 {
-    // The default slack of 50 us would lengthen every sleep of the pacing by as much.
-    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    explicit Injection(RiMouse& mouse)
+        : fifoCollector(std::make_unique<RiTelemetry::FifoCollector>(&mouse, COLLECTOR_PERIOD_MS, *MOUSE_FIFO_TIMINGS,
+                                                                     RiTelemetry::MOUSE))
+    {
+    }
 
     EvDevReport report;
-    RemoteClock clientClock(report.time);
+    RemoteClock clientClock{report.time};
     // The client's interval between events, us. The outer average learns intervals up to 8.5 ms; the one that is used
     // takes only what lies within 0.5 ms above that, so that pauses of the hand do not slow the pacing down.
-    RunningAverage<7> mouseSamplingRateMaxLimit(1000, 500, 8500);
-    RunningAverage<7> mouseSamplingRate(1000, 500, 500, &mouseSamplingRateMaxLimit);
+    RunningAverage<7> mouseSamplingRateMaxLimit{1000, 500, 8500};
+    RunningAverage<7> mouseSamplingRate{1000, 500, 500, &mouseSamplingRateMaxLimit};
     MouseEventsSpacing mouseEventsSpacing;
     // Never started: it accumulates and does not report.
-    const auto fifoCollector =
-        std::make_unique<RiTelemetry::FifoCollector>(this, COLLECTOR_PERIOD_MS, MOUSE_FIFO_TIMINGS, RiTelemetry::MOUSE);
+    const std::unique_ptr<RiTelemetry::FifoCollector> fifoCollector;
     TmStats tmStats;
     // Deliberately never reset: each posted record carries every kind of event seen so far.
     // Held by RiMouseTest.RecordsAccumulateEventKinds.
     uint32_t riEventId = RiTelemetry::MOUSE_GENERIC;
+};
 
+[[gnu::hot]] void RiMouse::thread()
+try
+{
+    // The default slack of 50 us would lengthen every sleep of the pacing by as much.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+
+    Injection injection(*this);
     while (!m_stopThread)
     {
-        if (!m_inputQueue.dequeue(report, m_stopThread))
+        if (!m_inputQueue.dequeue(injection.report, m_stopThread))
             continue;
-
-        tmStats.reportsInQueue = static_cast<uint32_t>(m_inputQueue.getReportsCount());
-        tmStats.timeSpaceAdded = 0;
-        mouseSamplingRate.update(clientClock.timeElapsed());
-        tmStats.samplingRate = static_cast<uint32_t>(mouseSamplingRate.get());
-
-        // currentTime is still the moment of the previous injection.
-        mouseEventsSpacing.apply(tmStats, *fifoCollector, report.move);
-
-        if (report.move)
+        try
         {
-            const bool absolute = report.type == EV_ABS;
-            riEventId |= absolute ? RiTelemetry::MOUSE_MOVE_ABS : RiTelemetry::MOUSE_MOVE_REL;
-            long dx = report.data1;
-            long dy = report.data2;
-            m_mouseConverter->convertMovement(dx, dy, tmStats.currentTime, absolute);
-            writeMove(dx, dy);
+            inject(injection);
         }
-        else
-            writeButtonOrWheel(report, riEventId);
-
-        tmStats.inputTimeStats = report.inputTimeStats;
-        tmStats.currentTime = steadyNow();
-        fifoCollector->update(tmStats);
-
-        postRiEvent(m_telemetry, riEventId, report.time, report.inputTimeStats, tmStats.currentTime);
+        catch (const std::exception& exception)
+        {
+            if (RiMouseReportDropped.shouldLog())
+                LOG_ERROR(0x03020003, LOG_TAG, "Dropped a mouse event: %s", exception.what());
+        }
     }
+}
+catch (const std::exception& exception)
+{
+    LOG_ERROR(0x03020004, LOG_TAG, "Mouse events will not be injected: %s", exception.what());
+}
+
+[[gnu::hot]] void RiMouse::inject(Injection& injection)
+{
+    const EvDevReport& report = injection.report;
+    TmStats& tmStats = injection.tmStats;
+
+    tmStats.reportsInQueue = static_cast<uint32_t>(m_inputQueue.getReportsCount());
+    tmStats.timeSpaceAdded = 0;
+    injection.mouseSamplingRate.update(injection.clientClock.timeElapsed());
+    tmStats.samplingRate = static_cast<uint32_t>(injection.mouseSamplingRate.get());
+
+    // currentTime is still the moment of the previous injection.
+    injection.mouseEventsSpacing.apply(tmStats, *injection.fifoCollector, report.move);
+
+    if (report.move)
+    {
+        const bool absolute = report.type == EV_ABS;
+        injection.riEventId |= absolute ? RiTelemetry::MOUSE_MOVE_ABS : RiTelemetry::MOUSE_MOVE_REL;
+        long dx = report.data1;
+        long dy = report.data2;
+        m_mouseConverter->convertMovement(dx, dy, tmStats.currentTime, absolute);
+        writeMove(dx, dy);
+    }
+    else
+        writeButtonOrWheel(report, injection.riEventId);
+
+    tmStats.inputTimeStats = report.inputTimeStats;
+    tmStats.currentTime = steadyNow();
+    injection.fifoCollector->update(tmStats);
+
+    postRiEvent(m_telemetry, injection.riEventId, report.time, report.inputTimeStats, tmStats.currentTime);
 }
 
 [[gnu::hot]] void RiMouse::writeMove(long dx, long dy)
@@ -310,10 +346,7 @@ RiMouse::~RiMouse()
     if (report.type == EV_KEY)
     {
         if (report.data1 == 0)
-        {
-            m_pressedMouseButtons.reset(report.code - BTN_LEFT);
             riEventId |= getButtonRiEventId(report.code, false);
-        }
         else if (report.data1 == 1)
         {
             m_pressedMouseButtons.set(report.code - BTN_LEFT);
@@ -326,6 +359,9 @@ RiMouse::~RiMouse()
     }
     m_mouse->writeEvent(report.type, report.code, report.data1);
     m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0);
+    // Only now: a release that was dropped for want of memory is made up for by the next reset.
+    if (report.type == EV_KEY && report.data1 == 0)
+        m_pressedMouseButtons.reset(report.code - BTN_LEFT);
 }
 
 bool RiMouse::resetState()

@@ -24,9 +24,9 @@
 /// Turns the client's mouse events into motion, wheel steps and buttons of one virtual mouse.
 ///
 /// The event thread only converts and queues; a thread of its own injects the reports one by one, in order, at the
-/// client's cadence. Nothing is dropped, merged or reordered on the way. The thread sleeps while there is nothing to
-/// inject. Its timer slack is the smallest that the kernel allows: measured against the usual 50 us, that takes a fifth
-/// to a half off the interval error at 1 and 2 ms (docs/performance.md).
+/// client's cadence. Nothing is dropped, merged or reordered on the way, unless the host has no memory left for it. The
+/// thread sleeps while there is nothing to inject. Its timer slack is the smallest that the kernel allows: measured
+/// against the usual 50 us, that takes a fifth to a half off the interval error at 1 and 2 ms (docs/performance.md).
 class RiMouse : public RimBase, public RiTelemetry::FifoReporter
 {
 public:
@@ -97,6 +97,9 @@ public:
     /// Releases every held button, in ascending order. Any thread. \return true
     bool resetState();
 
+    /// The default id when there is none. Any thread, once constructed.
+    std::thread::id injectionThread() const { return m_runtimeThread.get_id(); }
+
     /// The name under which the host knows the device. Any thread, once constructed.
     std::string GetDeviceName() const;
 
@@ -109,7 +112,10 @@ public:
                            const RiTelemetry::Measurement& measurement);
 
 private:
+    struct Injection;
+
     void thread();
+    void inject(Injection& injection);
     void writeMove(long dx, long dy);
     void writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId);
 

@@ -118,6 +118,9 @@ bool RiTouch::deinit()
     }
 
     const ZustTouchLowLevelEvent& touch = event->event.touchLowLevelEvent;
+    if (touch.touchCount > 0 && !touch.touchPoints)
+        return false;
+
     bool ok = true;
     for (uint16_t i = 0; i < touch.touchCount; ++i)
         ok = writePoint(touch.touchPoints[i]) && ok;

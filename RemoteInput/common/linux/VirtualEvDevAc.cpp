@@ -107,7 +107,7 @@ bool VirtualEvDevUinputAc::openDevice(int32_t instanceId, const char* suffix)
     char path[MAX_PATH_LENGTH];
     snprintf(path, sizeof(path), "/tmp/zudroid%u/input/zuinput_%s", static_cast<unsigned int>(instanceId), suffix);
 
-    m_fd = open(path, O_WRONLY | O_NONBLOCK);
+    m_fd = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (m_fd < 0)
     {
         const int cause = errno;
