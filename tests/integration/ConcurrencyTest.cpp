@@ -65,3 +65,24 @@ TEST(ConcurrencyTest, ControlCallsRaceWithEventsAndNothingStaysDown)
         server.takeLog();
     }
 }
+
+TEST(ConcurrencyTest, HandlesAreMadeAndDestroyedAtTheSameTime)
+{
+    const XServer x;
+    selectBackend("xtest");
+    unsetenv("XAUTHORITY"); // whose name is then looked for
+    Server first;
+    Server second;
+    const auto live = [](Server& server)
+    {
+        for (int i = 0; i < 5; ++i)
+        {
+            EXPECT_EQ(server.open(), ZUST_R_SUCCESS);
+            EXPECT_NE(server.handle(), nullptr);
+            server.close();
+        }
+    };
+    std::thread other(live, std::ref(second));
+    live(first);
+    other.join();
+}

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <malloc.h>
 
+#include "tests/support/Remains.h"
 #include "tests/support/Server.h"
 #include "tests/support/XServer.h"
 
@@ -20,18 +21,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-size_t entriesOf(const char* folder)
+struct Resources : Remains
 {
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
-        ++count;
-    return count;
-}
-
-struct Resources
-{
-    size_t threads = entriesOf("/proc/self/task");
-    size_t descriptors = entriesOf("/proc/self/fd");
     size_t heap = mallinfo2().uordblks;
 };
 
@@ -58,12 +49,6 @@ void expectNoInjector(Server& server, const std::string& reason)
 }
 
 } // namespace
-
-// On its way out of a dead connection Xlib releases a mutex that it has already released.
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions()
-{
-    return "mutex:libX11.so";
-}
 
 // On every machine these are the tests of a host without the node: the library finds this function before libevdev's.
 extern "C" __attribute__((visibility("default"))) int libevdev_uinput_create_from_device(const void*, int, void**)

@@ -3,8 +3,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -12,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/FakeLibevdev.h"
+#include "tests/support/Remains.h"
 #include "tests/support/Server.h"
 #include "tests/support/Shortage.h"
 #include "tests/support/XServer.h"
@@ -19,20 +18,12 @@
 namespace
 {
 
-size_t entriesOf(const char* folder)
-{
-    const std::filesystem::directory_iterator entries(folder);
-    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
-
-struct Remains
+struct DeviceRemains : Remains
 {
     int devices = fakelibevdev::liveDevices();
     int descriptions = fakelibevdev::liveDescriptions();
-    size_t threads = entriesOf("/proc/self/task");
-    size_t descriptors = entriesOf("/proc/self/fd");
 
-    bool operator==(const Remains&) const = default;
+    bool operator==(const DeviceRemains&) const = default;
 };
 
 /// Makes the stream again and again; each time the next request of that kind is refused, until none is left to refuse.
@@ -43,7 +34,7 @@ int refuseOneAfterTheOther(shortage::Kind kind)
     zudevSetLogSink([](void*, ZustLogLevel, uint32_t, const char*, const char*) {}, nullptr);
     server.open();
     server.close();
-    const Remains before;
+    const DeviceRemains before;
     for (int number = 0;; ++number)
     {
         SCOPED_TRACE(testing::Message() << "request " << number);
@@ -57,10 +48,7 @@ int refuseOneAfterTheOther(shortage::Kind kind)
             zudevCloseStream(stream);
         if (handle)
             server.destroyHandle(&handle);
-        // A thread that has been joined may still be listed for a moment.
-        for (int i = 0; i < 200 && !(Remains() == before); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        EXPECT_EQ(Remains(), before);
+        EXPECT_TRUE(endsAs(before));
         if (!refused || testing::Test::HasFailure())
         {
             EXPECT_NE(stream, nullptr);
@@ -97,4 +85,68 @@ TEST_P(ShortageTest, OfMemory)
 TEST_P(ShortageTest, OfThreads)
 {
     EXPECT_GE(refuseOneAfterTheOther(shortage::THREADS), m_x ? 2 : 1);
+}
+
+// The mouse's thread from its start on, and the stack's: an event is lost at most, and nothing stays down.
+TEST(ShortageElsewhereTest, OfMemory)
+{
+    const XServer x;
+    const XWatcher watcher;
+    selectBackend("xtest");
+    Server server;
+    server.open();
+    server.close();
+    const DeviceRemains before;
+    bool refused = true;
+    int number = 0;
+    for (; refused && !HasFailure(); ++number)
+    {
+        SCOPED_TRACE(testing::Message() << "request " << number);
+        shortage::refuseElsewhere(shortage::MEMORY, number);
+        ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+        ASSERT_NE(server.handle(), nullptr);
+        server.mouseSettings(0, 0);
+        server.key(ZUST_KEY_A, true);
+        for (int i = 1; i <= 4; ++i)
+            server.button(static_cast<ZustMouseButton>(i), true);
+        server.moveTo(50, 50, 100, 100);
+        server.move(1, 1);
+        server.drain();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // the mouse has a queue of its own
+        refused = shortage::end();
+        server.close();
+        EXPECT_TRUE(endsAs(before));
+        EXPECT_FALSE(watcher.anyKeyOrButtonDown());
+    }
+    EXPECT_GT(number, 10);
+}
+
+// The double of the device takes memory for each write, as the server's telemetry may.
+TEST(ShortageElsewhereTest, AMouseEventThatFindsNoMemoryIsDroppedAndTheNextIsNot)
+{
+    const XServer x;
+    selectBackend("uinput");
+    Server server;
+    ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+    server.mouseSettings(0, 0);
+    server.drain();
+    for (int i = 0; i < 20; ++i)
+    {
+        shortage::refuseElsewhere(shortage::MEMORY, i % 4);
+        server.button(ZUST_MB_LEFT, i % 2 == 0);
+        server.drain();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the mouse has a queue of its own
+        shortage::end();
+    }
+    EXPECT_THAT(server.takeLog("RiMouse"),
+                testing::Contains(ServerLogLine{ZUST_LL_ERROR, "RiMouse", "Dropped a mouse event: std::bad_alloc"}));
+    fakelibevdev::takeEvents("RiMouse");
+    server.wheel(1);
+    std::vector<fakelibevdev::Event> events;
+    for (int i = 0; i < 1000 && events.empty(); ++i)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        events = fakelibevdev::takeEvents("RiMouse");
+    }
+    EXPECT_FALSE(events.empty());
 }

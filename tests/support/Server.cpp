@@ -10,16 +10,32 @@ std::ostream& operator<<(std::ostream& out, const ServerLogLine& line)
     return out << "{" << line.level << ", " << line.tag << ", \"" << line.text << "\"}";
 }
 
-Server::Server()
+namespace
 {
-    zudevSetLogSink(logSink, this);
+
+void* load(int flags)
+{
     const char* const path = std::getenv("ZUIS_LIBRARY") ? std::getenv("ZUIS_LIBRARY") : ZUIS_LIBRARY_PATH;
-    m_library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!m_library)
+    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL | flags);
+    if (!library)
     {
         fprintf(stderr, "%s\n", dlerror());
         std::abort();
     }
+    return library;
+}
+
+} // namespace
+
+void Server::stayLoaded()
+{
+    load(RTLD_NODELETE);
+}
+
+Server::Server()
+{
+    zudevSetLogSink(logSink, this);
+    m_library = load(0);
     const auto find = [&]<class Function>(Function& function, const char* name)
     {
         function = reinterpret_cast<Function>(dlsym(m_library, name));

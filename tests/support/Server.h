@@ -33,6 +33,9 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
+    /// Keeps the library in this process, and with it what it keeps on purpose: a leak detector sees it then.
+    static void stayLoaded();
+
     ZustResult open(const TelemetrySender* telemetry = nullptr);
     void close(); ///< stops delivery, destroys the handle
     ZuisHandle handle() const { return m_handle; }

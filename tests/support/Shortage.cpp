@@ -1,5 +1,6 @@
 #include "tests/support/Shortage.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -13,14 +14,18 @@ namespace
 
 thread_local bool t_armed[2];
 thread_local int t_left[2];
-thread_local bool t_refused;
+thread_local bool t_isExempt; // from what is refused elsewhere
+std::atomic<int> elsewhereLeft[2]{-1, -1};
+std::atomic<bool> wasRefused;
 
 bool isRefused(shortage::Kind kind)
 {
-    if (!t_armed[kind] || t_left[kind]-- > 0)
+    const bool here = t_armed[kind] && t_left[kind]-- <= 0;
+    const bool elsewhere = !t_isExempt && elsewhereLeft[kind] >= 0 && elsewhereLeft[kind].fetch_sub(1) == 0;
+    if (!here && !elsewhere)
         return false;
     t_armed[kind] = false;
-    t_refused = true;
+    wasRefused = true;
     return true;
 }
 
@@ -31,15 +36,23 @@ namespace shortage
 
 void refuse(Kind kind, int number)
 {
-    t_refused = false;
+    wasRefused = false;
     t_left[kind] = number;
     t_armed[kind] = true;
 }
 
+void refuseElsewhere(Kind kind, int number)
+{
+    wasRefused = false;
+    t_isExempt = true;
+    elsewhereLeft[kind] = number;
+}
+
 bool end()
 {
-    t_armed[MEMORY] = t_armed[THREADS] = false;
-    return t_refused;
+    t_armed[MEMORY] = t_armed[THREADS] = t_isExempt = false;
+    elsewhereLeft[MEMORY] = elsewhereLeft[THREADS] = -1;
+    return wasRefused;
 }
 
 } // namespace shortage

@@ -15,7 +15,10 @@ enum Kind
 /// Of the requests that this thread makes from now on, the one of that number is refused, counted from 0.
 void refuse(Kind kind, int number);
 
-/// \return whether a request was refused since refuse()
+/// The same for the requests that all other threads make together.
+void refuseElsewhere(Kind kind, int number);
+
+/// \return whether a request was refused since refuse() or refuseElsewhere()
 bool end();
 
 } // namespace shortage

@@ -63,6 +63,38 @@ void XServer::kill()
     m_pid = -1;
 }
 
+void XServer::stop()
+{
+    ::kill(m_pid, SIGSTOP);
+}
+
+void XServer::goOn()
+{
+    ::kill(m_pid, SIGCONT);
+}
+
+XGrab::XGrab()
+    : m_display(XOpenDisplay(nullptr))
+{
+    XGrabServer(m_display);
+    XSync(m_display, 0);
+}
+
+XGrab::~XGrab()
+{
+    XCloseDisplay(m_display);
+}
+
+unsigned char xOpcode(const char* extension)
+{
+    Display* const display = XOpenDisplay(nullptr);
+    int major = 0;
+    int unused;
+    XQueryExtension(display, extension, &major, &unused, &unused);
+    XCloseDisplay(display);
+    return static_cast<unsigned char>(major);
+}
+
 std::ostream& operator<<(std::ostream& out, const XSeen& seen)
 {
     static constexpr std::array NAMES{"press", "release", "button press", "button release", "motion"};

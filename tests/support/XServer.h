@@ -22,12 +22,30 @@ public:
     XServer& operator=(const XServer&) = delete;
 
     void kill();
+    void stop(); ///< it hears and says nothing until it goes on
+    void goOn();
     const std::string& display() const { return m_display; }
 
 private:
     pid_t m_pid = -1;
     std::string m_display;
 };
+
+/// A client that keeps the server to itself: it answers nobody else meanwhile.
+class XGrab
+{
+public:
+    XGrab();
+    ~XGrab();
+    XGrab(const XGrab&) = delete;
+    XGrab& operator=(const XGrab&) = delete;
+
+private:
+    _XDisplay* m_display;
+};
+
+/// The major opcode of an extension's requests; 0 = the server does not have it.
+unsigned char xOpcode(const char* extension);
 
 /// What an X client saw.
 struct XSeen
