@@ -118,7 +118,7 @@ bool RiTouch::deinit()
     }
 
     const ZustTouchLowLevelEvent& touch = event->event.touchLowLevelEvent;
-    if (touch.touchCount > 0 && !touch.touchPoints)
+    if (touch.touchCount > 0 && !touch.touchPoints) [[unlikely]]
         return false;
 
     bool ok = true;
