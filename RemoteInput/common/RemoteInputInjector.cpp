@@ -2,6 +2,7 @@
 
 #include "RemoteInput/common/linux/RemoteInputInjectorImpl.h"
 #include "common/util/ConfigFileStorage.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 #include "common/util/SettingsManager.h"
 #include "rxdiag/rxdiagcontrol.h"
@@ -15,7 +16,7 @@ constexpr char LOG_TAG[] = "RemoteInputInjector";
 [[maybe_unused]] const uint64_t g_sessionStartTime = GetSessionStartTime();
 
 LoggerX g_logger(LOG_TAG);
-RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
+KeptInUse<RxDiagEx> rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
 
 [[gnu::cold]] bool readBenchmarkSetting()
 {
@@ -25,7 +26,7 @@ RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
     if (settings.Get("CobaltBenchmarkInput", enabled) != CONFIG_SUCCESS)
         return false;
     if (enabled)
-        rxDiag.info << "COBALT benchmark input enabled.";
+        rxDiag->info << "COBALT benchmark input enabled.";
     return enabled;
 }
 

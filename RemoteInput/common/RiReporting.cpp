@@ -5,6 +5,7 @@
 
 #include <sched.h>
 
+#include "common/util/InUse.h"
 #include "rxdiag/loggerx.h"
 #include "rxdiag/rxdiagcontrol.h"
 
@@ -12,7 +13,7 @@ namespace
 {
 
 LoggerX g_logger("RiReporting");
-RxDiagEx rxDiag("RiReporting", nullptr, &g_logger, LEGACY, nullptr);
+KeptInUse<RxDiagEx> rxDiag("RiReporting", nullptr, &g_logger, LEGACY, nullptr);
 
 constexpr std::chrono::seconds SLOW_PERIOD{5};
 
@@ -98,7 +99,7 @@ void Collector::warnIfSlow(Clock::duration took)
         return;
 
     const int64_t us = std::chrono::duration_cast<std::chrono::microseconds>(took).count();
-    rxDiag.warning << "Collector::processPeriod(): processing took " << us << "us";
+    rxDiag->warning << "Collector::processPeriod(): processing took " << us << "us";
 }
 
 void FifoState::add(const FifoState& other)

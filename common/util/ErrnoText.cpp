@@ -1,12 +1,9 @@
 #include "common/util/ErrnoText.h"
 
-#include <array>
 #include <cstring>
 
 namespace
 {
-
-constexpr size_t BUFFER_SIZE = 256;
 
 // The GNU form answers with the text, which need not be in the buffer; the POSIX form fills the buffer and answers 0.
 [[maybe_unused]] const char* resultText(const char* result, const char*)
@@ -21,9 +18,9 @@ constexpr size_t BUFFER_SIZE = 256;
 
 } // namespace
 
-std::string errnoText(int errorNumber)
+ErrnoText::ErrnoText(int errorNumber)
 {
-    std::array<char, BUFFER_SIZE> buffer{};
-    const char* const text = resultText(strerror_r(errorNumber, buffer.data(), buffer.size()), buffer.data());
-    return std::string(text, strnlen(text, BUFFER_SIZE - 1));
+    const char* const text = resultText(strerror_r(errorNumber, m_text.data(), m_text.size()), m_text.data());
+    if (text != m_text.data())
+        strncpy(m_text.data(), text, m_text.size() - 1);
 }

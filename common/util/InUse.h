@@ -40,6 +40,7 @@ public:
     KeptInUse(const KeptInUse&) = delete;
     KeptInUse& operator=(const KeptInUse&) = delete;
 
+    T* operator->() { return &m_value; }
     T& operator*() { return m_value; }
     const T& operator*() const { return m_value; }
 

@@ -58,9 +58,9 @@ TEST(TimeUtilsTest, NtpTimeCountsFrom1900In32Bits)
 
 TEST(ErrnoTextTest, IsTheSystemsText)
 {
-    EXPECT_EQ(errnoText(ENOENT), "No such file or directory");
-    EXPECT_EQ(errnoText(EACCES), "Permission denied");
-    EXPECT_EQ(errnoText(12345), "Unknown error 12345");
+    EXPECT_STREQ(ErrnoText(ENOENT).c_str(), "No such file or directory");
+    EXPECT_STREQ(ErrnoText(EACCES).c_str(), "Permission denied");
+    EXPECT_STREQ(ErrnoText(12345).c_str(), "Unknown error 12345");
 }
 
 } // namespace

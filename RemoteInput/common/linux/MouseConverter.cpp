@@ -3,13 +3,14 @@
 #include <cstdlib>
 
 #include "RemoteInput/common/linux/XHelpers.h"
+#include "common/util/InUse.h"
 #include "rxdiag/rxdiagcontrol.h"
 
 namespace
 {
 
 LoggerX g_logger("MouseConverter");
-RxDiagEx rxDiag("MouseConverter", nullptr, &g_logger, LEGACY, nullptr);
+KeptInUse<RxDiagEx> rxDiag("MouseConverter", nullptr, &g_logger, LEGACY, nullptr);
 
 constexpr long ADJUSTMENT_INTERVAL = 50'000'000;        // ns
 constexpr long SCREEN_DIMENSION_INTERVAL = 999'999'999; // ns
@@ -46,7 +47,7 @@ void MouseConverter::convertToRelative(long& dx, long& dy, long now)
     {
         m_hasPrevCoord = true;
         if (!getCursorPos(m_prevCoord))
-            rxDiag.warning << "getCursorPos failed";
+            rxDiag->warning << "getCursorPos failed";
         m_lastAdjustment = 0;
     }
     else
@@ -83,7 +84,7 @@ MouseConverter::Vector MouseConverter::adjust(long now)
     Vector cursor;
     if (!getCursorPos(cursor))
     {
-        rxDiag.warning << "getCursorPos failed in adjust";
+        rxDiag->warning << "getCursorPos failed in adjust";
         return {};
     }
 
@@ -91,8 +92,8 @@ MouseConverter::Vector MouseConverter::adjust(long now)
     if (std::abs(drift.x) <= m_allowedDiff && std::abs(drift.y) <= m_allowedDiff)
         return {};
 
-    rxDiag.verbose << "Adjusting cursor with an extra relative offset: " << m_prevCoord.x << " - " << cursor.x << " = "
-                   << drift.x << ", " << m_prevCoord.y << " - " << cursor.y << " = " << drift.y;
+    rxDiag->verbose << "Adjusting cursor with an extra relative offset: " << m_prevCoord.x << " - " << cursor.x << " = "
+                    << drift.x << ", " << m_prevCoord.y << " - " << cursor.y << " = " << drift.y;
     return drift;
 }
 

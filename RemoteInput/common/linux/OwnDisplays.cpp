@@ -1,7 +1,9 @@
 #include "RemoteInput/common/linux/OwnDisplays.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -18,10 +20,12 @@ constexpr std::chrono::seconds END_LIMIT{1};
 // Plain lists behind a constant-initialised mutex, so that they have no destructor: a host may end while one of its
 // threads still uses a display.
 constinit std::mutex mutex;
-constinit OwnDisplay* displays = nullptr;     // guarded by mutex, as the next; newest first
+constinit OwnDisplay* displays = nullptr;     // guarded by mutex, as the next
+constinit OwnDisplay* closing = nullptr;      // by their threads; not to be found by address
 constinit OwnDisplay* leftDisplays = nullptr; // only kept so that their memory is not taken for leaked
 constinit int openings = 0;
 constinit bool isEnded = false;
+constinit thread_local const Display* t_closing = nullptr;
 
 OwnDisplay* find(const Display* display)
 {
@@ -39,9 +43,9 @@ void push(OwnDisplay*& list, OwnDisplay* own)
     list = own;
 }
 
-void unlink(const OwnDisplay* own)
+void unlink(OwnDisplay*& list, const OwnDisplay* own)
 {
-    OwnDisplay** link = &displays;
+    OwnDisplay** link = &list;
     while (*link != own)
         link = &(*link)->next;
     *link = own->next;
@@ -49,26 +53,38 @@ void unlink(const OwnDisplay* own)
 
 void enter(OwnDisplay& own)
 {
-    own.user = std::this_thread::get_id();
+    own.user = owndisplays::thisThread();
     ++own.calls;
+}
+
+template <class Action>
+void forEach(Action action)
+{
+    for (OwnDisplay* const list : {displays, closing})
+        for (OwnDisplay* own = list; own; own = own->next)
+            action(*own);
 }
 
 bool isOtherThreadInside()
 {
-    if (openings > 0)
-        return true;
-    for (const OwnDisplay* own = displays; own; own = own->next)
-    {
-        if (own->user != std::thread::id() && own->user != std::this_thread::get_id())
-            return true;
-    }
-    return false;
+    bool isInside = openings > 0;
+    forEach([&](const OwnDisplay& own) { isInside |= own.user != 0 && own.user != owndisplays::thisThread(); });
+    return isInside;
 }
 
 } // namespace
 
 namespace owndisplays
 {
+
+uint64_t thisThread()
+{
+    static constinit std::atomic<uint64_t> last = 0;
+    static constinit thread_local uint64_t number = 0;
+    if (number == 0)
+        number = ++last;
+    return number;
+}
 
 bool beginOpening()
 {
@@ -93,25 +109,32 @@ OwnDisplay* beginClosing(Display* display)
 {
     std::lock_guard lock(mutex);
     OwnDisplay* const own = find(display);
+    unlink(displays, own);
     if (isEnded || own->isLeft)
     {
-        unlink(own);
         push(leftDisplays, own);
         return nullptr;
     }
     // Closing waits for the server and gives the descriptor back at a moment that is not known here: another name for
-    // the same connection can be shut down safely meanwhile.
-    own->socket = own->isLost ? -1 : fcntl(own->socket, F_DUPFD_CLOEXEC, 0);
+    // the same connection can be shut down safely meanwhile. Where there is none to be had, the server is not waited
+    // for.
+    const int socket = own->isLost ? -1 : fcntl(own->socket, F_DUPFD_CLOEXEC, 0);
+    if (socket < 0)
+        shutdown(own->socket, SHUT_RDWR);
+    own->socket = socket;
     enter(*own);
+    push(closing, own);
+    t_closing = display;
     return own;
 }
 
 void endClosing(OwnDisplay* own)
 {
     std::lock_guard lock(mutex);
+    t_closing = nullptr;
     if (own->socket >= 0)
         close(own->socket);
-    unlink(own);
+    unlink(closing, own);
     delete own;
 }
 
@@ -128,14 +151,14 @@ OwnDisplay* beginCalls(Display* display)
 bool endCalls(OwnDisplay* own)
 {
     std::lock_guard lock(mutex);
-    own->user = {};
+    own->user = 0;
     return own->isLost;
 }
 
 bool contains(const Display* display)
 {
     std::lock_guard lock(mutex);
-    return find(display) != nullptr;
+    return display == t_closing || find(display);
 }
 
 bool markLost(const Display* display)
@@ -144,7 +167,7 @@ bool markLost(const Display* display)
     OwnDisplay* const own = find(display);
     if (own)
         own->isLost = true;
-    return own != nullptr;
+    return display == t_closing || own;
 }
 
 void leave(Display* display, std::unique_ptr<OwnDisplay> own)
@@ -163,17 +186,18 @@ void leave(Display* display, std::unique_ptr<OwnDisplay> own)
     known->socket = -1;
 }
 
-void cutOffStaleCalls(std::thread::id thread)
+void cutOffStaleCalls(uint64_t thread)
 {
     std::lock_guard lock(mutex);
-    for (OwnDisplay* own = displays; own; own = own->next)
-    {
-        if (own->user == std::thread::id() || own->user != thread)
-            continue;
-        if (own->calls == own->callsSeen)
-            shutdown(own->socket, SHUT_RDWR);
-        own->callsSeen = own->calls;
-    }
+    forEach(
+        [&](OwnDisplay& own)
+        {
+            if (own.user == 0 || own.user != thread)
+                return;
+            if (own.calls == own.callsSeen)
+                shutdown(own.socket, SHUT_RDWR);
+            own.callsSeen = own.calls;
+        });
 }
 
 void endAll()

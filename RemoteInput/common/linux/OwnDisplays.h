@@ -1,8 +1,8 @@
 #ifndef REMOTE_INPUT_OWN_DISPLAYS_H
 #define REMOTE_INPUT_OWN_DISPLAYS_H
 
+#include <cstdint>
 #include <memory>
-#include <thread>
 
 struct _XDisplay; // Xlib's Display
 
@@ -10,10 +10,10 @@ struct _XDisplay; // Xlib's Display
 struct OwnDisplay
 {
     _XDisplay* display = nullptr;
-    int socket = -1;      ///< that a call may be cut off by; not owned
-    bool isLost = false;  ///< the server is gone
-    bool isLeft = false;  ///< in the middle of a call: not to be closed
-    std::thread::id user; ///< that is in a call; the default id = none
+    int socket = -1;     ///< that a call may be cut off by; not owned
+    bool isLost = false; ///< the server is gone
+    bool isLeft = false; ///< in the middle of a call: not to be closed
+    uint64_t user = 0;   ///< the thread that is in a call; 0 = none
     unsigned int calls = 0;
     unsigned int callsSeen = 0; ///< by the last look at stale calls
     OwnDisplay* next = nullptr;
@@ -28,8 +28,11 @@ bool beginOpening();
 /// \param own goes into the list if it has a display
 void endOpening(std::unique_ptr<OwnDisplay> own);
 
-/// Marks a display that is about to be closed. Another thread may open one at its address as soon as it is closed, so
-/// from then on it is known by what is returned. \return null for a display that is not to be closed
+/// A number of this thread that no other thread has or will have; not 0.
+uint64_t thisThread();
+
+/// Takes a display out of the list that is about to be closed: somebody may open one at its address as soon as it is.
+/// \return null for a display that is not to be closed
 OwnDisplay* beginClosing(_XDisplay* display);
 void endClosing(OwnDisplay* own);
 
@@ -38,9 +41,10 @@ OwnDisplay* beginCalls(_XDisplay* display);
 /// \return whether the server is lost
 bool endCalls(OwnDisplay* own);
 
+/// \return whether the display is in the list, or this thread is closing it
 bool contains(const _XDisplay* display);
 
-/// \return whether the display is in the list
+/// \return whether the display is in the list, or this thread is closing it
 bool markLost(const _XDisplay* display);
 
 /// Calls on the display were left in the middle. Its descriptor is given back, its memory stays.
@@ -48,7 +52,7 @@ bool markLost(const _XDisplay* display);
 void leave(_XDisplay* display, std::unique_ptr<OwnDisplay> own);
 
 /// Shuts down the connections on which the thread has been in the same call since the last time that this was asked.
-void cutOffStaleCalls(std::thread::id thread);
+void cutOffStaleCalls(uint64_t thread);
 
 /// For the end of the process: from now on all displays count as lost. Waits for the calls of other threads, 1 s at
 /// most.

@@ -1,7 +1,6 @@
 #include "RemoteInput/common/linux/RemoteInputInjectorImpl.h"
 
 #include <chrono>
-#include <thread>
 
 #include "common/util/Log.h"
 
@@ -52,7 +51,7 @@ RemoteInputInjector::Impl::Impl(const TelemetrySender& telemetry, zuri::HapticsC
 RemoteInputInjector::Impl::~Impl()
 {
     m_destructionLimit.emplace(DESTRUCTION_LIMIT,
-                               XTimeLimit::Threads{std::this_thread::get_id(), m_mouse.injectionThread()});
+                               XTimeLimit::Threads{XTimeLimit::thisThread(), m_mouse.injectionThread()});
 }
 
 [[gnu::hot]] void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)

@@ -11,7 +11,7 @@ namespace ridevice
 void logCreationFailure(const char* tag, int errorNumber, const char* consequence, const char* permissionHint)
 {
     LOG_ERROR(0x03000001, tag, "Couldn't create a new uinput device, errno: %d %s, %s", errorNumber,
-              errnoText(errorNumber).c_str(), consequence);
+              ErrnoText(errorNumber).c_str(), consequence);
     if (errorNumber == EACCES)
         LOG_ERROR(0x03000002, tag, "%s", permissionHint);
 }

@@ -10,6 +10,7 @@
 #include "RemoteInput/common/linux/KeyConversion.h"
 #include "RemoteInput/common/linux/RiDevice.h"
 #include "RemoteInput/common/linux/RiEventRecord.h"
+#include "common/util/InUse.h"
 #include "common/util/Log.h"
 #include "rxdiag/rxdiagcontrol.h"
 
@@ -19,7 +20,7 @@ namespace
 constexpr char LOG_TAG[] = "RiKey";
 
 LoggerX g_logger(LOG_TAG);
-RxDiagEx rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
+KeptInUse<RxDiagEx> rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
 
 constexpr unsigned int FIRST_DECLARED_KEY = 1;
 constexpr unsigned int LAST_DECLARED_KEY = 127;
@@ -49,8 +50,8 @@ void logBlocked(ZustKeyCode keyCode, uint16_t flags)
     char modifiers[16];
     snprintf(key, sizeof(key), "%08X", static_cast<unsigned int>(keyCode));
     snprintf(modifiers, sizeof(modifiers), "%04X", static_cast<unsigned int>(flags));
-    rxDiag.warning << "key 0x" << key << " was blocked"
-                   << ", modifier flags 0x" << modifiers;
+    rxDiag->warning << "key 0x" << key << " was blocked"
+                    << ", modifier flags 0x" << modifiers;
 }
 
 } // namespace

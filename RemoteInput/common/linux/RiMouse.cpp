@@ -274,6 +274,7 @@ struct RiMouse::Injection
 [[gnu::hot]] void RiMouse::thread()
 try
 {
+    m_injectionThread = XTimeLimit::thisThread();
     // The default slack of 50 us would lengthen every sleep of the pacing by as much.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 

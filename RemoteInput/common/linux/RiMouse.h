@@ -6,6 +6,7 @@
 #include "RemoteInput/common/linux/MouseConverter.h"
 #include "RemoteInput/common/linux/ScopedDisplay.h"
 #include "RemoteInput/common/linux/VirtualEvDev.h"
+#include "RemoteInput/common/linux/XTimeLimit.h"
 #include "StreamSdk/include/TelemetrySender.h"
 
 #include <atomic>
@@ -97,8 +98,8 @@ public:
     /// Releases every held button, in ascending order. Any thread. \return true
     bool resetState();
 
-    /// The default id when there is none. Any thread, once constructed.
-    std::thread::id injectionThread() const { return m_runtimeThread.get_id(); }
+    /// 0 while it has not begun. Any thread, once constructed.
+    XTimeLimit::Thread injectionThread() const { return m_injectionThread; }
 
     /// The name under which the host knows the device. Any thread, once constructed.
     std::string GetDeviceName() const;
@@ -126,6 +127,7 @@ private:
     std::bitset<5> m_pressedMouseButtons; // bit i: BTN_LEFT + i; guarded by m_deviceMutex
     std::mutex m_deviceMutex;             // a change of the pressed buttons and its device writes belong together
     std::thread m_runtimeThread;
+    std::atomic<XTimeLimit::Thread> m_injectionThread{0};
     std::atomic<bool> m_stopThread{false};            // written under the queue's mutex, read with and without it
     std::unique_ptr<MouseConverter> m_mouseConverter; // injection thread
 };

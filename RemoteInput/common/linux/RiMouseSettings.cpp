@@ -5,7 +5,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 
 #include <X11/extensions/XInput.h>
@@ -33,10 +32,6 @@ constexpr double TRANSFORMATION_MULTIPLIERS[2][MAX_SENSITIVITY] = {
      1.25,    1.5,    1.75,  2.0,  2.25,  2.5, 2.75,  3.0,  3.25,  3.5},
     {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, 1.0, 1.1, 1.2, 1.3, 1.4, 1.5, 1.6, 1.7, 1.8, 1.9, 2.0},
 };
-
-// libXi (1.8) forgets the extension with the last display that used it, without a lock: a list that another thread asks
-// for at that moment crashes. Held during calls that an XTimeLimit bounds.
-constinit std::mutex xInputMutex;
 
 struct PointerSpeed
 {
@@ -97,17 +92,11 @@ RiMouseSettings::RiMouseSettings(const RiMouse& mouse)
     acquireXid();
 }
 
-RiMouseSettings::~RiMouseSettings()
-{
-    std::lock_guard lock(xInputMutex);
-    m_display.reset();
-}
-
 void RiMouseSettings::acquireXid()
 {
     const long start = GetMillisecondsSinceEpoch();
     // A server that does not answer takes no longer than one that does not know the name.
-    const XTimeLimit limit(std::chrono::milliseconds(ACQUIRE_TIMEOUT_MS), {std::this_thread::get_id()});
+    const XTimeLimit limit(std::chrono::milliseconds(ACQUIRE_TIMEOUT_MS), {XTimeLimit::thisThread()});
     while (true)
     {
         const std::string name = m_riMouse.GetDeviceName();
@@ -130,7 +119,6 @@ void RiMouseSettings::acquireXid()
 
 RiMouseSettings::DeviceId RiMouseSettings::findDevice(const std::string& name) const
 {
-    const std::lock_guard xInputLock(xInputMutex);
     const ScopedXLock lock(m_display.get());
     if (!lock)
         return INVALID_XID;

@@ -20,7 +20,6 @@ public:
     /// Looks for the X device, for about one second at most; a failed search is not repeated.
     /// \param mouse borrowed; must outlive the responder
     explicit RiMouseSettings(const RiMouse& mouse);
-    ~RiMouseSettings() override;
 
     /// Applies one settings event. Each step runs a shell command, some 10 to 100 ms.
     /// \return whether every step could be run; whether `xinput` succeeded is not known

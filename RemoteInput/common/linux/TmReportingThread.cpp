@@ -12,8 +12,7 @@ namespace
 
 // All units share the diagnostic control that the first of them creates, and with it that unit's tag and logger.
 // Which unit that is must not depend on the link order: objects with a priority are made before all others and
-// destroyed after them, so this logger names every composed line and outlives all who write through it. What the
-// objects of the other units hold is this control, which stays while a handle is alive.
+// destroyed after them, so this logger names every composed line and outlives all who write through it.
 __attribute__((init_priority(1000))) KeptInUse<LoggerX> g_logger("TmReportingThread");
 __attribute__((init_priority(1001))) KeptInUse<RxDiagEx> rxDiag("TmReportingThread", nullptr, &*g_logger, LEGACY,
                                                                 nullptr);
@@ -64,14 +63,14 @@ bool TmReportingThread::waitForProcessing()
 
 void TmReportingThread::run()
 {
-    (*rxDiag).info << "StatSender::run: StatSender thread started";
+    rxDiag->info << "StatSender::run: StatSender thread started";
     while (m_run)
     {
         if (waitForProcessing())
             m_collector.processPeriod();
     }
     m_collector.processEndOfSession();
-    (*rxDiag).info << "StatSender::run: StatSender thread ended";
+    rxDiag->info << "StatSender::run: StatSender thread ended";
 }
 
 } // namespace RiTelemetry

@@ -111,7 +111,7 @@ bool VirtualEvDevUinputAc::openDevice(int32_t instanceId, const char* suffix)
     if (m_fd < 0)
     {
         const int cause = errno;
-        LOG_ERROR(0x04020005, TAG, "Failed to open '%s': %s", path, errnoText(cause).c_str());
+        LOG_ERROR(0x04020005, TAG, "Failed to open '%s': %s", path, ErrnoText(cause).c_str());
         errno = cause;
         return false;
     }
@@ -180,6 +180,6 @@ bool VirtualEvDevUinputAc::emitEvent(unsigned int type, unsigned int code, int v
     const int error = m_isFifo ? writeOnceToFifo(m_fd, event) : writeOnce(m_fd, event);
     if (error == 0)
         return true;
-    LOG_ERROR(0x04020009, TAG, "%s: %s", "emitEvent", errnoText(error).c_str());
+    LOG_ERROR(0x04020009, TAG, "%s: %s", "emitEvent", ErrnoText(error).c_str());
     return false;
 }

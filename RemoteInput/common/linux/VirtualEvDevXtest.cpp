@@ -66,11 +66,10 @@ Extension queryExtension(Display* display, QueryExtension* query)
 {
     Extension found;
     const ScopedXCalls calls(display);
-    const bool answered =
-        calls
-        && untilServerIsLost(
+    if (calls)
+        untilServerIsLost(
             [&] { found.present = query(display, &found.eventBase, &found.errorBase, &found.major, &found.minor); });
-    return answered ? found : Extension{};
+    return found;
 }
 
 // An extension that is first used after the server has gone is taken for present, from an answer that never came, and

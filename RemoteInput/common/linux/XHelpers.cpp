@@ -1,10 +1,12 @@
 #include "RemoteInput/common/linux/XHelpers.h"
 
 #include <atomic>
+#include <chrono>
 #include <csetjmp>
 #include <csignal>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "RemoteInput/common/linux/OwnDisplays.h"
@@ -14,12 +16,32 @@ namespace
 {
 
 constinit std::mutex openingMutex; // libXau, which looks the authority file up, has a static buffer
+
+// libXext and libXi forget an extension with the last display that used it, without a lock of their own: whoever uses
+// it first on another display at that moment crashes.
+constinit std::mutex extensionsMutex;
+constinit std::atomic<bool> areExtensionsStuck = false; // with a thread that waits for a server
+constexpr int EXTENSIONS_LIMIT_MS = 1000;
+
 constinit std::atomic<XIOErrorHandler> previousIoErrorHandler = nullptr;
 constinit std::atomic<XErrorHandler> previousErrorHandler = nullptr;
 
 // Whether the host ignored SIGPIPE when a display was opened last: then there is nothing to keep away from it, and the
 // guards cost two system calls less.
 constinit std::atomic<bool> hostIgnoresSigpipe = false;
+
+/// Waits for other threads, but not for a server that does not answer one of them: that would hold up everybody.
+std::unique_lock<std::mutex> lockExtensions()
+{
+    std::unique_lock lock(extensionsMutex, std::try_to_lock);
+    for (int ms = 0; !lock && ms < EXTENSIONS_LIMIT_MS && !areExtensionsStuck; ++ms)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        (void)lock.try_lock();
+    }
+    areExtensionsStuck = !lock;
+    return lock;
+}
 
 /// Calls of this thread that end when the server is lost.
 struct Leaving
@@ -123,6 +145,13 @@ ScopedXCalls::~ScopedXCalls()
 
 void XCloseDisplayDeleter::operator()(Display* display) const
 {
+    {
+        // Closing waits for the server anyway; here it holds up nobody else.
+        const ScopedXCalls calls(display);
+        if (calls)
+            XSync(display, False);
+    }
+    const auto lock = lockExtensions();
     OwnDisplay* const own = owndisplays::beginClosing(display);
     if (!own)
         return;
@@ -134,6 +163,7 @@ void XCloseDisplayDeleter::operator()(Display* display) const
 
 bool untilServerIsLost(const std::function<void()>& calls)
 {
+    const auto lock = lockExtensions();
     Display* const lost = runUntilLost(calls);
     if (lost)
         owndisplays::leave(lost, nullptr);
@@ -142,6 +172,7 @@ bool untilServerIsLost(const std::function<void()>& calls)
 
 Display* XOpenDisplayCheckInitialized(const char* name)
 {
+    auto own = std::make_unique<OwnDisplay>();
     static std::once_flag initialized;
     std::call_once(initialized, initXLib);
 
@@ -150,7 +181,6 @@ Display* XOpenDisplayCheckInitialized(const char* name)
     struct sigaction disposition;
     hostIgnoresSigpipe = sigaction(SIGPIPE, nullptr, &disposition) == 0 && disposition.sa_handler == SIG_IGN;
 
-    auto own = std::make_unique<OwnDisplay>();
     Display* opened = nullptr;
     const std::function<void()> open = [&]
     {

@@ -59,8 +59,8 @@ private:
 /// Runs calls of Xlib that take an answer that never came for an answer, within a ScopedXCalls or ScopedXLock. (The
 /// first use of an extension is one, a list of devices is another; what they read then crashes, when the display is
 /// closed at the latest.) When the server goes away in the middle, they are left at once: no line after the one that
-/// found out is run, no destructor either, so let them only call and assign. The display then counts as lost; it is
-/// never used again, not even to close it, which costs its memory.
+/// found out is run, no destructor either, so let them only call and assign. The display then counts as lost; no call
+/// is made on it again, not even to close it, which costs its memory.
 /// \return whether they came to their end
 bool untilServerIsLost(const std::function<void()>& calls);
 

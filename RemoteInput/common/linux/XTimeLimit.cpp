@@ -17,6 +17,11 @@ XTimeLimit::XTimeLimit(std::chrono::milliseconds limit, const Threads& threads)
     }
 }
 
+XTimeLimit::Thread XTimeLimit::thisThread()
+{
+    return owndisplays::thisThread();
+}
+
 XTimeLimit::~XTimeLimit()
 {
     if (!m_watch.joinable())
@@ -33,9 +38,11 @@ XTimeLimit::~XTimeLimit()
 void XTimeLimit::watch(std::chrono::steady_clock::time_point at)
 {
     std::unique_lock lock(m_mutex);
-    for (at -= CUT_INTERVAL; !m_ended.wait_until(lock, at, [&] { return m_isOver; }); at += CUT_INTERVAL)
+    const auto isOver = [&] { return m_isOver; };
+    for (bool over = m_ended.wait_until(lock, at - CUT_INTERVAL, isOver); !over;
+         over = m_ended.wait_for(lock, CUT_INTERVAL, isOver))
     {
-        for (const std::thread::id thread : m_threads)
+        for (const Thread thread : m_threads)
             owndisplays::cutOffStaleCalls(thread);
     }
 }

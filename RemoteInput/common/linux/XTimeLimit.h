@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -16,7 +17,10 @@ class XTimeLimit
 public:
     static constexpr std::chrono::milliseconds CUT_INTERVAL{50};
 
-    using Threads = std::array<std::thread::id, 2>; ///< the default id stands for none
+    using Thread = uint64_t; ///< of which no two are the same, in time or space; 0 stands for none
+    using Threads = std::array<Thread, 2>;
+
+    static Thread thisThread();
 
     /// \param limit at least CUT_INTERVAL
     XTimeLimit(std::chrono::milliseconds limit, const Threads& threads);
