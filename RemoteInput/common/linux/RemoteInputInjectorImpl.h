@@ -19,7 +19,7 @@ public:
     Impl(const TelemetrySender& telemetry, zuri::HapticsCallbackType, const BlockedKeyMap& blockedKeys,
          HidOutputCallbackType);
 
-    /// Takes some 2 s at most when the X server does not answer.
+    /// Takes 2 s, and up to 0.1 s for each further connection, when the X server does not answer.
     ~Impl();
 
     void OnEvent(const ZustInputEvent* event, const InputTimeStats& stats);
