@@ -75,7 +75,7 @@ TEST(ConcurrencyTest, HandlesAreMadeAndDestroyedAtTheSameTime)
     Server second;
     const auto live = [](Server& server)
     {
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 30; ++i)
         {
             EXPECT_EQ(server.open(), ZUST_R_SUCCESS);
             EXPECT_NE(server.handle(), nullptr);
