@@ -76,22 +76,6 @@ void Files::put(const std::string& path, FileForm form)
     }
 }
 
-void makeFewKeys(const std::string& folder)
-{
-    for (const char* const part : {"rules", "keycodes", "symbols"})
-        std::filesystem::create_directories(folder + "/" + part);
-    for (const char* const part : {"types", "compat", "geometry"})
-        std::filesystem::create_directory_symlink(std::string("/usr/share/X11/xkb/") + part, folder + "/" + part);
-    for (const char* const rules : {"base", "evdev"})
-        writeText(folder + "/rules/" + rules, "! model = keycodes\n  * = few\n\n! model = symbols\n  * = few\n\n"
-                                              "! model = types\n  * = complete\n\n! model = compat\n  * = complete\n\n"
-                                              "! model = geometry\n  * = pc(pc104)\n");
-    writeText(folder + "/keycodes/few",
-              "default xkb_keycodes \"few\" { minimum = 8; maximum = 60; <AE01> = 10; <AC01> = 38; <LFSH> = 50; };\n");
-    writeText(folder + "/symbols/few", "default xkb_symbols \"few\" { key <AE01> { [ 1, exclam ] };"
-                                       " key <AC01> { [ a, A ] }; key <LFSH> { [ Shift_L ] }; };\n");
-}
-
 void makeQuietXinput(const std::string& folder)
 {
     std::filesystem::create_directories(folder);

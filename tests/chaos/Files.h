@@ -24,9 +24,6 @@ private:
     std::map<std::string, int> m_writers; // of FIFOs, by path
 };
 
-/// A folder for Xvfb's -xkbdir: a keymap whose key codes end at 60.
-void makeFewKeys(const std::string& folder);
-
 /// A folder for the beginning of PATH: an xinput that keeps its complaints to itself, as Xvfb lacks most properties.
 void makeQuietXinput(const std::string& folder);
 

@@ -24,8 +24,6 @@ namespace
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Events = std::vector<fakelibevdev::Event>;
-
 /// A working directory and a configuration folder of its own.
 class HostNeighbourTest : public testing::Test
 {
@@ -47,17 +45,6 @@ protected:
     const std::filesystem::path m_folder = std::filesystem::temp_directory_path() / ("host" + std::to_string(getpid()));
 };
 
-std::vector<fakelibevdev::Event> waitForEvents(const std::string& device)
-{
-    Events events;
-    for (int i = 0; i < 2000 && events.empty(); ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        events = fakelibevdev::takeEvents(device);
-    }
-    return events;
-}
-
 } // namespace
 
 TEST_F(HostNeighbourTest, FilesThatAreFifosAreAsIfTheyWereNotThere)
@@ -69,7 +56,7 @@ TEST_F(HostNeighbourTest, FilesThatAreFifosAreAsIfTheyWereNotThere)
     ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
     server.mouseSettings(0, 0);
     server.button(ZUST_MB_LEFT, true);
-    EXPECT_FALSE(waitForEvents("RiMouse").empty());
+    EXPECT_FALSE(fakelibevdev::waitForEvents("RiMouse").empty());
     std::array<uint8_t, 34> pad{};
     pad[4] = 1;
     server.gamepad(pad.data(), 34); // reads them again

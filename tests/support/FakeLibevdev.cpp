@@ -1,10 +1,12 @@
 #include "tests/support/FakeLibevdev.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include <libevdev/libevdev-uinput.h>
@@ -136,6 +138,17 @@ std::vector<Event> takeEvents(const std::string& name)
     std::lock_guard lock(world().mutex);
     const auto found = lastOfName(name);
     return found ? std::exchange(found->events, {}) : std::vector<Event>{};
+}
+
+std::vector<Event> waitForEvents(const std::string& name)
+{
+    std::vector<Event> events;
+    for (int i = 0; i < 2000 && events.empty(); ++i)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        events = takeEvents(name);
+    }
+    return events;
 }
 
 int liveDevices()

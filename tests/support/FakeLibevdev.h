@@ -68,6 +68,9 @@ Device device(const std::string& name);
 /// A destroyed device keeps what was written before.
 std::vector<Event> takeEvents(const std::string& name);
 
+/// The same, waiting 10 s at most for the first of them.
+std::vector<Event> waitForEvents(const std::string& name);
+
 /// Devices made and not destroyed, and descriptions made and not freed, over the whole process.
 int liveDevices();
 int liveDescriptions();

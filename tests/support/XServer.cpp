@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -71,6 +73,23 @@ void XServer::stop()
 void XServer::goOn()
 {
     ::kill(m_pid, SIGCONT);
+}
+
+void makeFewKeys(const std::string& folder)
+{
+    const auto write = [&](const std::string& name, const char* text) { std::ofstream(folder + "/" + name) << text; };
+    for (const char* const part : {"rules", "keycodes", "symbols"})
+        std::filesystem::create_directories(folder + "/" + part);
+    for (const char* const part : {"types", "compat", "geometry"})
+        std::filesystem::create_directory_symlink(std::string("/usr/share/X11/xkb/") + part, folder + "/" + part);
+    for (const char* const rules : {"base", "evdev"})
+        write(std::string("rules/") + rules, "! model = keycodes\n  * = few\n\n! model = symbols\n  * = few\n\n"
+                                             "! model = types\n  * = complete\n\n! model = compat\n  * = complete\n\n"
+                                             "! model = geometry\n  * = pc(pc104)\n");
+    write("keycodes/few",
+          "default xkb_keycodes \"few\" { minimum = 8; maximum = 60; <AE01> = 10; <AC01> = 38; <LFSH> = 50; };\n");
+    write("symbols/few", "default xkb_symbols \"few\" { key <AE01> { [ 1, exclam ] };"
+                         " key <AC01> { [ a, A ] }; key <LFSH> { [ Shift_L ] }; };\n");
 }
 
 XGrab::XGrab()

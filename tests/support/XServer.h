@@ -31,6 +31,9 @@ private:
     std::string m_display;
 };
 
+/// A folder for Xvfb's -xkbdir: a keymap whose key codes end at 60.
+void makeFewKeys(const std::string& folder);
+
 /// A client that keeps the server to itself: it answers nobody else meanwhile.
 class XGrab
 {

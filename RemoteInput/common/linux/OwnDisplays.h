@@ -10,7 +10,7 @@ struct _XDisplay; // Xlib's Display
 struct OwnDisplay
 {
     _XDisplay* display = nullptr;
-    int socket = -1;     ///< that a call may be cut off by; not owned
+    int socket = -1;     ///< that a call may be cut off by; Xlib's, but for one that is being closed
     bool isLost = false; ///< the server is gone
     bool isLeft = false; ///< in the middle of a call: not to be closed
     uint64_t user = 0;   ///< the thread that is in a call; 0 = none
