@@ -74,7 +74,8 @@ private:
     bool containsAny(std::index_sequence<indices...>) const
     {
         constexpr std::array<uint64_t, WORDS> MASKS{maskOf<indices>(keyCodes...)...};
-        return ((MASKS[indices] != 0 && (m_words[indices].load(std::memory_order_relaxed) & MASKS[indices]) != 0) || ...);
+        return ((MASKS[indices] != 0 && (m_words[indices].load(std::memory_order_relaxed) & MASKS[indices]) != 0)
+                || ...);
     }
 
     template <size_t index>
@@ -83,7 +84,10 @@ private:
         return ((static_cast<uint32_t>(keyCodes) / 64 == index ? bitOf(keyCodes) : 0) | ...);
     }
 
-    static constexpr uint64_t bitOf(ZustKeyCode keyCode) { return uint64_t{1} << (static_cast<uint32_t>(keyCode) % 64); }
+    static constexpr uint64_t bitOf(ZustKeyCode keyCode)
+    {
+        return uint64_t{1} << (static_cast<uint32_t>(keyCode) % 64);
+    }
     Word& wordOf(ZustKeyCode keyCode) { return m_words[static_cast<uint32_t>(keyCode) / 64]; }
     const Word& wordOf(ZustKeyCode keyCode) const { return m_words[static_cast<uint32_t>(keyCode) / 64]; }
 
