@@ -4,8 +4,8 @@
 #include <optional>
 #include <sstream>
 
-#include "tools/host/SessionParser.h"
-#include "tools/host/SessionWriter.h"
+#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/SessionWriter.h"
 
 namespace
 {

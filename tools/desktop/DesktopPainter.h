@@ -2,7 +2,7 @@
 #define TOOLS_DESKTOP_DESKTOP_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
-#include "tools/desktop/Drawing.h"
+#include "tools/shared/Drawing.h"
 #include "tools/desktop/PanelPainter.h"
 #include "tools/desktop/TrailPainter.h"
 

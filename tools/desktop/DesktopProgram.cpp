@@ -5,7 +5,7 @@
 #include "tools/desktop/DesktopRecorder.h"
 #include "tools/desktop/DesktopScreen.h"
 #include "tools/desktop/DesktopWindow.h"
-#include "tools/desktop/MonotonicClock.h"
+#include "tools/shared/MonotonicClock.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "tools/desktop/DesktopWindow.h"
 
-#include "tools/desktop/MonotonicClock.h"
+#include "tools/shared/MonotonicClock.h"
 
 #include <algorithm>
 #include <array>

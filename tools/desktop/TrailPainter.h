@@ -2,7 +2,7 @@
 #define TOOLS_DESKTOP_TRAIL_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
-#include "tools/desktop/Drawing.h"
+#include "tools/shared/Drawing.h"
 
 #include <cstddef>
 #include <vector>

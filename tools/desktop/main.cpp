@@ -1,6 +1,6 @@
 #include "tools/desktop/DesktopOptions.h"
 #include "tools/desktop/DesktopProgram.h"
-#include "tools/desktop/Drawing.h"
+#include "tools/shared/Drawing.h"
 
 #include <charconv>
 #include <string>

@@ -1,13 +1,13 @@
 #include "tools/host/PlayCommand.h"
 
 #include "devstack/zudev.h"
-#include "tools/host/InjectionHooks.h"
-#include "tools/host/InjectionWatch.h"
-#include "tools/host/PacingPicture.h"
-#include "tools/host/Report.h"
-#include "tools/host/SessionParser.h"
-#include "tools/host/StreamingServer.h"
-#include "tools/host/Telemetry.h"
+#include "tools/host/play/InjectionHooks.h"
+#include "tools/host/play/InjectionWatch.h"
+#include "tools/host/report/PacingPicture.h"
+#include "tools/host/report/Report.h"
+#include "tools/host/session/SessionParser.h"
+#include "tools/host/play/StreamingServer.h"
+#include "tools/host/play/Telemetry.h"
 
 #include <algorithm>
 #include <cerrno>

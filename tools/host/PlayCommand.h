@@ -3,8 +3,8 @@
 #define TOOLS_HOST_PLAY_COMMAND_H
 
 #include "tools/host/Console.h"
-#include "tools/host/Expectation.h"
-#include "tools/host/Screen.h"
+#include "tools/host/check/Expectation.h"
+#include "tools/host/play/Screen.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,9 +1,9 @@
 #include "tools/host/RecordCommand.h"
 
 #include "tools/host/Console.h"
-#include "tools/host/SessionConverter.h"
-#include "tools/host/SessionParser.h"
-#include "tools/host/SessionWriter.h"
+#include "tools/host/capture/SessionConverter.h"
+#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/SessionWriter.h"
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,11 @@
 /// zuis-host: plays the streaming server in front of libInputStreamShared.so.
 
-#include "tools/host/EvemuImport.h"
-#include "tools/host/NetworkModel.h"
+#include "tools/host/capture/EvemuImport.h"
+#include "tools/host/play/NetworkModel.h"
 #include "tools/host/PlayCommand.h"
 #include "tools/host/RecordCommand.h"
-#include "tools/host/SessionParser.h"
-#include "tools/host/SessionWriter.h"
+#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/SessionWriter.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>

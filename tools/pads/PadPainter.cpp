@@ -1,6 +1,6 @@
 #include "tools/pads/PadPainter.h"
 
-#include "tools/desktop/Drawing.h"
+#include "tools/shared/Drawing.h"
 
 #include <algorithm>
 #include <numbers>

@@ -1,6 +1,6 @@
 #include "tools/pads/PadRecorder.h"
 
-#include "tools/desktop/MonotonicClock.h"
+#include "tools/shared/MonotonicClock.h"
 
 #include <cerrno>
 #include <system_error>

@@ -1,6 +1,6 @@
 // zuis-pads: reads gamepads from their event nodes, as a game does.
 
-#include "tools/desktop/Drawing.h"
+#include "tools/shared/Drawing.h"
 #include "tools/pads/PadPainter.h"
 #include "tools/pads/PadRecorder.h"
 #include "tools/pads/PadWatcher.h"

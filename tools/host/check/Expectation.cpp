@@ -1,0 +1,231 @@
+#include "tools/host/check/Expectation.h"
+
+#include "tools/host/session/Names.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <set>
+
+namespace host
+{
+namespace
+{
+
+struct BackendName
+{
+    std::string_view name;
+    Backend backend;
+};
+
+constexpr std::array BACKEND_NAMES{
+    BackendName{"default", Backend::DEFAULT},
+    BackendName{"uinput", Backend::UINPUT},
+    BackendName{"xtest", Backend::XTEST},
+    BackendName{"container", Backend::CONTAINER},
+};
+
+/// The X buttons that a client's buttons become. XTest numbers them in the order of the evdev codes, so there the right
+/// button is 2 and the middle one 3; libinput uses the customary numbers.
+struct XButtons
+{
+    ZustMouseButton button;
+    int xtest;
+    int libinput;
+};
+
+constexpr std::array X_BUTTONS{
+    XButtons{ZUST_MB_LEFT, 1, 1},   XButtons{ZUST_MB_MIDDLE, 3, 2}, XButtons{ZUST_MB_RIGHT, 2, 3},
+    XButtons{ZUST_MB_EXTRA1, 8, 8}, XButtons{ZUST_MB_EXTRA2, 9, 9},
+};
+
+constexpr int WHEEL_UP = 4;
+constexpr int WHEEL_DOWN = 5;
+constexpr int TOUCH_BUTTON = 1;
+
+int xButton(ZustMouseButton button, Backend backend)
+{
+    const auto row =
+        std::find_if(X_BUTTONS.begin(), X_BUTTONS.end(), [&](const XButtons& r) { return r.button == button; });
+    return backend == Backend::XTEST ? row->xtest : row->libinput;
+}
+
+/// The server's state as far as it decides what is injected.
+class Account
+{
+public:
+    explicit Account(Backend backend)
+        : m_backend(backend)
+    {
+    }
+
+    void take(const Played& played);
+    Expectation result() { return std::move(m_result); }
+
+private:
+    void control(const Action& action);
+    void key(const KeyInput& input, const Played& played);
+    void button(const ButtonInput& input, const Played& played);
+    void touch(const TouchFrame& frame, const Played& played);
+    bool blocked(const KeyInput& input) const;
+    void press(int xButtonNumber, const Played& played);
+
+    Backend m_backend;
+    Expectation m_result;
+    bool m_paused = false;
+    bool m_touchEnabled = false;
+    std::map<uint32_t, std::set<ZustKeyCode>> m_blocked;
+    std::set<ZustKeyCode> m_keysDown;
+    std::set<int> m_buttonsDown; ///< X numbers
+};
+
+void Account::take(const Played& played)
+{
+    const Action& action = played.record->action;
+    if (isControl(action))
+    {
+        control(action);
+        return;
+    }
+    if (!played.accepted)
+    {
+        ++m_result.refusedEvents;
+        return;
+    }
+    if (m_paused)
+    {
+        ++m_result.pausedEvents;
+        return;
+    }
+    if (isMouse(action))
+        m_result.mouseReports.push_back(&played);
+    if (isMove(action))
+        ++m_result.moves;
+
+    const Overloaded handle{
+        [&](const KeyInput& input) { key(input, played); },
+        [&](const ButtonInput& input) { button(input, played); },
+        [&](const WheelInput& wheel)
+        {
+            // Only the sign counts, and 0 turns up.
+            m_result.buttons.push_back({wheel.vertical < 0 ? WHEEL_DOWN : WHEEL_UP, played.deliveredNs, played.record});
+        },
+        [&](const TouchFrame& frame) { touch(frame, played); },
+        [](const auto&) {},
+    };
+    std::visit(handle, action);
+}
+
+void Account::control(const Action& action)
+{
+    const Overloaded handle{
+        [&](const BlockKey& change)
+        {
+            if (change.block)
+                m_blocked[change.flags].insert(change.key);
+            else
+                m_blocked[change.flags].erase(change.key);
+        },
+        [&](const UnblockAll&) { m_blocked.clear(); },
+        [&](const Pause& pause) { m_paused = pause.paused; },
+        [&](const Reset&)
+        {
+            m_keysDown.clear();
+            m_buttonsDown.clear();
+        },
+        [&](const TouchEnable& touch) { m_touchEnabled = m_touchEnabled || touch.enable; },
+        [](const auto&) {},
+    };
+    std::visit(handle, action);
+}
+
+bool Account::blocked(const KeyInput& input) const
+{
+    const auto entry = m_blocked.find(input.flags);
+    return entry != m_blocked.end() && (entry->second.contains(input.key) || entry->second.contains(ZUST_KEY_ALL));
+}
+
+void Account::key(const KeyInput& input, const Played& played)
+{
+    if (input.state != ZUST_KEYSTATE_DOWN)
+    {
+        m_keysDown.erase(input.key);
+        return;
+    }
+    if (blocked(input))
+    {
+        ++m_result.blockedKeys;
+        return;
+    }
+    const KeyName* name = findKey(input.key);
+    if (!name || name->evdev == 0 || isModifier(input.key) || !m_keysDown.insert(input.key).second)
+        return;
+    m_result.keys.push_back({name->evdev, played.deliveredNs, played.record});
+}
+
+void Account::press(int xButtonNumber, const Played& played)
+{
+    if (m_buttonsDown.insert(xButtonNumber).second)
+        m_result.buttons.push_back({xButtonNumber, played.deliveredNs, played.record});
+}
+
+void Account::button(const ButtonInput& input, const Played& played)
+{
+    const int number = xButton(input.button, m_backend);
+    if (input.down)
+        press(number, played);
+    else
+        m_buttonsDown.erase(number);
+}
+
+void Account::touch(const TouchFrame& frame, const Played& played)
+{
+    if (!m_touchEnabled)
+        return;
+    // XTest knows one finger: the last that went down or up in a frame decides about the button.
+    std::optional<bool> down;
+    for (const Finger& finger : frame.fingers)
+    {
+        m_result.fingersDown += finger.phase == ZUST_TLL_DOWN ? 1 : 0;
+        if (finger.phase == ZUST_TLL_DOWN || finger.phase == ZUST_TLL_UP)
+            down = finger.phase == ZUST_TLL_DOWN;
+    }
+    if (m_backend != Backend::XTEST || !down)
+        return;
+    if (*down)
+        press(TOUCH_BUTTON, played);
+    else
+        m_buttonsDown.erase(TOUCH_BUTTON);
+}
+
+} // namespace
+
+std::optional<Backend> parseBackend(std::string_view text)
+{
+    for (const BackendName& row : BACKEND_NAMES)
+    {
+        if (row.name == text)
+            return row.backend;
+    }
+    return std::nullopt;
+}
+
+std::string_view backendName(Backend backend)
+{
+    for (const BackendName& row : BACKEND_NAMES)
+    {
+        if (row.backend == backend)
+            return row.name;
+    }
+    return "?";
+}
+
+Expectation expectationOf(std::span<const Played> played, Backend backend)
+{
+    Account account(backend);
+    for (const Played& entry : played)
+        account.take(entry);
+    return account.result();
+}
+
+} // namespace host

@@ -1,0 +1,255 @@
+#include "tools/host/check/PadCheck.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <istream>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include <linux/input-event-codes.h>
+
+namespace host
+{
+namespace
+{
+
+using nlohmann::json;
+
+// A stick's fuzz is 16: a change below twice that is averaged with the value before it.
+constexpr int STICK_TOLERANCE = 32;
+
+struct ButtonCode
+{
+    uint16_t bit;
+    int code;
+};
+constexpr std::array BUTTONS{
+    ButtonCode{0x1000, BTN_SOUTH},  ButtonCode{0x2000, BTN_EAST},  ButtonCode{0x4000, BTN_NORTH},
+    ButtonCode{0x8000, BTN_WEST},   ButtonCode{0x0100, BTN_TL},    ButtonCode{0x0200, BTN_TR},
+    ButtonCode{0x0020, BTN_SELECT}, ButtonCode{0x0010, BTN_START}, ButtonCode{0x0040, BTN_THUMBL},
+    ButtonCode{0x0080, BTN_THUMBR},
+};
+constexpr uint16_t DPAD_UP = 1, DPAD_DOWN = 2, DPAD_LEFT = 4, DPAD_RIGHT = 8;
+
+struct PadNow
+{
+    uint16_t buttons = 0;
+    std::array<int16_t, 4> axes{};
+    std::array<uint8_t, 2> triggers{};
+};
+
+bool isStick(int axis)
+{
+    return axis == ABS_X || axis == ABS_Y || axis == ABS_RX || axis == ABS_RY;
+}
+
+/// One D-pad axis of a report. When both directions change at once, the library writes the first one's new state only.
+void takeHat(PadTrace& trace, int axis, uint16_t before, uint16_t now, std::array<uint16_t, 2> bits,
+             std::array<int, 2> values, int& state)
+{
+    const int changed = before ^ now;
+    if ((changed & (bits[0] | bits[1])) == 0)
+        return;
+    const size_t which = (changed & bits[0]) != 0 ? 0 : 1;
+    const int value = (now & bits[which]) != 0 ? values[which] : 0;
+    if (value != state)
+        trace.changes.push_back({axis, value});
+    state = value;
+}
+
+class Pads
+{
+public:
+    void connect(int pad, bool connected)
+    {
+        auto& slot = m_wanted[static_cast<size_t>(pad)];
+        slot = connected;
+        m_client[static_cast<size_t>(pad)] = {};
+    }
+
+    /// The client's state of a pad, whether it is delivered or not.
+    void change(const PadReport& report)
+    {
+        PadNow& now = m_client[static_cast<size_t>(report.pad)];
+        now.buttons = report.buttons.value_or(now.buttons);
+        for (size_t i = 0; i < now.axes.size(); ++i)
+            now.axes[i] = report.axes[i].value_or(now.axes[i]);
+        for (size_t i = 0; i < now.triggers.size(); ++i)
+            now.triggers[i] = report.triggers[i].value_or(now.triggers[i]);
+    }
+
+    /// A payload arrives: which pads there are, and the state of one of them.
+    void deliver(std::optional<int> pad)
+    {
+        for (size_t i = 0; i < m_wanted.size(); ++i)
+        {
+            if (m_wanted[i] == m_slots[i].has_value())
+                continue;
+            m_slots[i].reset();
+            if (m_wanted[i])
+            {
+                m_slots[i] = Slot{m_traces.size(), {}, 0, 0};
+                m_traces.emplace_back();
+            }
+        }
+        if (pad && m_slots[static_cast<size_t>(*pad)])
+            report(*m_slots[static_cast<size_t>(*pad)], m_client[static_cast<size_t>(*pad)]);
+    }
+
+    std::vector<PadTrace> takeTraces() { return std::move(m_traces); }
+
+private:
+    struct Slot
+    {
+        size_t trace;
+        PadNow before;
+        int hatX;
+        int hatY;
+    };
+
+    void report(Slot& slot, const PadNow& now)
+    {
+        PadTrace& trace = m_traces[slot.trace];
+        const PadNow& before = slot.before;
+        for (const ButtonCode& button : BUTTONS)
+        {
+            if (((before.buttons ^ now.buttons) & button.bit) != 0)
+                trace.changes.push_back({button.code, (now.buttons & button.bit) != 0});
+        }
+        takeHat(trace, ABS_HAT0X, before.buttons, now.buttons, {DPAD_RIGHT, DPAD_LEFT}, {1, -1}, slot.hatX);
+        takeHat(trace, ABS_HAT0Y, before.buttons, now.buttons, {DPAD_UP, DPAD_DOWN}, {-1, 1}, slot.hatY);
+        constexpr std::array STICK_AXES{ABS_X, ABS_Y, ABS_RX, ABS_RY};
+        for (size_t i = 0; i < STICK_AXES.size(); ++i)
+        {
+            if (now.axes[i] != before.axes[i])
+                trace.axes[STICK_AXES[i]].take(i % 2 == 0 ? now.axes[i] : -now.axes[i]);
+        }
+        constexpr std::array TRIGGER_AXES{ABS_Z, ABS_RZ};
+        for (size_t i = 0; i < TRIGGER_AXES.size(); ++i)
+        {
+            if (now.triggers[i] != before.triggers[i])
+                trace.axes[TRIGGER_AXES[i]].take(now.triggers[i]);
+        }
+        slot.before = now;
+    }
+
+    std::array<bool, MAX_PADS> m_wanted{};
+    std::array<PadNow, MAX_PADS> m_client{};
+    std::array<std::optional<Slot>, MAX_PADS> m_slots;
+    std::vector<PadTrace> m_traces;
+};
+
+void compareAxes(PadsReport& report, size_t pad, const PadTrace& sent, const PadTrace& seen)
+{
+    for (const auto& [axis, range] : sent.axes)
+    {
+        const int tolerance = isStick(axis) ? STICK_TOLERANCE : 0;
+        const auto found = seen.axes.find(axis);
+        const PadAxisRange got = found == seen.axes.end() ? PadAxisRange{} : found->second;
+        const auto differs = [&](int a, int b) { return std::abs(a - b) > tolerance; };
+        if (differs(got.least, range.least) || differs(got.largest, range.largest) || differs(got.last, range.last))
+            report.complaints.push_back(
+                fmt::format("gamepad {}: axis {} was sent {} to {}, at last {}, and seen {} to {}, at last {}", pad,
+                            axis, range.least, range.largest, range.last, got.least, got.largest, got.last));
+    }
+}
+
+} // namespace
+
+void PadAxisRange::take(int value)
+{
+    least = std::min(least, value);
+    largest = std::max(largest, value);
+    last = value;
+}
+
+std::vector<PadTrace> expectedPads(std::span<const Played> played)
+{
+    Pads pads;
+    bool paused = false;
+    for (const Played& entry : played)
+    {
+        const bool delivered = !paused && entry.accepted;
+        const Overloaded take{
+            [&](const Pause& pause) { paused = pause.paused; },
+            [&](const PadConnection& connection)
+            {
+                pads.connect(connection.pad, connection.connected);
+                if (delivered)
+                    pads.deliver({});
+            },
+            [&](const PadReport& report)
+            {
+                pads.change(report);
+                if (delivered)
+                    pads.deliver(report.pad);
+            },
+            [](const auto&) {},
+        };
+        std::visit(take, entry.record->action);
+    }
+    return pads.takeTraces();
+}
+
+PadsRecord readPadsRecord(std::istream& in, int64_t fromNs)
+{
+    PadsRecord record;
+    std::map<size_t, size_t> traceOf; // by the record's pad number
+    for (std::string text; std::getline(in, text);)
+    {
+        const json line = json::parse(text, nullptr, false);
+        if (!line.is_object() || line.value("t", int64_t{0}) < fromNs)
+            continue;
+        const std::string event = line.value("event", "");
+        const auto pad = line.value("pad", size_t{0});
+        if (event == "pad-added")
+        {
+            traceOf[pad] = record.pads.size();
+            record.pads.emplace_back();
+        }
+        record.overruns += event == "pad-overrun";
+        const auto known = traceOf.find(pad);
+        if (event != "pad-input" || known == traceOf.end())
+            continue;
+        const int code = line.value("code", 0);
+        const int value = line.value("value", 0);
+        PadTrace& trace = record.pads[known->second];
+        if (line.value("type", 0) == EV_KEY || code == ABS_HAT0X || code == ABS_HAT0Y)
+            trace.changes.push_back({code, value});
+        else
+            trace.axes[code].take(value);
+    }
+    return record;
+}
+
+PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsRecord& record)
+{
+    PadsReport report;
+    const std::vector<PadTrace>& seen = record.pads;
+    report.padsSent = sent.size();
+    report.padsSeen = seen.size();
+    if (sent.size() != seen.size())
+        report.complaints.push_back(fmt::format("{} gamepads connected, {} seen", sent.size(), seen.size()));
+    if (record.overruns > 0)
+        report.complaints.push_back(fmt::format("the reader of the gamepads was too slow {} times", record.overruns));
+    for (const PadTrace& trace : seen)
+        report.changesSeen += trace.changes.size();
+    for (size_t pad = 0; pad < sent.size(); ++pad)
+    {
+        report.changesSent += sent[pad].changes.size();
+        if (pad >= seen.size())
+            continue;
+        const auto& [a, b] = std::mismatch(sent[pad].changes.begin(), sent[pad].changes.end(),
+                                           seen[pad].changes.begin(), seen[pad].changes.end());
+        if (a != sent[pad].changes.end() || b != seen[pad].changes.end())
+            report.complaints.push_back(fmt::format("gamepad {}: buttons differ from change {} on: {} sent, {} seen",
+                                                    pad, a - sent[pad].changes.begin() + 1, sent[pad].changes.size(),
+                                                    seen[pad].changes.size()));
+        compareAxes(report, pad, sent[pad], seen[pad]);
+    }
+    return report;
+}
+
+} // namespace host

@@ -1,0 +1,61 @@
+/// Turns records of a session into the event records of the streaming stack.
+#ifndef TOOLS_HOST_PLAY_EVENT_BUILDER_H
+#define TOOLS_HOST_PLAY_EVENT_BUILDER_H
+
+#include "tools/host/session/Session.h"
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace host
+{
+
+/// The client's clock at the start of a session, microseconds. Not 0: a capture time of 0 means "unknown".
+constexpr int64_t CLIENT_CLOCK_START_US = 1000000;
+
+/// What the finger positions 0..1 are scaled to.
+struct TouchScale
+{
+    int maxX = 65535;
+    int maxY = 65535;
+};
+
+/// Remembers the state of the pads, so records must come in the order of the session.
+class EventBuilder
+{
+public:
+    /// \param speed above 0; the client's clock runs that much faster than it was recorded
+    explicit EventBuilder(TouchScale scale = {}, double speed = 1);
+
+    /// \param record must not be a control record
+    /// \return valid until the next call
+    const ZustInputEvent& build(const Record& record);
+
+    /// The client's clock at a time of the session, microseconds.
+    uint64_t clientClockUs(int64_t timeUs) const;
+
+private:
+    /// One report of a pad, as the client lays it out (little endian, no padding).
+    struct PadState
+    {
+        uint16_t buttons = 0;
+        std::array<int16_t, 4> axes{};
+        std::array<uint8_t, 2> triggers{};
+    };
+
+    uint64_t captureUs(const Record& record) const;
+    void buildPayload(uint16_t pad, const PadState& state, uint64_t captureTimeUs);
+
+    TouchScale m_scale;
+    double m_speed;
+    ZustInputEvent m_event{};
+    std::vector<uint8_t> m_payload;
+    std::vector<ZustTouchPointLowLevel> m_points;
+    std::array<PadState, MAX_PADS> m_pads;
+    uint16_t m_padBitmap = 0;
+};
+
+} // namespace host
+
+#endif
