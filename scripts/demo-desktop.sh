@@ -47,6 +47,7 @@ fi
 status=0
 for session in "${sessions[@]}"; do
     name=$(basename "$session" .jsonl)
+    # shellcheck disable=SC2046 # layout and variant
     set_layout $("$bin/zuis-host" show --layout "$session")
     options=(--backend "$backend" --log-level warning --desktop-record "$out/desktop.jsonl" --json "$out/$name.json")
     if grep -q '"type":"move' "$session"; then

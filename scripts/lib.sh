@@ -1,6 +1,7 @@
 # Shared by the scripts: messages, packages, builds. Sourced, not run.
+# shellcheck shell=bash disable=SC2034
 
-say() { printf "%s\n" "$@"; }
+say() { printf '%s\n' "$@"; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 readonly BUILD_PACKAGES="cmake ninja-build pkg-config g++ libevdev-dev libx11-dev libxi-dev libxtst6 libcli11-dev
@@ -11,12 +12,18 @@ readonly TEST_PACKAGES="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev ll
     libsdl2-dev"
 readonly BENCH_PACKAGES="libbenchmark-dev libxtst-dev python3-matplotlib"
 
+# missing_packages PACKAGE...: prints those that are not installed, one a line.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || echo "$package"
+    done
+}
+
 # ensure_packages PACKAGE...: installs what is missing, says what, and fails when a package cannot be had.
 ensure_packages() {
-    local package missing=()
-    for package in "$@"; do
-        dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-    done
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} -eq 0 ] && return
     say "Installing with apt-get: ${missing[*]}"
     local as_root=()

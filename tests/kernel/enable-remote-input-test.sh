@@ -137,25 +137,25 @@ unchanged()
     expect "$1" "" "$(diff <(echo "$2") <(echo "$now"))"
 }
 
-asUser()
+as_user()
 {
     setpriv --reuid "$user" --regid "$user" "$@"
 }
 
-udevRuns()
+udev_runs()
 {
     pgrep -x systemd-udevd >/dev/null
 }
 
-startUdev()
+start_udev()
 {
     /lib/systemd/systemd-udevd --daemon 2>/dev/null && udevadm settle --timeout=300
 }
 
-stopUdev()
+stop_udev()
 {
     udevadm control --exit
-    while udevRuns; do sleep 0.05; done
+    while udev_runs; do sleep 0.05; done
     # Left behind by udevd, the socket would make it look alive.
     rm -f /run/udev/control
 }
@@ -164,13 +164,13 @@ readonly refused="3:refused" injected="0:injector's keyboard: KEY_A 1 SYN_REPORT
 readonly opened="root:zuis-uinput 660"
 
 # Nobody but the script itself sets the node's rights here, and loads the module.
-withoutUdev()
+without_udev()
 {
     local before
     before=$(state)
     rmmod uinput
     expect "no module: --status tells so" "1:$user: no access, there is no /dev/uinput*not loaded*" \
-        "$(outcome asUser --clear-groups "$enable" --status)"
+        "$(outcome as_user --clear-groups "$enable" --status)"
     expect "no module, no udev: enable" "0:*load the module uinput*" "$(outcome "$enable" --user "$user")"
     expect "no udev: the user injects" "$injected" "$(outcome "$dir/probe" "$user")"
     expect "no udev: undo" "0:*" "$(outcome "$enable" --undo)"
@@ -179,11 +179,11 @@ withoutUdev()
 }
 
 # The rule by itself, without the script's help: at the start of udevd, when the device appears, and for the seat.
-checkRule()
+check_rule()
 {
     chown root:root /dev/uinput
-    stopUdev
-    startUdev
+    stop_udev
+    start_udev
     expect "the rule: the node has its rights from the start" "$opened" "$(stat -c '%U:%G %a' /dev/uinput)"
     rmmod uinput
     modprobe uinput
@@ -195,13 +195,13 @@ checkRule()
         "$(udevadm test --action=add /sys/class/misc/uinput 2>&1)"
 }
 
-withUdev()
+with_udev()
 {
     local before after
     before=$(state)
     expect "refused before" "$refused" "$(outcome "$dir/probe" "$user")"
-    expect "--status tells so" "1:$user: no access*not installed*" "$(outcome asUser --clear-groups "$enable" --status)"
-    expect "only root may enable" "1:*needs root*" "$(outcome asUser --clear-groups "$enable")"
+    expect "--status tells so" "1:$user: no access*not installed*" "$(outcome as_user --clear-groups "$enable" --status)"
+    expect "only root may enable" "1:*needs root*" "$(outcome as_user --clear-groups "$enable")"
     expect "an unknown user is refused" "1:*no user nobody-of-that-name*" \
         "$(outcome "$enable" --user nobody-of-that-name)"
     expect "a dry run names every step" "0:*would make*would put $user*would *modules-load.d*would install*" \
@@ -212,9 +212,9 @@ withUdev()
     expect "enable" "0:*" "$(outcome env SUDO_USER="$user" "$enable")"
     expect "the same user injects" "$injected" "$(outcome "$dir/probe" "$user")"
     expect "--status of a new login" "0:$user: has access*group zuis-uinput" \
-        "$(outcome asUser --init-groups "$enable" --status)"
+        "$(outcome as_user --init-groups "$enable" --status)"
     expect "--status of an old login" "1:$user: no access*log in anew" \
-        "$(outcome asUser --clear-groups "$enable" --status)"
+        "$(outcome as_user --clear-groups "$enable" --status)"
     expect "--status of somebody else" "1:nobody: no access*not in the group*" \
         "$(outcome "$enable" --status --user nobody)"
     after=$(state)
@@ -223,7 +223,7 @@ withUdev()
     unchanged "and changes nothing" "$after"
     chown root:root /dev/uinput
     expect "a third run repairs the node" "0:set the rights*" "$(outcome "$enable" --user "$user")"
-    checkRule
+    check_rule
     expect "a dry undo names every step" "0:would remove*would take back*would remove the group*" \
         "$(outcome "$enable" --undo --dry-run)"
     unchanged "and leaves everything as it is" "$after"
@@ -238,15 +238,15 @@ withUdev()
 [[ -e /lib/udev/rules.d/73-seat-late.rules ]] ||
     echo 'TAG=="uaccess", ENV{MAJOR}!="", RUN{builtin}+="uaccess"' >/lib/udev/rules.d/73-seat-late.rules
 
-hadUdev=no
-if udevRuns; then
-    hadUdev=yes
-    stopUdev
+had_udev=no
+if udev_runs; then
+    had_udev=yes
+    stop_udev
 fi
-withoutUdev
-startUdev
-withUdev
-[[ $hadUdev == yes ]] || stopUdev
+without_udev
+start_udev
+with_udev
+[[ $had_udev == yes ]] || stop_udev
 
 userdel "$user"
 if ((failures)); then

@@ -4,18 +4,18 @@ set -u
 
 group=zuis-uinput
 node=/dev/uinput
-ruleName=70-zuis-uinput.rules
+rule_name=70-zuis-uinput.rules
 case $0 in
-    */*) ruleSource=${0%/*}/$ruleName ;;
-    *) ruleSource=./$ruleName ;;
+    */*) rule_source=${0%/*}/$rule_name ;;
+    *) rule_source=./$rule_name ;;
 esac
 # Installed, the rule lies where udev finds it, too.
-[ -r "$ruleSource" ] || ruleSource=${ruleSource%/*}/../lib/udev/rules.d/$ruleName
-packagedRule=/usr/lib/udev/rules.d/$ruleName
-ruleFile=/etc/udev/rules.d/$ruleName
-moduleFile=/etc/modules-load.d/zuis-uinput.conf
+[ -r "$rule_source" ] || rule_source=${rule_source%/*}/../lib/udev/rules.d/$rule_name
+packaged_rule=/usr/lib/udev/rules.d/$rule_name
+rule_file=/etc/udev/rules.d/$rule_name
+module_file=/etc/modules-load.d/zuis-uinput.conf
 
-dryRun=no
+dry_run=no
 failed=no
 changed=no
 PATH=$PATH:/usr/sbin:/sbin
@@ -31,8 +31,8 @@ usage: EnableRemoteInput.sh [--user NAME] [--dry-run]
 
 Gives users access to $node, so that remote input can make its input devices. Needs root:
   - makes the system group $group and puts the user into it,
-  - installs $ruleFile: the group, and whoever sits at the machine, may use the device,
-  - has the module uinput loaded at every start ($moduleFile),
+  - installs $rule_file: the group, and whoever sits at the machine, may use the device,
+  - has the module uinput loaded at every start ($module_file),
   - loads the module and applies the rule now.
 A second run changes nothing.
 
@@ -72,7 +72,7 @@ act()
 {
     what=$1
     shift
-    if [ $dryRun = yes ]; then
+    if [ $dry_run = yes ]; then
         say "would $what"
         return 0
     fi
@@ -81,57 +81,57 @@ act()
     "$@" || complain "failed: $what"
 }
 
-groupExists()
+group_exists()
 {
     getent group $group >/dev/null
 }
 
-isMember()
+is_member()
 {
     id -nG -- "$1" 2>/dev/null | tr ' ' '\n' | grep -qx $group
 }
 
-udevRuns()
+udev_runs()
 {
     [ -S /run/udev/control ] && command -v udevadm >/dev/null
 }
 
 # The device that the kernel offers, whether or not somebody made a node for it.
-deviceExists()
+device_exists()
 {
     [ -e /sys/class/misc/uinput ]
 }
 
-nodeState()
+node_state()
 {
     stat -c '%U:%G %a' $node
 }
 
-writeModuleFile()
+write_module_file()
 {
-    mkdir -p "${moduleFile%/*}" && echo uinput >$moduleFile && chmod 644 $moduleFile
+    mkdir -p "${module_file%/*}" && echo uinput >$module_file && chmod 644 $module_file
 }
 
-installRule()
+install_rule()
 {
-    mkdir -p "${ruleFile%/*}" && cp -- "$ruleSource" $ruleFile && chown root:root $ruleFile && chmod 644 $ruleFile
+    mkdir -p "${rule_file%/*}" && cp -- "$rule_source" $rule_file && chown root:root $rule_file && chmod 644 $rule_file
 }
 
 # Lets udev set the node's rights anew by the rules as they are now.
-triggerUdev()
+trigger_udev()
 {
     udevadm control --reload &&
         udevadm trigger --action=change --subsystem-match=misc --sysname-match=uinput &&
         udevadm settle --timeout=60
 }
 
-openNode()
+open_node()
 {
     chown root:$group $node && chmod 660 $node
 }
 
 # Back to the kernel's own rights; with the mode, lists of further users lose their effect as well.
-closeNode()
+close_node()
 {
     if command -v setfacl >/dev/null; then
         setfacl -b $node
@@ -141,71 +141,71 @@ closeNode()
 
 enable()
 {
-    [ -r "$ruleSource" ] || die 1 "the rule file $ruleSource is missing: it belongs there, or beside this script."
+    [ -r "$rule_source" ] || die 1 "the rule file $rule_source is missing: it belongs there, or beside this script."
     for user in $users; do
         id -u -- "$user" >/dev/null 2>&1 || die 1 "there is no user $user."
     done
 
-    groupExists || act "make the system group $group" groupadd --system $group
+    group_exists || act "make the system group $group" groupadd --system $group
     for user in $users; do
         if [ "$(id -u -- "$user")" = 0 ]; then
             say "$user has access in any case"
-        elif ! isMember "$user"; then
+        elif ! is_member "$user"; then
             act "put $user into the group $group" usermod -a -G $group -- "$user"
             say "note: $user must log in anew for the group to count (the user at the screen has access at once)"
         fi
     done
     [ -n "$users" ] || say "note: nobody named, so nobody joins the group $group; use --user NAME if need be"
 
-    if ! [ -f $moduleFile ] || [ "$(cat $moduleFile)" != uinput ]; then
-        act "have the module uinput loaded at every start ($moduleFile)" writeModuleFile
+    if ! [ -f $module_file ] || [ "$(cat $module_file)" != uinput ]; then
+        act "have the module uinput loaded at every start ($module_file)" write_module_file
     fi
-    ruleIsNew=no
-    if ! cmp -s -- "$ruleSource" $ruleFile; then
-        act "install $ruleFile" installRule
-        ruleIsNew=yes
+    rule_is_new=no
+    if ! cmp -s -- "$rule_source" $rule_file; then
+        act "install $rule_file" install_rule
+        rule_is_new=yes
     fi
 
-    deviceExists || act "load the module uinput" modprobe uinput
-    if [ $ruleIsNew = yes ] && udevRuns; then
-        act "let udev apply the rule" triggerUdev
+    device_exists || act "load the module uinput" modprobe uinput
+    if [ $rule_is_new = yes ] && udev_runs; then
+        act "let udev apply the rule" trigger_udev
     fi
     # Without udev nobody else does it; and with it, this repairs what was changed by hand.
     if [ -c $node ]; then
-        [ "$(nodeState)" = "root:$group 660" ] || act "set the rights of $node" openNode
-    elif [ $dryRun = no ]; then
+        [ "$(node_state)" = "root:$group 660" ] || act "set the rights of $node" open_node
+    elif [ $dry_run = no ]; then
         complain "there is still no $node: does this kernel have uinput?"
     fi
 
     [ $failed = no ] || die 1 "not all of it worked; see above."
-    if [ $dryRun = no ] && [ $changed = no ]; then
+    if [ $dry_run = no ] && [ $changed = no ]; then
         say "everything was in place already"
     fi
 }
 
 undo()
 {
-    hadRule=no
-    if [ -e $ruleFile ]; then
-        hadRule=yes
-        act "remove $ruleFile" rm -f $ruleFile
+    had_rule=no
+    if [ -e $rule_file ]; then
+        had_rule=yes
+        act "remove $rule_file" rm -f $rule_file
     fi
-    [ ! -e $moduleFile ] || act "remove $moduleFile" rm -f $moduleFile
-    if [ -c $node ] && { [ $hadRule = yes ] || [ "$(stat -c %G $node)" = $group ]; }; then
-        act "take back the rights of $node" closeNode
+    [ ! -e $module_file ] || act "remove $module_file" rm -f $module_file
+    if [ -c $node ] && { [ $had_rule = yes ] || [ "$(stat -c %G $node)" = $group ]; }; then
+        act "take back the rights of $node" close_node
         # Rules of others may grant access too: they have their say again.
-        if udevRuns; then
-            act "let udev apply the remaining rules" triggerUdev
+        if udev_runs; then
+            act "let udev apply the remaining rules" trigger_udev
         fi
     fi
-    if [ -e $packagedRule ]; then
-        say "note: the rule $packagedRule and the group $group stay until their package is removed"
-    elif groupExists; then
+    if [ -e $packaged_rule ]; then
+        say "note: the rule $packaged_rule and the group $group stay until their package is removed"
+    elif group_exists; then
         act "remove the group $group" groupdel $group
     fi
 
     [ $failed = no ] || die 1 "not all of it worked; see above."
-    if [ $dryRun = no ] && [ $changed = no ]; then
+    if [ $dry_run = no ] && [ $changed = no ]; then
         say "nothing was in place"
     fi
 }
@@ -213,7 +213,7 @@ undo()
 # The rest is about one user and its number. The calling user counts with the groups of this session, others as after a
 # login.
 
-canWrite()
+can_write()
 {
     if [ "$caller" = "$2" ]; then
         [ -w $node ]
@@ -222,15 +222,15 @@ canWrite()
     fi
 }
 
-explainRefusal()
+explain_refusal()
 {
-    rights=$(nodeState)
+    rights=$(node_state)
     say "  its rights are $rights"
-    if [ ! -e $ruleFile ]; then
-        say "  the rule $ruleFile is not installed: run this script as root"
+    if [ ! -e $rule_file ]; then
+        say "  the rule $rule_file is not installed: run this script as root"
     elif [ "$rights" != "root:$group 660" ]; then
         say "  the rule is installed but was not applied: run this script as root again"
-    elif ! isMember "$1"; then
+    elif ! is_member "$1"; then
         say "  $1 is not in the group $group: run this script as root with --user $1"
     elif [ "$caller" = "$2" ] && ! id -nG | tr ' ' '\n' | grep -qx $group; then
         say "  $1 is in the group $group, but logged in before that: log in anew"
@@ -239,12 +239,12 @@ explainRefusal()
     fi
 }
 
-explainAccess()
+explain_access()
 {
-    rights=$(nodeState)
+    rights=$(node_state)
     if [ "$2" = 0 ]; then
         say "  it is root"
-    elif [ "$rights" = "root:$group 660" ] && isMember "$1"; then
+    elif [ "$rights" = "root:$group 660" ] && is_member "$1"; then
         say "  through the group $group"
     else
         say "  through the node's rights ($rights) or the seat at which it is logged in"
@@ -257,20 +257,20 @@ status()
     [ "$caller" = 0 ] || [ "$caller" = "$number" ] || die 1 "only root can tell for another user than the calling one."
     if [ ! -c $node ]; then
         say "$1: no access, there is no $node"
-        if deviceExists; then
+        if device_exists; then
             say "  the module is loaded, but nobody made the node: is this a container that does not have the device?"
         else
             say "  the module uinput is not loaded, or this kernel does not have it: run this script as root"
         fi
         return 1
     fi
-    if canWrite "$1" "$number"; then
+    if can_write "$1" "$number"; then
         say "$1: has access to $node"
-        explainAccess "$1" "$number"
+        explain_access "$1" "$number"
         return 0
     fi
     say "$1: no access to $node"
-    explainRefusal "$1" "$number"
+    explain_refusal "$1" "$number"
     return 1
 }
 
@@ -291,7 +291,7 @@ while [ $# -gt 0 ]; do
             [ "$action" = enable ] || die 2 "--status and --undo exclude each other."
             action=${1#--}
             ;;
-        --dry-run) dryRun=yes ;;
+        --dry-run) dry_run=yes ;;
         --help | -h)
             usage
             exit 0
@@ -313,6 +313,6 @@ if [ "$action" = status ]; then
     done
     exit $result
 fi
-[ $dryRun = yes ] || [ "$caller" = 0 ] ||
+[ $dry_run = yes ] || [ "$caller" = 0 ] ||
     die 1 "this needs root: run it with sudo (or see what it would do with --dry-run)."
 $action
