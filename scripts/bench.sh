@@ -16,9 +16,18 @@ out=out/bench
 processes=10 repetitions=15 seconds=0.05 rounds=15 loads=15
 while [ $# -gt 0 ]; do
     case $1 in
-    --quick) processes=2 repetitions=3 seconds=0.01 rounds=2 loads=3; shift ;;
-    --out) out=${2:?--out needs a folder}; shift 2 ;;
-    -h | --help) sed -n '2,11s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    --quick)
+        processes=2 repetitions=3 seconds=0.01 rounds=2 loads=3
+        shift
+        ;;
+    --out)
+        out=${2:?--out needs a folder}
+        shift 2
+        ;;
+    -h | --help)
+        sed -n '2,11s/^# \{0,1\}//p' "$0"
+        exit 0
+        ;;
     *) die "unknown argument '$1' (see --help)" ;;
     esac
 done

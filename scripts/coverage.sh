@@ -15,7 +15,10 @@ kernel=
 case ${1:-} in
 '') ;;
 --kernel) kernel=1 ;;
--h | --help) sed -n '2,9s/^# \{0,1\}//p' "$0"; exit 0 ;;
+-h | --help)
+    sed -n '2,9s/^# \{0,1\}//p' "$0"
+    exit 0
+    ;;
 *) die "unknown argument '$1' (see --help)" ;;
 esac
 

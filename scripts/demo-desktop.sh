@@ -9,7 +9,10 @@ backend=$1
 out=$2
 shift 2
 sessions=()
-while [ "$1" != -- ]; do sessions+=("$1"); shift; done
+while [ "$1" != -- ]; do
+    sessions+=("$1")
+    shift
+done
 shift
 bin=build/release/bin
 
@@ -34,7 +37,10 @@ start() {
     shift
     "$@" --ready-file "$out/$name.ready" &
     readers+=($!)
-    for _ in $(seq 200); do [ -e "$out/$name.ready" ] && break; sleep 0.05; done
+    for _ in $(seq 200); do
+        [ -e "$out/$name.ready" ] && break
+        sleep 0.05
+    done
     [ -e "$out/$name.ready" ] || die "$1 did not come up"
     rm -f "$out/$name.ready"
 }

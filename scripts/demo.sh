@@ -20,11 +20,26 @@ out=
 kernel=
 while [ $# -gt 0 ]; do
     case $1 in
-    --session) sessions+=("${2:?--session needs a file}"); shift 2 ;;
-    --out) out=${2:?--out needs a folder}; shift 2 ;;
-    --kernel) kernel=1; shift ;;
-    --) shift; break ;;
-    -h | --help) sed -n '2,13s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    --session)
+        sessions+=("${2:?--session needs a file}")
+        shift 2
+        ;;
+    --out)
+        out=${2:?--out needs a folder}
+        shift 2
+        ;;
+    --kernel)
+        kernel=1
+        shift
+        ;;
+    --)
+        shift
+        break
+        ;;
+    -h | --help)
+        sed -n '2,13s/^# \{0,1\}//p' "$0"
+        exit 0
+        ;;
     *) die "unknown argument '$1' (see --help)" ;;
     esac
 done

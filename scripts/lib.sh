@@ -2,7 +2,10 @@
 # shellcheck shell=bash disable=SC2034
 
 say() { printf '%s\n' "$@"; }
-die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
+die() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
 
 readonly BUILD_PACKAGES="cmake ninja-build pkg-config g++ libevdev-dev libx11-dev libxi-dev libxtst6 libcli11-dev
     nlohmann-json3-dev libfmt-dev libcairo2-dev"

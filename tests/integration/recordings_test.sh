@@ -25,11 +25,17 @@ check() { # RECORDING [DESCRIPTION]
     xinput set-prop "Virtual core XTEST pointer" "Coordinate Transformation Matrix" 1 0 0 0 1 0 0 0 1
     "$bin/zuis-desktop" --fullscreen --record "$record" --ready-file "$scratch/ready" &
     desktop=$!
-    for _ in $(seq 200); do [ -e "$scratch/ready" ] && break; sleep 0.05; done
+    for _ in $(seq 200); do
+        [ -e "$scratch/ready" ] && break
+        sleep 0.05
+    done
     start=$("$bin/pointer-position" 8192 4096)
     # By its path: under a sanitizer the loader does not know the tool's run path.
     "$bin/zuis-host" play "$session" --library "$bin/../lib/libInputStreamShared.so" --backend xtest --speed 10 --log-level error --desktop-record "$record" \
-        --json "$scratch/summary.json" >"$scratch/log" || { cat "$scratch/log"; failed=1; }
+        --json "$scratch/summary.json" >"$scratch/log" || {
+        cat "$scratch/log"
+        failed=1
+    }
     end=$("$bin/pointer-position")
     kill "$desktop"
     wait "$desktop" || true

@@ -101,8 +101,7 @@ gcc -o "$dir/probe" "$dir/probe.c" $(pkg-config --cflags --libs libevdev) || exi
 useradd "$user" || exit 1
 
 # expect WHAT WANTED GOT: a text; WANTED is a pattern.
-expect()
-{
+expect() {
     # shellcheck disable=SC2053
     if [[ $3 == $2 ]]; then
         echo "ok: $1"
@@ -113,8 +112,7 @@ expect()
 }
 
 # Output and exit status of a command, as "status:output".
-outcome()
-{
+outcome() {
     local text code
     text=$("$@" 2>&1)
     code=$?
@@ -122,38 +120,32 @@ outcome()
 }
 
 # All that the script may touch.
-state()
-{
+state() {
     cat /etc/group /etc/gshadow
     find /etc/udev /etc/modules-load.d -type f -exec md5sum {} + | sort
     stat -c '%n %U:%G %a' /dev/uinput
 }
 
 # unchanged WHAT STATE: is it still as in STATE?
-unchanged()
-{
+unchanged() {
     local now
     now=$(state)
     expect "$1" "" "$(diff <(echo "$2") <(echo "$now"))"
 }
 
-as_user()
-{
+as_user() {
     setpriv --reuid "$user" --regid "$user" "$@"
 }
 
-udev_runs()
-{
+udev_runs() {
     pgrep -x systemd-udevd >/dev/null
 }
 
-start_udev()
-{
+start_udev() {
     /lib/systemd/systemd-udevd --daemon 2>/dev/null && udevadm settle --timeout=300
 }
 
-stop_udev()
-{
+stop_udev() {
     udevadm control --exit
     while udev_runs; do sleep 0.05; done
     # Left behind by udevd, the socket would make it look alive.
@@ -164,8 +156,7 @@ readonly refused="3:refused" injected="0:injector's keyboard: KEY_A 1 SYN_REPORT
 readonly opened="root:zuis-uinput 660"
 
 # Nobody but the script itself sets the node's rights here, and loads the module.
-without_udev()
-{
+without_udev() {
     local before
     before=$(state)
     rmmod uinput
@@ -179,8 +170,7 @@ without_udev()
 }
 
 # The rule by itself, without the script's help: at the start of udevd, when the device appears, and for the seat.
-check_rule()
-{
+check_rule() {
     chown root:root /dev/uinput
     stop_udev
     start_udev
@@ -195,8 +185,7 @@ check_rule()
         "$(udevadm test --action=add /sys/class/misc/uinput 2>&1)"
 }
 
-with_udev()
-{
+with_udev() {
     local before after
     before=$(state)
     expect "refused before" "$refused" "$(outcome "$dir/probe" "$user")"

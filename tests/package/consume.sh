@@ -13,7 +13,10 @@ export VirtualEvDevImp=2 XDG_CONFIG_HOME=/nonexistent HOME=/nonexistent
 unset DISPLAY
 
 cmake -S source -B build -DSTACK="$libraries/zuis-tools" ${prefix:+-DCMAKE_PREFIX_PATH="$prefix"} >log 2>&1 &&
-    cmake --build build >>log 2>&1 || { cat log >&2; exit 1; }
+    cmake --build build >>log 2>&1 || {
+    cat log >&2
+    exit 1
+}
 
 # With the prefix moved, only relative paths still lead there.
 [ -z "$prefix" ] || export PKG_CONFIG_PATH=$libraries/pkgconfig
@@ -27,5 +30,8 @@ gcc -Wall -Werror -DLINKED source/consumer.c -o links-pc $(pkg-config --cflags -
 export LD_LIBRARY_PATH=$libraries/zuis-tools${prefix:+:$libraries}
 for program in build/loads build/links ./loads-pc ./links-pc; do
     output=$($program)
-    [ "$output" = "result 0x00000000, stream yes, handle no" ] || { echo "$program: $output" >&2; exit 1; }
+    [ "$output" = "result 0x00000000, stream yes, handle no" ] || {
+        echo "$program: $output" >&2
+        exit 1
+    }
 done

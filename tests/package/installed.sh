@@ -3,11 +3,17 @@
 # throw-away root: see run.sh.
 # installed.sh FOLDER_OF_PACKAGES
 set -euo pipefail
-[ -e /zuis-throw-away-root ] || { echo "installed.sh: not here; see run.sh" >&2; exit 2; }
+[ -e /zuis-throw-away-root ] || {
+    echo "installed.sh: not here; see run.sh" >&2
+    exit 2
+}
 packages=$1
 here=$(cd "$(dirname "$0")" && pwd)
 libraries=/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
-fail() { printf 'installed.sh: %s\n' "$*" >&2; exit 1; }
+fail() {
+    printf 'installed.sh: %s\n' "$*" >&2
+    exit 1
+}
 ours() {
     find /usr /etc /var/lib -xdev \( -iname '*zuis*' -o -iname '*zuinput*' -o -iname '*InputStreamShared*' \
         -o -iname '*ZuStream*' -o -iname '*EnableRemoteInput*' \) -not -path '/var/lib/dpkg/*' | LC_ALL=C sort
@@ -17,7 +23,10 @@ ours() {
 before=$(ours)
 [ -z "$before" ] || fail "already here: $before"
 export DEBIAN_FRONTEND=noninteractive
-dpkg -i "$packages"/*.deb >/tmp/dpkg.log 2>&1 || { cat /tmp/dpkg.log; fail "installing failed"; }
+dpkg -i "$packages"/*.deb >/tmp/dpkg.log 2>&1 || {
+    cat /tmp/dpkg.log
+    fail "installing failed"
+}
 
 for file in $libraries/libInputStreamShared.so $libraries/zuis-tools/libZuStreamServer.so \
     /usr/sbin/EnableRemoteInput.sh /usr/lib/modules-load.d/zuis-uinput.conf /usr/lib/udev/rules.d/70-zuis-uinput.rules \
@@ -40,11 +49,17 @@ session=/usr/share/zuis-tools/sessions/demo.jsonl
 env -u DISPLAY HOME=/nonexistent zuis-host play --backend xtest $session >/tmp/host.log 2>&1 &&
     fail "played without a display"
 grep -q 'Failed to open X11 display' /tmp/host.log ||
-    { cat /tmp/host.log; fail "zuis-host did not get as far as the display"; }
+    {
+        cat /tmp/host.log
+        fail "zuis-host did not get as far as the display"
+    }
 zuis-host show --stats $session >/dev/null
 
 dpkg -P zuis-tools libinputstreamshared-dev libinputstreamshared >/tmp/dpkg.log 2>&1 ||
-    { cat /tmp/dpkg.log; fail "removing failed"; }
+    {
+        cat /tmp/dpkg.log
+        fail "removing failed"
+    }
 ! grep -i warning /tmp/dpkg.log || fail "removing left something"
 left=$(ours)
 [ -z "$left" ] || fail "left behind: $left"

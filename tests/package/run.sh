@@ -24,7 +24,10 @@ tests/package/consume.sh "$libraries" "$work/moved"
     start_xvfb
     trap 'kill $XVFB_PID' EXIT
     HOME=/nonexistent "$work/moved/bin/zuis-host" play --speed 8 --backend xtest tools/host/sessions/demo.jsonl \
-        >"$work/log" 2>&1 || { cat "$work/log"; die "the installed zuis-host does not play"; }
+        >"$work/log" 2>&1 || {
+        cat "$work/log"
+        die "the installed zuis-host does not play"
+    }
 )
 
 say "-- Debian packages"

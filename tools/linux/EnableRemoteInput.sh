@@ -6,8 +6,8 @@ group=zuis-uinput
 node=/dev/uinput
 rule_name=70-zuis-uinput.rules
 case $0 in
-    */*) rule_source=${0%/*}/$rule_name ;;
-    *) rule_source=./$rule_name ;;
+*/*) rule_source=${0%/*}/$rule_name ;;
+*) rule_source=./$rule_name ;;
 esac
 # Installed, the rule lies where udev finds it, too.
 [ -r "$rule_source" ] || rule_source=${rule_source%/*}/../lib/udev/rules.d/$rule_name
@@ -22,8 +22,7 @@ PATH=$PATH:/usr/sbin:/sbin
 export LC_ALL=C
 caller=$(id -u)
 
-usage()
-{
+usage() {
     cat <<END
 usage: EnableRemoteInput.sh [--user NAME] [--dry-run]
        EnableRemoteInput.sh --status [--user NAME]
@@ -47,20 +46,17 @@ Exit status: 0 done (or yes); 1 failed (or no); 2 usage error.
 END
 }
 
-say()
-{
+say() {
     printf '%s\n' "$*"
 }
 
 # A step that did not work: the others are still done, and the exit status tells.
-complain()
-{
+complain() {
     printf 'EnableRemoteInput.sh: %s\n' "$*" >&2
     failed=yes
 }
 
-die()
-{
+die() {
     code=$1
     shift
     printf 'EnableRemoteInput.sh: %s\n' "$*" >&2
@@ -68,8 +64,7 @@ die()
 }
 
 # act WHAT COMMAND...: announces the step and takes it, or only announces it in a dry run.
-act()
-{
+act() {
     what=$1
     shift
     if [ $dry_run = yes ]; then
@@ -81,66 +76,55 @@ act()
     "$@" || complain "failed: $what"
 }
 
-group_exists()
-{
+group_exists() {
     getent group $group >/dev/null
 }
 
-is_member()
-{
+is_member() {
     id -nG -- "$1" 2>/dev/null | tr ' ' '\n' | grep -qx $group
 }
 
-udev_runs()
-{
+udev_runs() {
     [ -S /run/udev/control ] && command -v udevadm >/dev/null
 }
 
 # The device that the kernel offers, whether or not somebody made a node for it.
-device_exists()
-{
+device_exists() {
     [ -e /sys/class/misc/uinput ]
 }
 
-node_state()
-{
+node_state() {
     stat -c '%U:%G %a' $node
 }
 
-write_module_file()
-{
+write_module_file() {
     mkdir -p "${module_file%/*}" && echo uinput >$module_file && chmod 644 $module_file
 }
 
-install_rule()
-{
+install_rule() {
     mkdir -p "${rule_file%/*}" && cp -- "$rule_source" $rule_file && chown root:root $rule_file && chmod 644 $rule_file
 }
 
 # Lets udev set the node's rights anew by the rules as they are now.
-trigger_udev()
-{
+trigger_udev() {
     udevadm control --reload &&
         udevadm trigger --action=change --subsystem-match=misc --sysname-match=uinput &&
         udevadm settle --timeout=60
 }
 
-open_node()
-{
+open_node() {
     chown root:$group $node && chmod 660 $node
 }
 
 # Back to the kernel's own rights; with the mode, lists of further users lose their effect as well.
-close_node()
-{
+close_node() {
     if command -v setfacl >/dev/null; then
         setfacl -b $node
     fi
     chown root:root $node && chmod 600 $node
 }
 
-enable()
-{
+enable() {
     [ -r "$rule_source" ] || die 1 "the rule file $rule_source is missing: it belongs there, or beside this script."
     for user in $users; do
         id -u -- "$user" >/dev/null 2>&1 || die 1 "there is no user $user."
@@ -183,8 +167,7 @@ enable()
     fi
 }
 
-undo()
-{
+undo() {
     had_rule=no
     if [ -e $rule_file ]; then
         had_rule=yes
@@ -213,8 +196,7 @@ undo()
 # The rest is about one user and its number. The calling user counts with the groups of this session, others as after a
 # login.
 
-can_write()
-{
+can_write() {
     if [ "$caller" = "$2" ]; then
         [ -w $node ]
     else
@@ -222,8 +204,7 @@ can_write()
     fi
 }
 
-explain_refusal()
-{
+explain_refusal() {
     rights=$(node_state)
     say "  its rights are $rights"
     if [ ! -e $rule_file ]; then
@@ -239,8 +220,7 @@ explain_refusal()
     fi
 }
 
-explain_access()
-{
+explain_access() {
     rights=$(node_state)
     if [ "$2" = 0 ]; then
         say "  it is root"
@@ -251,8 +231,7 @@ explain_access()
     fi
 }
 
-status()
-{
+status() {
     number=$(id -u -- "$1" 2>/dev/null) || die 1 "there is no user $1."
     [ "$caller" = 0 ] || [ "$caller" = "$number" ] || die 1 "only root can tell for another user than the calling one."
     if [ ! -c $node ]; then
@@ -278,25 +257,25 @@ action=enable
 users=
 while [ $# -gt 0 ]; do
     case $1 in
-        --user)
-            [ $# -ge 2 ] || die 2 "--user needs a name."
-            # Names are kept as a list of words.
-            case $2 in
-                '' | -* | *[!A-Za-z0-9._@\\-]*) die 2 "not the name of a user: $2" ;;
-            esac
-            users="$users $2"
-            shift
-            ;;
-        --status | --undo)
-            [ "$action" = enable ] || die 2 "--status and --undo exclude each other."
-            action=${1#--}
-            ;;
-        --dry-run) dry_run=yes ;;
-        --help | -h)
-            usage
-            exit 0
-            ;;
-        *) die 2 "unknown argument $1; see --help" ;;
+    --user)
+        [ $# -ge 2 ] || die 2 "--user needs a name."
+        # Names are kept as a list of words.
+        case $2 in
+        '' | -* | *[!A-Za-z0-9._@\\-]*) die 2 "not the name of a user: $2" ;;
+        esac
+        users="$users $2"
+        shift
+        ;;
+    --status | --undo)
+        [ "$action" = enable ] || die 2 "--status and --undo exclude each other."
+        action=${1#--}
+        ;;
+    --dry-run) dry_run=yes ;;
+    --help | -h)
+        usage
+        exit 0
+        ;;
+    *) die 2 "unknown argument $1; see --help" ;;
     esac
     shift
 done
