@@ -40,18 +40,16 @@ protected:
 
     void moveTo(Point target) { m_server->moveTo(target.first, target.second, WIDTH, HEIGHT); }
 
-    // The pointer when it has not moved for a while: the injection thread has nothing left.
+    // The pointer once everything sent before is injected: a turn of the wheel goes the same way and comes last.
     Point settledPointer()
     {
-        Point last = m_watcher.pointer();
-        for (int still = 0; still < 5;)
-        {
-            std::this_thread::sleep_for(10ms);
-            const Point now = m_watcher.pointer();
-            still = now == last ? still + 1 : 0;
-            last = now;
-        }
-        return last;
+        m_server->wheel(1);
+        std::vector<XSeen> seen;
+        do
+            seen = m_watcher.take(1);
+        while (!seen.empty() && seen.back() != XSeen{XSeen::BUTTON_RELEASE, 4});
+        EXPECT_FALSE(seen.empty()) << "the wheel did not turn";
+        return m_watcher.pointer();
     }
 
     XServer m_x;

@@ -112,7 +112,7 @@ TEST(ShortageElsewhereTest, OfMemory)
         server.moveTo(50, 50, 100, 100);
         server.move(1, 1);
         server.drain();
-        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // the mouse has a queue of its own
+        shortage::wait(); // the mouse has a queue of its own
         refused = shortage::end();
         server.close();
         EXPECT_TRUE(endsAs(before));
@@ -135,7 +135,7 @@ TEST(ShortageElsewhereTest, AMouseEventThatFindsNoMemoryIsDroppedAndTheNextIsNot
         shortage::refuseElsewhere(shortage::MEMORY, i % 4);
         server.button(ZUST_MB_LEFT, i % 2 == 0);
         server.drain();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the mouse has a queue of its own
+        shortage::wait(); // the mouse has a queue of its own
         shortage::end();
     }
     EXPECT_THAT(server.takeLog("RiMouse"),

@@ -172,7 +172,8 @@ TEST_P(MuteServerTest, DoesNotHoldUpDestruction)
     server.touch({{1, ZUST_TLL_DOWN, 10, 10, 0, 0, 0}});
     server.button(ZUST_MB_RIGHT, true);
     server.drain();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the mouse has a queue of its own
+    // The mouse has a queue of its own; over XTest nothing is asked of the button afterwards.
+    ASSERT_TRUE(backend == "xtest" || !fakelibevdev::waitForEvents("RiMouse").empty());
 
     std::optional<XGrab> grab;
     if (stopped)

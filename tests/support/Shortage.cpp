@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <new>
 #include <pthread.h>
+#include <thread>
 
 // In a file of its own: a compiler that sees these bodies at the call sites takes free() for a mismatch.
 
@@ -46,6 +48,12 @@ void refuseElsewhere(Kind kind, int number)
     wasRefused = false;
     t_isExempt = true;
     elsewhereLeft[kind] = number;
+}
+
+void wait()
+{
+    for (int i = 0; i < 50 && !wasRefused; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
 }
 
 bool end()

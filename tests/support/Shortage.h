@@ -18,6 +18,9 @@ void refuse(Kind kind, int number);
 /// The same for the requests that all other threads make together.
 void refuseElsewhere(Kind kind, int number);
 
+/// Waits until a request was refused since refuse() or refuseElsewhere(), 100 ms at most.
+void wait();
+
 /// \return whether a request was refused since refuse() or refuseElsewhere()
 bool end();
 
