@@ -1,8 +1,6 @@
 #include "tests/support/Server.h"
 
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 
 std::ostream& operator<<(std::ostream& out, const ServerLogLine& line)
@@ -13,51 +11,63 @@ std::ostream& operator<<(std::ostream& out, const ServerLogLine& line)
 namespace
 {
 
-void* load(int flags)
+const char* libraryPath()
 {
-    const char* const path = std::getenv("ZUIS_LIBRARY") ? std::getenv("ZUIS_LIBRARY") : ZUIS_LIBRARY_PATH;
-    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL | flags);
-    if (!library)
-    {
-        fprintf(stderr, "%s\n", dlerror());
-        std::abort();
-    }
-    return library;
+    const char* const path = std::getenv("ZUIS_LIBRARY");
+    return path ? path : ZUIS_LIBRARY_PATH;
 }
 
 } // namespace
 
+ServerLog::ServerLog()
+{
+    zudevSetLogSink(logSink, this);
+}
+
+ServerLog::~ServerLog()
+{
+    zudevSetLogSink(nullptr, nullptr);
+}
+
+void ServerLog::logSink(void* data, ZustLogLevel level, uint32_t, const char* tag, const char* text)
+{
+    auto* const self = static_cast<ServerLog*>(data);
+    std::lock_guard lock(self->m_logMutex);
+    self->m_log.push_back({level, tag, text});
+}
+
+std::vector<ServerLogLine> ServerLog::takeLog()
+{
+    std::lock_guard lock(m_logMutex);
+    std::vector<ServerLogLine> lines;
+    lines.swap(m_log);
+    return lines;
+}
+
+std::vector<ServerLogLine> ServerLog::takeLog(const std::string& tag)
+{
+    std::lock_guard lock(m_logMutex);
+    std::vector<ServerLogLine> lines;
+    std::vector<ServerLogLine> others;
+    for (ServerLogLine& line : m_log)
+        (line.tag == tag ? lines : others).push_back(std::move(line));
+    m_log = std::move(others);
+    return lines;
+}
+
 void Server::stayLoaded()
 {
-    load(RTLD_NODELETE);
+    const LoadedLibrary library(libraryPath(), RTLD_NODELETE);
 }
 
 Server::Server()
+    : LoadedLibrary(libraryPath())
 {
-    zudevSetLogSink(logSink, this);
-    m_library = load(0);
-    const auto find = [&]<class Function>(Function& function, const char* name)
-    {
-        function = reinterpret_cast<Function>(dlsym(m_library, name));
-        if (!function)
-            std::abort();
-    };
-    find(createZustStream, "zuisCreateZustStream");
-    find(destroyHandle, "zuisDestroyHandle");
-    find(allowMouseSettings, "zuisAllowMouseSettings");
-    find(blockKeyCombination, "zuisBlockKeyCombination");
-    find(unblockKeyCombination, "zuisUnblockKeyCombination");
-    find(unblockAllKeyCombinations, "zuisUnblockAllKeyCombinations");
-    find(pause, "zuisPause");
-    find(reset, "zuisReset");
-    find(touchEnable, "zuisTouchEnable");
 }
 
 Server::~Server()
 {
     close();
-    dlclose(m_library);
-    zudevSetLogSink(nullptr, nullptr);
 }
 
 ZustResult Server::open(const TelemetrySender* telemetry)
@@ -173,32 +183,6 @@ void Server::touch(const std::vector<ZustTouchPointLowLevel>& points)
 void Server::drain()
 {
     zudevDrain(m_stream);
-}
-
-void Server::logSink(void* data, ZustLogLevel level, uint32_t, const char* tag, const char* text)
-{
-    auto* const server = static_cast<Server*>(data);
-    std::lock_guard lock(server->m_logMutex);
-    server->m_log.push_back({level, tag, text});
-}
-
-std::vector<ServerLogLine> Server::takeLog()
-{
-    std::lock_guard lock(m_logMutex);
-    std::vector<ServerLogLine> lines;
-    lines.swap(m_log);
-    return lines;
-}
-
-std::vector<ServerLogLine> Server::takeLog(const std::string& tag)
-{
-    std::lock_guard lock(m_logMutex);
-    std::vector<ServerLogLine> lines;
-    std::vector<ServerLogLine> others;
-    for (ServerLogLine& line : m_log)
-        (line.tag == tag ? lines : others).push_back(std::move(line));
-    m_log = std::move(others);
-    return lines;
 }
 
 void selectBackend(const std::string& backend, int instance)

@@ -1,9 +1,9 @@
 #ifndef TESTS_SUPPORT_SERVER_H
 #define TESTS_SUPPORT_SERVER_H
 
-#include "StreamSdk/helpers/input/ZuInputStream.h"
 #include "StreamSdk/include/TelemetrySender.h"
 #include "devstack/zudev.h"
+#include "tools/host/play/LoadedLibrary.h"
 
 #include <cstdint>
 #include <mutex>
@@ -21,17 +21,35 @@ struct ServerLogLine
 };
 std::ostream& operator<<(std::ostream& out, const ServerLogLine& line);
 
-/// Plays the streaming server for tests of the finished library: loads it as a server does and feeds it events through
-/// the stand-in stack. Settings come from the environment, so set them before. The test's own thread.
-class Server
+/// Keeps what the library logs from before it is loaded until after it is unloaded. Any thread.
+class ServerLog
 {
 public:
-    /// Loads the library. Aborts the test program when that fails.
+    ServerLog();
+    ~ServerLog();
+    ServerLog(const ServerLog&) = delete;
+    ServerLog& operator=(const ServerLog&) = delete;
+
+    /// All lines since the last call; with a tag only its lines, the others are kept.
+    std::vector<ServerLogLine> takeLog();
+    std::vector<ServerLogLine> takeLog(const std::string& tag);
+
+private:
+    static void logSink(void* data, ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text);
+
+    std::mutex m_logMutex;
+    std::vector<ServerLogLine> m_log; // guarded by m_logMutex
+};
+
+/// Plays the streaming server for tests of the finished library: loads it as a server does and feeds it events through
+/// the stand-in stack. Settings come from the environment, so set them before. The test's own thread.
+class Server : public ServerLog, public host::LoadedLibrary
+{
+public:
+    /// Loads the library. \throws std::runtime_error when that fails
     Server();
     /// Closes the stream, destroys the handle, unloads.
     ~Server();
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
 
     /// Keeps the library in this process, and with it what it keeps on purpose: a leak detector sees it then.
     static void stayLoaded();
@@ -54,30 +72,10 @@ public:
     void deliver(const ZustInputEvent& event);
     void drain(); ///< waits until the event thread has handed over everything
 
-    /// All lines since the last call; with a tag only its lines, the others are kept.
-    std::vector<ServerLogLine> takeLog();
-    std::vector<ServerLogLine> takeLog(const std::string& tag);
-
-    // The exported functions.
-    decltype(&zuisCreateZustStream) createZustStream = nullptr;
-    decltype(&zuisDestroyHandle) destroyHandle = nullptr;
-    decltype(&zuisAllowMouseSettings) allowMouseSettings = nullptr;
-    decltype(&zuisBlockKeyCombination) blockKeyCombination = nullptr;
-    decltype(&zuisUnblockKeyCombination) unblockKeyCombination = nullptr;
-    decltype(&zuisUnblockAllKeyCombinations) unblockAllKeyCombinations = nullptr;
-    decltype(&zuisPause) pause = nullptr;
-    decltype(&zuisReset) reset = nullptr;
-    decltype(&zuisTouchEnable) touchEnable = nullptr;
-
 private:
-    static void logSink(void* data, ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text);
-
-    void* m_library = nullptr;
     ZuisHandle m_handle = nullptr;
     ZustStream m_stream = nullptr;
     ZuisInputConfig m_config{};
-    std::mutex m_logMutex;
-    std::vector<ServerLogLine> m_log; // guarded by m_logMutex
 };
 
 /// Selects a backend by environment: "uinput", "xtest" or "container" (with an instance).

@@ -4,9 +4,9 @@
 
 #include "StreamSdk/include/TelemetrySender.h"
 #include "tools/host/check/Expectation.h"
+#include "tools/host/play/LoadedLibrary.h"
 #include "tools/host/play/Player.h"
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -40,10 +40,7 @@ public:
     bool hasHandle() const { return m_handle != nullptr; }
 
 private:
-    struct Functions;
-
-    void* m_library = nullptr;
-    std::unique_ptr<Functions> m_functions;
+    std::optional<LoadedLibrary> m_library;
     ZuisInputConfig m_config{};
     ZustStream m_stream = nullptr;
     ZuisHandle m_handle = nullptr;
