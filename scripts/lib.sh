@@ -13,8 +13,9 @@ readonly PACKAGE_PACKAGES="debhelper dpkg-dev fakeroot lintian libfontconfig-dev
 readonly X_PACKAGES="xvfb xinput x11-xkb-utils fonts-dejavu-core"
 readonly TEST_PACKAGES="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev llvm-14 binutils python3 evemu-tools
     libsdl2-dev"
-readonly LINT_PACKAGES="cmake ninja-build clang-14 clang-format-14 clang-tidy-14 shellcheck shfmt"
-readonly BENCH_PACKAGES="libbenchmark-dev libxtst-dev python3-matplotlib"
+readonly LINT_PACKAGES="clang-format-14 clang-tidy-14 shellcheck shfmt"
+readonly BENCH_LIBRARIES="libbenchmark-dev libxtst-dev"
+readonly BENCH_PACKAGES="$BENCH_LIBRARIES python3-matplotlib"
 
 # missing_packages PACKAGE...: prints those that are not installed, one a line.
 missing_packages() {

@@ -8,11 +8,14 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-# shellcheck disable=SC2086
-ensure_packages $LINT_PACKAGES
 what=${1:-all}
 [ $# -eq 0 ] || shift
-case $what in all | format | tidy) ;; *) die "unknown argument '$what'; the arguments: format, tidy" ;; esac
+# shellcheck disable=SC2086
+case $what in
+format) ensure_packages $LINT_PACKAGES ;;
+all | tidy) ensure_packages $LINT_PACKAGES $BUILD_PACKAGES $TEST_PACKAGES $BENCH_LIBRARIES ;;
+*) die "unknown argument '$what'; the arguments: format, tidy" ;;
+esac
 
 mapfile -t files < <([ $# -gt 0 ] && printf '%s\n' "$@" || git ls-files)
 code=() shell=()
@@ -23,23 +26,26 @@ for file in "${files[@]}"; do
     esac
 done
 
+bad=0
 if [ "$what" != tidy ]; then
-    [ ${#code[@]} -eq 0 ] || clang-format-14 --dry-run --Werror "${code[@]}"
+    [ ${#code[@]} -eq 0 ] || clang-format-14 --dry-run --Werror "${code[@]}" || bad=1
     if [ ${#shell[@]} -gt 0 ]; then
-        shfmt -i 4 -d "${shell[@]}"
-        shellcheck -x -S warning "${shell[@]}"
+        shfmt -i 4 -d "${shell[@]}" || bad=1
+        shellcheck -x -S warning "${shell[@]}" || bad=1
     fi
 fi
 
 if [ "$what" != format ]; then
-    cmake --preset clang -DZUIS_BUILD_TESTS=ON >/dev/null # for the command lines; nothing is built
+    # For the command lines; nothing is built.
+    cmake --preset clang -B build/lint -DZUIS_BUILD_{TESTS,BENCH,FUZZ}=ON >/dev/null
     mapfile -t sources < <(printf '%s\n' "${code[@]}" |
-        grep -Fxf <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/clang/compile_commands.json))
+        grep -Fxf <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/lint/compile_commands.json))
     # tidy PATTERN-OPTION [CLANG-TIDY OPTION]: over the sources that are shipped (-E) or the others (-vE).
     tidy() {
-        printf '%s\n' "${sources[@]}" | grep "$1" '^(StreamSdk|RemoteInput|common|rxdiag)/' |
-            xargs -r -n 4 -P "$(nproc)" clang-tidy-14 -p build/clang --quiet "${@:2}" 2>/dev/null
+        { printf '%s\n' "${sources[@]}" | grep "$1" '^(StreamSdk|RemoteInput|common|rxdiag)/' || true; } |
+            xargs -r -n 4 -P "$(nproc)" clang-tidy-14 -p build/lint --quiet "${@:2}" 2>/dev/null || bad=1
     }
-    tidy -E '--checks=clang-analyzer-*'
+    tidy -E '--checks=clang-analyzer-*,bugprone-exception-escape'
     tidy -vE
 fi
+exit $bad

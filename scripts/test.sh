@@ -2,19 +2,20 @@
 # Builds and runs all tests. Installs what is missing with apt-get.
 #
 #   scripts/test.sh               everything, as in CI
-#   scripts/test.sh STAGE...      only these stages, of: release clang asan tsan fuzz package kernel
+#   scripts/test.sh STAGE...      only these stages, of: lint release clang asan tsan fuzz package
+#                                 kernel
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-ALL_STAGES="release clang asan tsan fuzz package kernel"
+ALL_STAGES="lint release clang asan tsan fuzz package kernel"
 stages=${*:-$ALL_STAGES}
 for stage in $stages; do
     case " $ALL_STAGES " in *" $stage "*) ;; *) die "there is no stage '$stage'; the stages: $ALL_STAGES" ;; esac
 done
 
 # shellcheck disable=SC2046,SC2086
-ensure_packages $BUILD_PACKAGES $X_PACKAGES $TEST_PACKAGES $PACKAGE_PACKAGES $(scripts/guest/guest packages)
+ensure_packages $BUILD_PACKAGES $LINT_PACKAGES $BENCH_LIBRARIES $X_PACKAGES $TEST_PACKAGES $PACKAGE_PACKAGES $(scripts/guest/guest packages)
 
 passed=0
 failed=0
@@ -49,9 +50,14 @@ for stage in $stages; do
         build "$stage" ON
         run_ctest "$stage"
         ;;
+    lint)
+        say "== style: clang-format, clang-tidy, shfmt, shellcheck"
+        if scripts/lint.sh; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
+        ;;
     clang)
         say "== build: clang (warnings are errors)"
-        build clang ON all all_verify_interface_header_sets # every header compiles alone
+        # What is shipped; every header alone. The tests have been through clang in the stage lint.
+        build clang ON InputStreamShared zuis-host zuis-desktop zuis-pads all_verify_interface_header_sets
         passed=$((passed + 1))
         ;;
     fuzz)

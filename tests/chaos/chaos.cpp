@@ -245,7 +245,7 @@ private:
 
 } // namespace
 
-int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what is thrown ends it, with its text
+int main(int argc, char** argv)
 {
     uint64_t seed = static_cast<uint64_t>(time(nullptr));
     uint64_t first = 1;

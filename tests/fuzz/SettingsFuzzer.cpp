@@ -29,7 +29,7 @@ class ScopedVariable
 {
 public:
     ScopedVariable(const std::string& name, const std::string& value)
-        : m_name(name.c_str()) // up to a NUL
+        : m_name(name.c_str()) // NOLINT(readability-redundant-string-cstr): up to a NUL
         , m_set(!m_name.empty() && m_name.find('=') == std::string::npos && !getenv(m_name.c_str()))
     {
         if (m_set)
@@ -89,7 +89,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     {
         holds(name.find('=') == std::string::npos && name.find('\n') == std::string::npos,
               "a key ends before the sign");
-        holds(content.find(name + "=" + text) != std::string::npos, "key and value are taken byte for byte");
+        holds(content.find(std::string(name).append("=").append(text)) != std::string::npos,
+              "key and value are taken byte for byte");
     }
 
     const ScopedVariable variable(key, value);

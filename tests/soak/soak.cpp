@@ -200,7 +200,7 @@ bool soakDeaths(uint64_t rounds, uint64_t seed)
 
 } // namespace
 
-int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what is thrown ends it, with its text
+int main(int argc, char** argv)
 {
     uint64_t events = 10'000'000;
     uint64_t mouse = 100'000;
