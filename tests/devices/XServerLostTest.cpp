@@ -14,7 +14,7 @@
 #include "tests/support/XServer.h"
 
 // Last, for its macros.
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 
 using testing::ExitedWithCode;
 using vevdev::DeviceType;
@@ -170,7 +170,7 @@ TEST(XServerLostTest, TheProcessAndTheDevicesOutliveTheServer)
         mouse.reset();
         unused.reset();
         display.reset();
-        untouched.reset(); // finds it out only now
+        untouched.reset();             // finds it out only now
         setenv("DISPLAY", ":4711", 1); // the old number may have a new server by now
         EXPECT_EQ(openOnce(), nullptr);
         _exit(testing::Test::HasFailure() ? 1 : 0);

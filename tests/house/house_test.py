@@ -17,8 +17,8 @@ FLOORS = [
     (r"StreamSdk/helpers/input/", 6),
     # It makes its Impl, so it is built with the responders, although its header lies below.
     (COMMON + r"RemoteInputInjector\.cpp$", 5),
-    (LINUX + r"(Ri|MouseConverter|Key|RemoteInputInjectorImpl)", 5),
-    (LINUX + r"(VirtualEvDev|OwnDisplays|XHelpers|XLibLoader|XTimeLimit|ScopedDisplay)", 4),
+    (LINUX + r"(Ri|MouseConverter|Key|DeviceCreation|RemoteInputInjectorImpl)", 5),
+    (LINUX + r"(VirtualEvDev|OwnDisplays|XServerLoss|XLibLoader|XTimeLimit|ScopedDisplay)", 4),
     # The collector holds it by value; it needs only the standard library.
     (LINUX + r"TmReportingThread", 3),
     (COMMON + r"[^/]*$", 3),
@@ -28,7 +28,7 @@ FLOORS = [
 
 # Headers from outside, and the files that may include them.
 OUTSIDE = [
-    (r"X11/", r".*\.cpp$|" + LINUX + r"XHelpers\.h$"),
+    (r"X11/", r".*\.cpp$|" + LINUX + r"XServerLoss\.h$"),
     (r"libevdev/", LINUX + r"VirtualEvDevActual\.cpp$"),
 ]
 

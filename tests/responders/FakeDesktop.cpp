@@ -8,7 +8,7 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput.h>
 
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 
 namespace
 {

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 #include "common/util/InUse.h"
 #include "rxdiag/rxdiagcontrol.h"
 

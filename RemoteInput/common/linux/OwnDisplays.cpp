@@ -6,11 +6,10 @@
 #include <thread>
 #include <utility>
 
+#include <X11/Xlib.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include "RemoteInput/common/linux/XHelpers.h"
 
 namespace
 {

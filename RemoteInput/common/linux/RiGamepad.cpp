@@ -7,9 +7,9 @@
 
 #include <linux/input.h>
 
+#include "RemoteInput/common/PostRiEvent.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
-#include "RemoteInput/common/linux/RiDevice.h"
-#include "RemoteInput/common/linux/RiEventRecord.h"
+#include "RemoteInput/common/linux/DeviceCreation.h"
 #include "common/util/Log.h"
 
 namespace
@@ -96,10 +96,10 @@ RiGamepad::Gamepad::Gamepad()
         for (const Axis& axis : AXES)
             builder->enableEventCode(EV_ABS, axis.code, &axis.info);
 
-        if (builder->createFromDevice(ridevice::OPEN_MANAGED, m_device) != 0)
+        if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_device) != 0)
         {
-            ridevice::logCreationFailure(LOG_TAG, errno, "Gamepads will not work",
-                                         "RiGamepad requires read and write permissions to /dev/uinput");
+            devicecreation::logCreationFailure(LOG_TAG, errno, "Gamepads will not work",
+                                               "RiGamepad requires read and write permissions to /dev/uinput");
             m_device.reset();
         }
     }

@@ -6,10 +6,10 @@
 
 #include <linux/input-event-codes.h>
 
+#include "RemoteInput/common/PostRiEvent.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
+#include "RemoteInput/common/linux/DeviceCreation.h"
 #include "RemoteInput/common/linux/KeyConversion.h"
-#include "RemoteInput/common/linux/RiDevice.h"
-#include "RemoteInput/common/linux/RiEventRecord.h"
 #include "common/util/InUse.h"
 #include "common/util/Log.h"
 #include "rxdiag/rxdiagcontrol.h"
@@ -67,9 +67,9 @@ RiKey::RiKey(const BlockedKeyMap& blockedKeyMap, const TelemetrySender& telemetr
     for (unsigned int code = FIRST_DECLARED_KEY; code <= LAST_DECLARED_KEY; ++code)
         builder->enableEventCode(EV_KEY, code, nullptr);
 
-    if (builder->createFromDevice(ridevice::OPEN_MANAGED, m_keyboard) != 0)
+    if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_keyboard) != 0)
     {
-        ridevice::logCreationFailure(LOG_TAG, errno);
+        devicecreation::logCreationFailure(LOG_TAG, errno);
         m_keyboard.reset();
     }
 }

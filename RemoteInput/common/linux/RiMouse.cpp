@@ -13,12 +13,12 @@
 #include <sys/prctl.h>
 
 #include "RemoteInput/common/MouseMoveEventSpacing.h"
+#include "RemoteInput/common/PostRiEvent.h"
 #include "RemoteInput/common/RateLimit.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
 #include "RemoteInput/common/RunningAverage.h"
-#include "RemoteInput/common/linux/RiDevice.h"
-#include "RemoteInput/common/linux/RiEventRecord.h"
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/DeviceCreation.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 #include "common/util/InUse.h"
 #include "common/util/Log.h"
 
@@ -212,9 +212,9 @@ RiMouse::RiMouse(const TelemetrySender& telemetry)
     for (const unsigned int button : DECLARED_BUTTONS)
         builder->enableEventCode(EV_KEY, button, nullptr);
 
-    if (builder->createFromDevice(ridevice::OPEN_MANAGED, m_mouse) != 0)
+    if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_mouse) != 0)
     {
-        ridevice::logCreationFailure(LOG_TAG, errno);
+        devicecreation::logCreationFailure(LOG_TAG, errno);
         m_mouse.reset();
         return;
     }

@@ -9,7 +9,7 @@
 
 #include <X11/extensions/XInput.h>
 
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 #include "RemoteInput/common/linux/XTimeLimit.h"
 #include "common/util/InUse.h"
 #include "common/util/Log.h"

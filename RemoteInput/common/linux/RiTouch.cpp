@@ -8,7 +8,7 @@
 #include <linux/input.h>
 
 #include "RemoteInput/common/RateLimit.h"
-#include "RemoteInput/common/linux/RiDevice.h"
+#include "RemoteInput/common/linux/DeviceCreation.h"
 #include "common/util/Log.h"
 
 namespace
@@ -79,9 +79,9 @@ bool RiTouch::init()
     for (const Axis& axis : axes)
         builder->enableEventCode(EV_ABS, axis.code, axis.info);
 
-    if (builder->createFromDevice(ridevice::OPEN_MANAGED, m_touch) != 0)
+    if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_touch) != 0)
     {
-        ridevice::logCreationFailure(LOG_TAG, errno);
+        devicecreation::logCreationFailure(LOG_TAG, errno);
         return false;
     }
     LOG_INFO(0x03040001, LOG_TAG, "%s: successfully created touch device: ", "init");

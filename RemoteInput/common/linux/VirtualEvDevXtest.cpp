@@ -8,8 +8,8 @@
 
 #include <linux/input-event-codes.h>
 
-#include "RemoteInput/common/linux/XHelpers.h"
 #include "RemoteInput/common/linux/XLibLoader.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 #include "common/util/Log.h"
 
 namespace

@@ -1,8 +1,8 @@
-#ifndef REMOTE_INPUT_RI_DEVICE_H
-#define REMOTE_INPUT_RI_DEVICE_H
+#ifndef REMOTE_INPUT_DEVICE_CREATION_H
+#define REMOTE_INPUT_DEVICE_CREATION_H
 
 /// What every responder that owns a virtual device shares.
-namespace ridevice
+namespace devicecreation
 {
 
 /// The descriptor argument of VirtualEvDev::createFromDevice: the uinput node is opened and managed for us.
@@ -17,6 +17,6 @@ void logCreationFailure(
     const char* tag, int errorNumber, const char* consequence = "Remote input will not work",
     const char* permissionHint = ">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work");
 
-} // namespace ridevice
+} // namespace devicecreation
 
 #endif

@@ -1,5 +1,5 @@
-#ifndef REMOTE_INPUT_RI_EVENT_RECORD_H
-#define REMOTE_INPUT_RI_EVENT_RECORD_H
+#ifndef REMOTE_INPUT_POST_RI_EVENT_H
+#define REMOTE_INPUT_POST_RI_EVENT_H
 
 #include "RemoteInput/common/ReportTimer.h"
 #include "RemoteInput/common/Timeline.h"

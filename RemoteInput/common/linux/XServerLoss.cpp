@@ -1,4 +1,4 @@
-#include "RemoteInput/common/linux/XHelpers.h"
+#include "RemoteInput/common/linux/XServerLoss.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,11 +1,11 @@
-#include "RemoteInput/common/linux/RiDevice.h"
+#include "RemoteInput/common/linux/DeviceCreation.h"
 
 #include <cerrno>
 
 #include "common/util/ErrnoText.h"
 #include "common/util/Log.h"
 
-namespace ridevice
+namespace devicecreation
 {
 
 void logCreationFailure(const char* tag, int errorNumber, const char* consequence, const char* permissionHint)
@@ -16,4 +16,4 @@ void logCreationFailure(const char* tag, int errorNumber, const char* consequenc
         LOG_ERROR(0x03000002, tag, "%s", permissionHint);
 }
 
-} // namespace ridevice
+} // namespace devicecreation

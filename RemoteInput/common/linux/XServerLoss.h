@@ -1,5 +1,5 @@
-#ifndef REMOTE_INPUT_X_HELPERS_H
-#define REMOTE_INPUT_X_HELPERS_H
+#ifndef REMOTE_INPUT_X_SERVER_LOSS_H
+#define REMOTE_INPUT_X_SERVER_LOSS_H
 
 // The one header that includes Xlib: its macros (None, Bool, Status, Success) collide with ordinary names, so include
 // it in source files only.
