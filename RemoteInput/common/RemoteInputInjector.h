@@ -1,7 +1,7 @@
 #ifndef REMOTE_INPUT_REMOTE_INPUT_INJECTOR_H
 #define REMOTE_INPUT_REMOTE_INPUT_INJECTOR_H
 
-#include "RemoteInput/common/RimBase.h"
+#include "RemoteInput/common/BlockedKeyMap.h"
 #include "StreamSdk/include/TelemetrySender.h"
 #include "StreamSdk/include/ZuStreamInput.h"
 #include "common/util/InUse.h"

@@ -1,6 +1,7 @@
 #ifndef REMOTE_INPUT_RI_KEY_H
 #define REMOTE_INPUT_RI_KEY_H
 
+#include "RemoteInput/common/BlockedKeyMap.h"
 #include "RemoteInput/common/RimBase.h"
 #include "RemoteInput/common/linux/KeySet.h"
 #include "RemoteInput/common/linux/VirtualEvDev.h"
