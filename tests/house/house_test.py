@@ -36,6 +36,9 @@ OUTSIDE = [
 FREE_OF_DEVICES = 3
 DEVICE_HEADERS = r"X11/|libevdev/|linux/"
 
+# A unit that is part of another: its log lines have the other's identifiers.
+PART_OF = {"VirtualEvDevFactory": "VirtualEvDev"}
+
 INCLUDE = re.compile(r'^\s*#\s*include\s+([<"])([^>"]+)[>"]')
 STATEMENT = re.compile(r"(?:\bLOG_(?:VERBOSE|DEBUG|INFO|WARNING|ERROR|CRITICAL)\(|\bzustWriteLogUniqueId\([^,()]+,)"
                        r"\s*([^,]+),")
@@ -86,6 +89,7 @@ def check_identifiers(texts):
                 continue
             places[int(identifier, 16)].append(path)
             unit = pathlib.PurePath(path).stem
+            unit = PART_OF.get(unit, unit)
             units[int(identifier, 16) >> 16].add(unit)
             halves[unit].add(int(identifier, 16) >> 16)
     for identifier, where in places.items():

@@ -1,14 +1,9 @@
 #include "RemoteInput/common/linux/VirtualEvDev.h"
 
 #include <iterator>
-#include <stdexcept>
 
 #include <linux/input-event-codes.h>
 
-#include "RemoteInput/common/linux/VirtualEvDevAc.h"
-#include "RemoteInput/common/linux/VirtualEvDevActual.h"
-#include "RemoteInput/common/linux/VirtualEvDevSettings.h"
-#include "RemoteInput/common/linux/VirtualEvDevXtest.h"
 #include "common/util/Log.h"
 
 namespace
@@ -47,51 +42,6 @@ constexpr CodeName CODE_NAMES[] = {
 // The asterisks make the end of a report stand out in the log.
 constexpr const char* TYPE_NAMES[] = {"******** EV_SYN", "EV_KEY", "EV_REL", "EV_ABS"};
 
-vevdev::Implementation chooseImplementation()
-{
-    using vevdev::Implementation;
-
-    int instanceId = -1;
-    int choice = -1;
-    {
-        const SettingsManager settings = vevdev::currentSettings();
-        settings.Get("AcInstanceId", instanceId);
-        settings.Get("VirtualEvDevImp", choice);
-    }
-
-    if (choice < 0)
-        return instanceId >= 0 ? Implementation::ANDROID_CONTAINER : Implementation::EVDEV;
-
-    // The setting has numbers of its own, which deliberately are not those of Implementation.
-    switch (choice)
-    {
-    case 1:
-        LOG_INFO(0x04010003, TAG, "Selecting ANDROID CONTAINER backend");
-        return Implementation::ANDROID_CONTAINER;
-    case 2:
-        LOG_INFO(0x04010004, TAG, "Selecting XTEST backend");
-        return Implementation::XTEST;
-    default:
-        LOG_INFO(0x04010005, TAG, "Selecting Base EVDEV backend");
-        return Implementation::EVDEV;
-    }
-}
-
-std::unique_ptr<VirtualEvDev> makeBuilder(vevdev::Implementation implementation)
-{
-    switch (implementation)
-    {
-    case vevdev::Implementation::EVDEV:
-        return std::make_unique<VirtualEvDevActual>();
-    case vevdev::Implementation::ANDROID_CONTAINER:
-        return std::make_unique<VirtualEvDevAc>();
-    case vevdev::Implementation::XTEST:
-        return std::make_unique<VirtualEvDevXtest>();
-    default:
-        throw std::runtime_error("Unknown VirtualEvDev Implementation");
-    }
-}
-
 } // namespace
 
 const char* VirtualEvDevUinput::typeToString(unsigned int type)
@@ -107,17 +57,6 @@ const char* VirtualEvDevUinput::codeToString(unsigned int type, unsigned int cod
             return row.name;
     }
     return type == EV_KEY ? "KEY" : UNKNOWN_NAME;
-}
-
-std::unique_ptr<VirtualEvDev> VirtualEvDev::Create()
-{
-    std::unique_ptr<VirtualEvDev> builder = makeBuilder(chooseImplementation());
-    if (!builder->create())
-    {
-        builder.reset();
-        throw std::runtime_error("Unable to create VirtualEvDev Implemenation"); // log readers know this spelling
-    }
-    return builder;
 }
 
 void VirtualEvDev::setName(const char* name)
