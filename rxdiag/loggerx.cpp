@@ -4,8 +4,6 @@
 #include <cstring>
 #include <memory>
 
-#include "rxdiag/rxdiagcontrol.h"
-
 namespace
 {
 

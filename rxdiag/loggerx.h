@@ -43,6 +43,15 @@ static_assert(sizeof(Header<Id>) == 4);
 
 } // namespace rxEvent
 
+/// Where composed messages go.
+enum RxDiagMode : int32_t
+{
+    DISABLED = 0,    ///< nowhere
+    LEGACY = 1,      ///< to ordinary log lines
+    OSTRAK = 2,      ///< to a structured logger; this library has none and installs the legacy one
+    DEVELOPMENT = 3, ///< the same
+};
+
 /// What every logger is to the messages that end in it. Any thread, once constructed.
 class LoggerXcore
 {

@@ -9,15 +9,6 @@
 
 #include "rxdiag/loggerx.h"
 
-/// Where composed messages go.
-enum RxDiagMode : int32_t
-{
-    DISABLED = 0,    ///< nowhere
-    LEGACY = 1,      ///< to ordinary log lines
-    OSTRAK = 2,      ///< to a structured logger; this library has none and installs the legacy one
-    DEVELOPMENT = 3, ///< the same
-};
-
 /// The logger of a control before a real one is installed: consumes every message and writes nothing.
 class RxDiagLoggerProto : public LoggerX
 {
