@@ -8,7 +8,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 
 /// An ordered set of client key codes below ZUST_KEY_MAX, which covers every key that can be injected. One bit per
 /// key, so that no change allocates.
@@ -23,12 +22,8 @@ public:
         return (wordOf(keyCode).load(std::memory_order_relaxed) & bitOf(keyCode)) != 0;
     }
 
-    /// Whether at least one of these is in the set: a look at each word that holds any of them.
-    template <ZustKeyCode... keyCodes>
-    bool containsAny() const
-    {
-        return containsAny<keyCodes...>(std::make_index_sequence<WORDS>());
-    }
+    /// Whether at least one of these is in the set.
+    bool containsAny(auto... keyCodes) const { return (contains(keyCodes) || ...); }
 
     /// \return whether the key was added, false when it was there before
     bool insert(ZustKeyCode keyCode)
@@ -69,20 +64,6 @@ public:
 private:
     using Word = std::atomic<uint64_t>;
     static constexpr size_t WORDS = (ZUST_KEY_MAX + 63) / 64;
-
-    template <ZustKeyCode... keyCodes, size_t... indices>
-    bool containsAny(std::index_sequence<indices...>) const
-    {
-        constexpr std::array<uint64_t, WORDS> MASKS{maskOf<indices>(keyCodes...)...};
-        return ((MASKS[indices] != 0 && (m_words[indices].load(std::memory_order_relaxed) & MASKS[indices]) != 0)
-                || ...);
-    }
-
-    template <size_t index>
-    static constexpr uint64_t maskOf(auto... keyCodes)
-    {
-        return ((static_cast<uint32_t>(keyCodes) / 64 == index ? bitOf(keyCodes) : 0) | ...);
-    }
 
     static constexpr uint64_t bitOf(ZustKeyCode keyCode)
     {

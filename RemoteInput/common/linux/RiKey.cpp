@@ -216,8 +216,8 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
     constexpr int MODIFIERS = ZUST_MF_SHIFT | ZUST_MF_SHIFT_RIGHT | ZUST_MF_CONTROL | ZUST_MF_CONTROL_RIGHT
                               | ZUST_MF_ALT | ZUST_MF_ALT_RIGHT | ZUST_MF_META | ZUST_MF_META_RIGHT;
     if ((flags & MODIFIERS) == 0 && !m_bAltGrActivated
-        && !m_keysDown.containsAny<ZUST_KEY_LSHIFT, ZUST_KEY_RSHIFT, ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL,
-                                   ZUST_KEY_LALT, ZUST_KEY_RALT, ZUST_KEY_LMETA, ZUST_KEY_RMETA>())
+        && !m_keysDown.containsAny(ZUST_KEY_LSHIFT, ZUST_KEY_RSHIFT, ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL,
+                                   ZUST_KEY_LALT, ZUST_KEY_RALT, ZUST_KEY_LMETA, ZUST_KEY_RMETA))
         return;
 
     if (flags & ZUST_MF_META_RIGHT)
