@@ -116,12 +116,7 @@ RiKey::~RiKey()
 
 bool RiKey::resetState()
 {
-    KeySet held;
-    {
-        std::lock_guard lock(m_keysMutex);
-        m_keysDown.forEach([&](ZustKeyCode keyCode) { held.insert(keyCode); });
-    }
-    held.forEach(
+    m_keysDown.forEach(
         [&](ZustKeyCode keyCode)
         {
             LOG_INFO(0x03010001, LOG_TAG, "Reset: releasing key 0x%04x", static_cast<unsigned int>(keyCode));
@@ -133,12 +128,6 @@ bool RiKey::resetState()
 [[gnu::hot]] bool RiKey::keyBlocked(uint16_t flags, ZustKeyCode keyCode) const
 {
     return m_blockedKeyMap.isBlocked(flags, keyCode);
-}
-
-[[gnu::hot]] bool RiKey::isHeld(ZustKeyCode keyCode) const
-{
-    std::lock_guard lock(m_keysMutex);
-    return m_keysDown.contains(keyCode);
 }
 
 [[gnu::hot]] bool RiKey::writeKeyEvent(ZustKeyCode keyCode, int value, const InputTimeStats& stats)
@@ -187,7 +176,7 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
     }
 
     for (const ZustKeyCode modifier : ALT_GR_MODIFIER_KEY_CODES)
-        if (isHeld(modifier))
+        if (m_keysDown.contains(modifier))
         {
             release(modifier, stats);
             m_altGrModifierKeysToRestore.insert(modifier);

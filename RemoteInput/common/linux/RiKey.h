@@ -40,7 +40,6 @@ private:
     bool writeKeyEvent(ZustKeyCode keyCode, int value, const InputTimeStats& stats);
     void press(ZustKeyCode keyCode, const InputTimeStats& stats) { writeKeyEvent(keyCode, 1, stats); }
     void release(ZustKeyCode keyCode, const InputTimeStats& stats) { writeKeyEvent(keyCode, 0, stats); }
-    bool isHeld(ZustKeyCode keyCode) const;
     void toggleAltGrState(bool on, const InputTimeStats& stats);
     void checkAltGrState(ZustKeyCode keyCode, ZustKeyState keyState, uint16_t flags, const InputTimeStats& stats);
     void updateModifierState(uint16_t flags, const InputTimeStats& stats);
@@ -51,7 +50,7 @@ private:
     KeySet m_keysDown;                              // client codes; changed under m_keysMutex
     KeySet m_altGrModifierKeysToRestore;            // event thread
     bool m_bAltGrActivated = false;                 // event thread
-    mutable std::mutex m_keysMutex;                 // a change of m_keysDown and its device writes belong together
+    std::mutex m_keysMutex;                         // a change of m_keysDown and its device writes belong together
 };
 
 #endif
