@@ -243,8 +243,7 @@ RiGamepad::~RiGamepad()
     uint32_t eventId = RiTelemetry::GAMEPAD_GENERIC;
     if (!gamepad->process(report, eventId))
         return false;
-    if (captureTime != 0)
-        postRiEvent(m_telemetry, eventId, captureTime, stats, steadyNow());
+    postRiEvent(m_telemetry, eventId, captureTime, stats, steadyNow());
     return true;
 }
 

@@ -154,9 +154,8 @@ bool RiKey::resetState()
         m_keyboard->writeEvent(EV_SYN, SYN_REPORT, 0);
     }
 
-    if (stats.clientCapture != 0)
-        postRiEvent(m_telemetry, value == 1 ? RiTelemetry::KEYBOARD_DOWN : RiTelemetry::KEYBOARD_UP,
-                    stats.clientCapture, stats, steadyNow());
+    postRiEvent(m_telemetry, value == 1 ? RiTelemetry::KEYBOARD_DOWN : RiTelemetry::KEYBOARD_UP, stats.clientCapture,
+                stats, steadyNow());
     return true;
 }
 

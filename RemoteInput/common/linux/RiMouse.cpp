@@ -221,7 +221,7 @@ RiMouse::RiMouse(const TelemetrySender& telemetry)
 
     m_mouseConverter = std::make_unique<MouseConverter>(m_display.get());
     // Deliberate: without a display there is no thread, and what is queued stays queued.
-    if (m_mouse && m_display)
+    if (m_display)
         m_runtimeThread = std::thread(&RiMouse::thread, this);
 }
 
