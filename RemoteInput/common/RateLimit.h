@@ -1,8 +1,9 @@
 #ifndef REMOTE_INPUT_RATE_LIMIT_H
 #define REMOTE_INPUT_RATE_LIMIT_H
 
+#include "common/util/ThreadSafety.h"
+
 #include <cstdint>
-#include <mutex>
 
 /// Decides which occurrences of a repeated message are logged: the first `burst`, then one in every `burst` + 1.
 /// One static object per message, so the count is that of the process. Any thread.
@@ -17,7 +18,7 @@ public:
     /// Counts one occurrence. \return whether to log it
     bool shouldLog()
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         ++m_occurred;
         if (m_logged >= m_burst && m_occurred <= m_burst)
             return false;
@@ -29,9 +30,9 @@ public:
 
 private:
     const uint32_t m_burst;
-    std::mutex m_mutex;
-    uint32_t m_occurred = 0; // since the last line; guarded by m_mutex, as the next
-    uint32_t m_logged = 0;
+    Mutex m_mutex;
+    uint32_t m_occurred GUARDED_BY(m_mutex) = 0; // since the last line
+    uint32_t m_logged GUARDED_BY(m_mutex) = 0;
 };
 
 #endif

@@ -2,14 +2,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
+#include <memory>
 #include <thread>
-#include <utility>
 
 #include <X11/Xlib.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "common/util/ThreadSafety.h"
 
 namespace
 {
@@ -18,15 +19,33 @@ constexpr std::chrono::seconds END_LIMIT{1};
 
 // Plain lists behind a constant-initialised mutex, so that they have no destructor: a host may end while one of its
 // threads still uses a display.
-constinit std::mutex mutex;
-constinit OwnDisplay* displays = nullptr;     // guarded by mutex, as the next
-constinit OwnDisplay* closing = nullptr;      // by their threads; not to be found by address
-constinit OwnDisplay* leftDisplays = nullptr; // only kept so that their memory is not taken for leaked
-constinit int openings = 0;
-constinit bool isEnded = false;
+constinit Mutex mutex;
+constinit OwnDisplay* displays GUARDED_BY(mutex) = nullptr;
+constinit OwnDisplay* closing GUARDED_BY(mutex) = nullptr; // by their threads; not to be found by address
+// Only kept so that their memory is not taken for leaked.
+constinit OwnDisplay* leftDisplays GUARDED_BY(mutex) = nullptr;
+constinit int openings GUARDED_BY(mutex) = 0;
+constinit bool isEnded GUARDED_BY(mutex) = false;
 constinit thread_local const Display* t_closing = nullptr;
 
-OwnDisplay* find(const Display* display)
+} // namespace
+
+struct OwnDisplay
+{
+    Display* display GUARDED_BY(mutex) = nullptr;
+    int socket GUARDED_BY(mutex) = -1;     // that a call may be cut off by; Xlib's, but for one that is being closed
+    bool isLost GUARDED_BY(mutex) = false; // the server is gone
+    bool isLeft GUARDED_BY(mutex) = false; // in the middle of a call: not to be closed
+    uint64_t user GUARDED_BY(mutex) = 0;   // the thread that is in a call; 0 = none
+    unsigned int calls GUARDED_BY(mutex) = 0;
+    unsigned int callsSeen GUARDED_BY(mutex) = 0; // by the last look at stale calls
+    OwnDisplay* next GUARDED_BY(mutex) = nullptr;
+};
+
+namespace
+{
+
+OwnDisplay* find(const Display* display) REQUIRES(mutex)
 {
     for (OwnDisplay* own = displays; own; own = own->next)
     {
@@ -36,13 +55,13 @@ OwnDisplay* find(const Display* display)
     return nullptr;
 }
 
-void push(OwnDisplay*& list, OwnDisplay* own)
+void push(OwnDisplay*& list, OwnDisplay* own) REQUIRES(mutex)
 {
     own->next = list;
     list = own;
 }
 
-void unlink(OwnDisplay*& list, const OwnDisplay* own)
+void unlink(OwnDisplay*& list, const OwnDisplay* own) REQUIRES(mutex)
 {
     OwnDisplay** link = &list;
     while (*link != own)
@@ -50,24 +69,25 @@ void unlink(OwnDisplay*& list, const OwnDisplay* own)
     *link = own->next;
 }
 
-void enter(OwnDisplay& own)
+void enter(OwnDisplay& own) REQUIRES(mutex)
 {
     own.user = owndisplays::thisThread();
     ++own.calls;
 }
 
 template <class Action>
-void forEach(Action action)
+void forEach(Action action) REQUIRES(mutex)
 {
     for (OwnDisplay* const list : {displays, closing})
         for (OwnDisplay* own = list; own; own = own->next)
             action(*own);
 }
 
-bool isOtherThreadInside()
+bool isOtherThreadInside() REQUIRES(mutex)
 {
     bool isInside = openings > 0;
-    forEach([&](const OwnDisplay& own) { isInside |= own.user != 0 && own.user != owndisplays::thisThread(); });
+    forEach([&](const OwnDisplay& own) REQUIRES(mutex)
+            { isInside |= own.user != 0 && own.user != owndisplays::thisThread(); });
     return isInside;
 }
 
@@ -85,28 +105,42 @@ uint64_t thisThread()
     return number;
 }
 
-bool beginOpening()
+OwnDisplay* beginOpening()
 {
-    std::lock_guard lock(mutex);
+    auto own = std::make_unique<OwnDisplay>();
+    LockGuard lock(mutex);
     if (isEnded)
-        return false;
+        return nullptr;
     ++openings;
-    return true;
+    return own.release();
 }
 
-void endOpening(std::unique_ptr<OwnDisplay> own)
+void endOpening(OwnDisplay* own, Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     --openings;
-    if (!own || !own->display)
+    if (!display)
+    {
+        delete own;
         return;
-    own->socket = ConnectionNumber(own->display);
-    push(displays, own.release());
+    }
+    own->display = display;
+    own->socket = ConnectionNumber(display);
+    push(displays, own);
+}
+
+void leaveOpening(OwnDisplay* own, Display* display)
+{
+    LockGuard lock(mutex);
+    --openings;
+    close(ConnectionNumber(display));
+    own->display = display;
+    push(leftDisplays, own);
 }
 
 OwnDisplay* beginClosing(Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     OwnDisplay* const own = find(display);
     unlink(displays, own);
     if (isEnded || own->isLeft)
@@ -129,7 +163,7 @@ OwnDisplay* beginClosing(Display* display)
 
 void endClosing(OwnDisplay* own)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     t_closing = nullptr;
     if (own->socket >= 0)
         close(own->socket);
@@ -139,7 +173,7 @@ void endClosing(OwnDisplay* own)
 
 OwnDisplay* beginCalls(Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     OwnDisplay* const own = find(display);
     if (!own || own->isLost || isEnded)
         return nullptr;
@@ -149,47 +183,41 @@ OwnDisplay* beginCalls(Display* display)
 
 bool endCalls(OwnDisplay* own)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     own->user = 0;
     return own->isLost;
 }
 
 bool contains(const Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     return display == t_closing || find(display);
 }
 
 bool markLost(const Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     OwnDisplay* const own = find(display);
     if (own)
         own->isLost = true;
     return display == t_closing || own;
 }
 
-void leave(Display* display, std::unique_ptr<OwnDisplay> own)
+void leave(Display* display)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     close(ConnectionNumber(display));
-    if (own)
-    {
-        own->display = display;
-        push(leftDisplays, own.release());
-        return;
-    }
-    OwnDisplay* const known = find(display);
-    known->isLost = true;
-    known->isLeft = true;
-    known->socket = -1;
+    OwnDisplay* const own = find(display);
+    own->isLost = true;
+    own->isLeft = true;
+    own->socket = -1;
 }
 
 void cutOffStaleCalls(uint64_t thread)
 {
-    std::lock_guard lock(mutex);
+    LockGuard lock(mutex);
     forEach(
-        [&](OwnDisplay& own)
+        [&](OwnDisplay& own) REQUIRES(mutex)
         {
             if (own.user == 0 || own.user != thread)
                 return;
@@ -202,7 +230,7 @@ void cutOffStaleCalls(uint64_t thread)
 void endAll()
 {
     const auto deadline = std::chrono::steady_clock::now() + END_LIMIT;
-    std::unique_lock lock(mutex);
+    UniqueLock lock(mutex);
     isEnded = true;
     while (isOtherThreadInside() && std::chrono::steady_clock::now() < deadline)
     {

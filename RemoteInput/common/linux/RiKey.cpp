@@ -146,7 +146,7 @@ bool RiKey::resetState()
         return true;
 
     {
-        std::lock_guard lock(m_keysMutex);
+        LockGuard lock(m_keysMutex);
         const bool changed = down ? m_keysDown.insert(keyCode) : m_keysDown.erase(keyCode);
         if (!changed)
             return true;

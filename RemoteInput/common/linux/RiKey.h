@@ -6,9 +6,9 @@
 #include "RemoteInput/common/linux/KeySet.h"
 #include "RemoteInput/common/linux/VirtualEvDev.h"
 #include "StreamSdk/include/TelemetrySender.h"
+#include "common/util/ThreadSafety.h"
 
 #include <memory>
-#include <mutex>
 
 /// Turns the client's key events into presses and releases on a virtual keyboard.
 ///
@@ -46,11 +46,11 @@ private:
 
     const BlockedKeyMap& m_blockedKeyMap;
     const TelemetrySender& m_telemetry;
-    std::unique_ptr<VirtualEvDevUinput> m_keyboard; // written under m_keysMutex
-    KeySet m_keysDown;                              // client codes; changed under m_keysMutex
-    KeySet m_altGrModifierKeysToRestore;            // event thread
-    bool m_bAltGrActivated = false;                 // event thread
-    std::mutex m_keysMutex;                         // a change of m_keysDown and its device writes belong together
+    Mutex m_keysMutex; // a change of m_keysDown and its device writes belong together
+    std::unique_ptr<VirtualEvDevUinput> m_keyboard PT_GUARDED_BY(m_keysMutex);
+    KeySet m_keysDown;                   // client codes; changed under m_keysMutex
+    KeySet m_altGrModifierKeysToRestore; // event thread
+    bool m_bAltGrActivated = false;      // event thread
 };
 
 #endif

@@ -166,15 +166,16 @@ void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t)
 
 [[gnu::hot]] void RiMouse::Fifo::enqueue(const EvDevReport& report)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     m_queue.push(report);
     m_dataAvailable.notify_one();
 }
 
 [[gnu::hot]] bool RiMouse::Fifo::dequeue(EvDevReport& report, const std::atomic<bool>& exitSignaled)
 {
-    std::unique_lock lock(m_mutex);
-    m_dataAvailable.wait(lock, [&] { return !m_queue.empty() || exitSignaled; });
+    UniqueLock lock(m_mutex);
+    while (m_queue.empty() && !exitSignaled)
+        m_dataAvailable.wait(lock.native());
     if (exitSignaled)
         return false;
     report = m_queue.front();
@@ -184,14 +185,14 @@ void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t)
 
 void RiMouse::Fifo::signalExit(std::atomic<bool>& exitSignaled)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     exitSignaled = true;
     m_dataAvailable.notify_one();
 }
 
 [[gnu::hot]] size_t RiMouse::Fifo::getReportsCount() const
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     return m_queue.size();
 }
 
@@ -333,7 +334,7 @@ catch (const std::exception& exception)
 
 [[gnu::hot]] void RiMouse::writeMove(long dx, long dy)
 {
-    std::lock_guard lock(m_deviceMutex);
+    LockGuard lock(m_deviceMutex);
     if (dx != 0)
         m_mouse->writeEvent(EV_REL, REL_X, static_cast<int>(dx));
     if (dy != 0)
@@ -343,7 +344,7 @@ catch (const std::exception& exception)
 
 [[gnu::hot]] void RiMouse::writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId)
 {
-    std::lock_guard lock(m_deviceMutex);
+    LockGuard lock(m_deviceMutex);
     if (report.type == EV_KEY)
     {
         if (report.data1 == 0)
@@ -367,7 +368,7 @@ catch (const std::exception& exception)
 
 bool RiMouse::resetState()
 {
-    std::lock_guard lock(m_deviceMutex);
+    LockGuard lock(m_deviceMutex);
     for (size_t i = 0; i < m_pressedMouseButtons.size(); ++i)
     {
         if (!m_pressedMouseButtons.test(i))
@@ -381,7 +382,8 @@ bool RiMouse::resetState()
     return true;
 }
 
-std::string RiMouse::GetDeviceName() const
+// Needs no lock: which backend made a device never changes.
+std::string RiMouse::GetDeviceName() const NO_THREAD_SAFETY_ANALYSIS
 {
     const auto implementation = m_mouse ? m_mouse->implementation() : vevdev::Implementation::EVDEV;
     switch (implementation)

@@ -8,6 +8,7 @@
 #include "RemoteInput/common/linux/VirtualEvDev.h"
 #include "RemoteInput/common/linux/XTimeLimit.h"
 #include "StreamSdk/include/TelemetrySender.h"
+#include "common/util/ThreadSafety.h"
 
 #include <atomic>
 #include <bitset>
@@ -17,7 +18,6 @@
 #include <deque>
 #include <memory>
 #include <memory_resource>
-#include <mutex>
 #include <queue>
 #include <string>
 #include <thread>
@@ -77,9 +77,9 @@ public:
 
         using Reports = std::pmr::deque<EvDevReport>;
 
-        SpareBlock m_memory; // guarded by m_mutex, as the next
-        std::queue<EvDevReport, Reports> m_queue{Reports(&m_memory)};
-        mutable std::mutex m_mutex;
+        SpareBlock m_memory GUARDED_BY(m_mutex);
+        std::queue<EvDevReport, Reports> m_queue GUARDED_BY(m_mutex){Reports(&m_memory)};
+        mutable Mutex m_mutex;
         std::condition_variable m_dataAvailable; // signalled once per report, and on exit
     };
 
@@ -121,11 +121,11 @@ private:
     void writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId);
 
     Fifo m_inputQueue;
-    std::unique_ptr<VirtualEvDevUinput> m_mouse; // null when creation failed; written under m_deviceMutex
+    Mutex m_deviceMutex; // a change of the pressed buttons and its device writes belong together
+    std::unique_ptr<VirtualEvDevUinput> m_mouse PT_GUARDED_BY(m_deviceMutex); // null when creation failed
     ScopedDisplay m_display;
     const TelemetrySender& m_telemetry;
-    std::bitset<5> m_pressedMouseButtons; // bit i: BTN_LEFT + i; guarded by m_deviceMutex
-    std::mutex m_deviceMutex;             // a change of the pressed buttons and its device writes belong together
+    std::bitset<5> m_pressedMouseButtons GUARDED_BY(m_deviceMutex); // bit i: BTN_LEFT + i
     std::thread m_runtimeThread;
     std::atomic<XTimeLimit::Thread> m_injectionThread{0};
     std::atomic<bool> m_stopThread{false};            // written under the queue's mutex, read with and without it

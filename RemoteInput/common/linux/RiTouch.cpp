@@ -42,7 +42,7 @@ RiTouch::~RiTouch()
 
 bool RiTouch::touchControl(bool enable)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     return enable ? init() : deinit();
 }
 
@@ -109,7 +109,7 @@ bool RiTouch::deinit()
 
 [[gnu::hot]] bool RiTouch::respond(const ZustInputEvent* event, const InputTimeStats&)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     if (!m_touch)
     {
         if (RiTouchDeviceMissing.shouldLog())

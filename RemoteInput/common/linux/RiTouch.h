@@ -3,10 +3,10 @@
 
 #include "RemoteInput/common/RimBase.h"
 #include "RemoteInput/common/linux/VirtualEvDev.h"
+#include "common/util/ThreadSafety.h"
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -31,18 +31,18 @@ private:
     using TouchSlot = uint32_t;
     using Contact = std::pair<uint16_t, TouchSlot>; // client id, device slot
 
-    bool init();
-    bool deinit();
-    bool writeEvent(unsigned int type, unsigned int code, int value);
-    bool writePoint(const ZustTouchPointLowLevel& point);
-    bool lift(std::vector<Contact>::iterator contact);
-    std::vector<Contact>::iterator findContact(uint16_t id);
+    bool init() REQUIRES(m_mutex);
+    bool deinit() REQUIRES(m_mutex);
+    bool writeEvent(unsigned int type, unsigned int code, int value) REQUIRES(m_mutex);
+    bool writePoint(const ZustTouchPointLowLevel& point) REQUIRES(m_mutex);
+    bool lift(std::vector<Contact>::iterator contact) REQUIRES(m_mutex);
+    std::vector<Contact>::iterator findContact(uint16_t id) REQUIRES(m_mutex);
 
-    std::mutex m_mutex; // guards all members: touchControl may run while events arrive
-    std::unique_ptr<VirtualEvDevUinput> m_touch;
-    std::vector<Contact> m_touchIdToSlot; // ordered by id
-    uint32_t m_availSlots = 0;            // one bit per free slot
-    bool m_initialized = false;           // deliberately never set: see init()
+    Mutex m_mutex; // touchControl may run while events arrive
+    std::unique_ptr<VirtualEvDevUinput> m_touch GUARDED_BY(m_mutex) PT_GUARDED_BY(m_mutex);
+    std::vector<Contact> m_touchIdToSlot GUARDED_BY(m_mutex); // ordered by id
+    uint32_t m_availSlots GUARDED_BY(m_mutex) = 0;            // one bit per free slot
+    bool m_initialized GUARDED_BY(m_mutex) = false;           // deliberately never set: see init()
 };
 
 #endif

@@ -20,7 +20,7 @@ XLibLoader& XLibLoader::instance()
 
 void* XLibLoader::getFunction(const std::wstring& library, const std::string& function)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
 
     // The loader is asked every time, but the first answer stands: the handle of a later one is deliberately dropped.
     void* const loaded = KtLoadLibrary(library.c_str());
@@ -34,7 +34,7 @@ void* XLibLoader::getFunction(const std::wstring& library, const std::string& fu
 
 void* XLibLoader::getKnownFunction(const std::wstring& library, const std::string& function)
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     const auto entry = m_loadedLibraries.find(library);
     if (entry == m_loadedLibraries.end())
         return nullptr;

@@ -1,7 +1,8 @@
 #ifndef REMOTE_INPUT_X_LIB_LOADER_H
 #define REMOTE_INPUT_X_LIB_LOADER_H
 
-#include <mutex>
+#include "common/util/ThreadSafety.h"
+
 #include <string>
 #include <unordered_map>
 
@@ -39,8 +40,8 @@ private:
 
     using Libraries = std::unordered_map<std::wstring, LoadedLibrary>;
 
-    std::mutex m_mutex;
-    Libraries m_loadedLibraries; // guarded by m_mutex
+    Mutex m_mutex;
+    Libraries m_loadedLibraries GUARDED_BY(m_mutex);
 };
 
 #endif

@@ -4,10 +4,8 @@
 #include <chrono>
 #include <csetjmp>
 #include <csignal>
-#include <memory>
 #include <mutex>
 #include <thread>
-#include <utility>
 
 #include "RemoteInput/common/linux/OwnDisplays.h"
 #include "common/util/InUse.h"
@@ -166,13 +164,12 @@ bool untilServerIsLost(const std::function<void()>& calls)
     const auto lock = lockExtensions();
     Display* const lost = runUntilLost(calls);
     if (lost)
-        owndisplays::leave(lost, nullptr);
+        owndisplays::leave(lost);
     return !lost;
 }
 
 Display* XOpenDisplayCheckInitialized(const char* name)
 {
-    auto own = std::make_unique<OwnDisplay>();
     static std::once_flag initialized;
     std::call_once(initialized, initXLib);
 
@@ -188,23 +185,24 @@ Display* XOpenDisplayCheckInitialized(const char* name)
         if (opened)
             XSetIOErrorExitHandler(opened, onIoErrorExit, nullptr);
     };
-    if (!owndisplays::beginOpening())
+    OwnDisplay* const own = owndisplays::beginOpening();
+    if (!own)
         return nullptr;
-    // Until a display is open, only leaving Xlib keeps it from ending the process with the server.
+    Display* lost = nullptr;
     {
+        // Until a display is open, only leaving Xlib keeps it from ending the process with the server.
         const std::lock_guard lock(openingMutex);
         const SigpipeGuard guard;
-        if (Display* const lost = runUntilLost(open))
-        {
-            opened = nullptr;
-            owndisplays::leave(lost, std::exchange(own, nullptr));
-        }
+        lost = runUntilLost(open);
         guard.consume();
     }
     // Made after the first opening, so that it is destroyed before what libXau keeps from then on.
     static const LeavingXlib leavingXlib;
-    if (own)
-        own->display = opened;
-    owndisplays::endOpening(std::move(own));
+    if (lost)
+    {
+        owndisplays::leaveOpening(own, lost);
+        return nullptr;
+    }
+    owndisplays::endOpening(own, opened);
     return opened;
 }

@@ -27,7 +27,7 @@ XTimeLimit::~XTimeLimit()
     if (!m_watch.joinable())
         return;
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         m_isOver = true;
     }
     m_ended.notify_one();
@@ -37,10 +37,10 @@ XTimeLimit::~XTimeLimit()
 // The first look, one interval early, only notes which calls there are: a call is cut off when two looks find it.
 void XTimeLimit::watch(std::chrono::steady_clock::time_point at)
 {
-    std::unique_lock lock(m_mutex);
-    const auto isOver = [&] { return m_isOver; };
-    for (bool over = m_ended.wait_until(lock, at - CUT_INTERVAL, isOver); !over;
-         over = m_ended.wait_for(lock, CUT_INTERVAL, isOver))
+    UniqueLock lock(m_mutex);
+    const auto isOver = [&]() REQUIRES(m_mutex) { return m_isOver; };
+    for (bool over = m_ended.wait_until(lock.native(), at - CUT_INTERVAL, isOver); !over;
+         over = m_ended.wait_for(lock.native(), CUT_INTERVAL, isOver))
     {
         for (const Thread thread : m_threads)
             owndisplays::cutOffStaleCalls(thread);

@@ -1,11 +1,12 @@
 #ifndef REMOTE_INPUT_X_TIME_LIMIT_H
 #define REMOTE_INPUT_X_TIME_LIMIT_H
 
+#include "common/util/ThreadSafety.h"
+
 #include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <thread>
 
 /// Bounds what is waited for an X server that is stopped, mute or grabbed. When the time is over, each call into Xlib
@@ -32,9 +33,9 @@ private:
     void watch(std::chrono::steady_clock::time_point at);
 
     const Threads m_threads;
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_ended;
-    bool m_isOver = false; // guarded by m_mutex
+    bool m_isOver GUARDED_BY(m_mutex) = false;
     std::thread m_watch;
 };
 
