@@ -1,10 +1,6 @@
 #include "devstack/LogOutput.h"
 
 #include <array>
-#include <chrono>
-#include <ctime>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace devstack
 {
@@ -13,18 +9,12 @@ namespace
 
 constexpr std::array LEVEL_NAMES{"VERBOSE", "DEBUG", "INFO", "WARNING", "PARSED", "ERROR", "CRITICAL"};
 
-std::string timeText()
+std::string compose(const LogLine& line)
 {
-    using namespace std::chrono;
-    const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-    const time_t seconds = now / 1000000;
-    tm parts{};
-    gmtime_r(&seconds, &parts);
-    char date[32];
-    strftime(date, sizeof(date), "%FT%T", &parts);
-    char text[48];
-    snprintf(text, sizeof(text), "%s.%06dZ ", date, static_cast<int>(now % 1000000));
-    return text;
+    const auto level = static_cast<size_t>(line.level);
+    char start[32];
+    snprintf(start, sizeof(start), "%08x %s ", line.uniqueId, level < LEVEL_NAMES.size() ? LEVEL_NAMES[level] : "?");
+    return std::string(start).append(line.tag).append(": ").append(line.text);
 }
 
 } // namespace
@@ -38,7 +28,14 @@ bool LogOutput::open()
 {
     if ((m_settings.targets & ZUDEV_LT_CALLBACK) && !m_settings.callback)
         return false;
-    return !(m_settings.targets & ZUDEV_LT_FILE) || openFile();
+    if (!(m_settings.targets & ZUDEV_LT_FILE))
+        return true;
+    // Appended to, so that a crash and a restart do not take the lines that explain them.
+    m_file.reset(m_settings.fileName.empty() ? nullptr : fopen(m_settings.fileName.c_str(), "ae"));
+    if (!m_file)
+        return false;
+    setvbuf(m_file.get(), nullptr, _IOLBF, BUFSIZ);
+    return true;
 }
 
 bool LogOutput::wants(ZustLogLevel level) const
@@ -54,66 +51,7 @@ void LogOutput::write(const LogLine& line)
     if (m_settings.targets & ZUDEV_LT_STDERR)
         fprintf(stderr, "%s\n", text.c_str());
     if (m_file)
-        writeFile(text);
-}
-
-std::string LogOutput::compose(const LogLine& line) const
-{
-    std::string text;
-    if (m_settings.prefixes & ZUDEV_LP_TIME)
-        text += timeText();
-    if (m_settings.prefixes & ZUDEV_LP_THREAD)
-        text += std::to_string(gettid()) + ' ';
-    if (m_settings.prefixes & ZUDEV_LP_ID)
-    {
-        char id[16];
-        snprintf(id, sizeof(id), "%08x ", line.uniqueId);
-        text += id;
-    }
-    if (m_settings.prefixes & ZUDEV_LP_LEVEL)
-    {
-        const auto index = static_cast<size_t>(line.level);
-        text += index < LEVEL_NAMES.size() ? LEVEL_NAMES[index] : std::to_string(line.level).c_str();
-        text += ' ';
-    }
-    if (m_settings.prefixes & ZUDEV_LP_TAG)
-        text.append(line.tag).append(": ");
-    return text += line.text;
-}
-
-bool LogOutput::openFile()
-{
-    // Appended to, so that a crash and a restart do not take the lines that explain them.
-    m_file.reset(m_settings.fileName.empty() ? nullptr : fopen(m_settings.fileName.c_str(), "ae"));
-    if (!m_file)
-        return false;
-    setvbuf(m_file.get(), nullptr, _IOLBF, BUFSIZ);
-    struct stat status
-    {
-    };
-    m_fileSize = fstat(fileno(m_file.get()), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
-    return true;
-}
-
-void LogOutput::writeFile(const std::string& line)
-{
-    const uint64_t size = line.size() + 1;
-    if (m_settings.maxFileSize != 0 && m_fileSize != 0 && m_fileSize + size > m_settings.maxFileSize)
-        rotate();
-    if (m_file && fprintf(m_file.get(), "%s\n", line.c_str()) > 0)
-        m_fileSize += size;
-}
-
-void LogOutput::rotate()
-{
-    const std::string previous = m_settings.fileName + ".1";
-    m_file.reset();
-    if (rename(m_settings.fileName.c_str(), previous.c_str()) != 0 || !openFile())
-    {
-        m_file.reset();
-        fprintf(stderr, "ZuStreamServer: no more lines are written to %s: it cannot be rotated\n",
-                m_settings.fileName.c_str());
-    }
+        fprintf(m_file.get(), "%s\n", text.c_str());
 }
 
 } // namespace devstack

@@ -18,11 +18,9 @@ struct LogSettings
 {
     ZustLogLevel level = ZUST_LL_SILENCE; ///< lines below it are not written
     uint32_t targets = 0;                 ///< ZudevLogTarget_t bits
-    uint32_t prefixes = 0;                ///< ZudevLogPrefix_t bits
     std::string fileName;
     LogCallback callback = nullptr;
     void* callbackData = nullptr;
-    uint64_t maxFileSize = 0; ///< bytes; 0 = unbounded
 };
 
 struct LogLine
@@ -51,14 +49,8 @@ private:
         void operator()(FILE* file) const { fclose(file); }
     };
 
-    std::string compose(const LogLine& line) const;
-    void writeFile(const std::string& line);
-    bool openFile();
-    void rotate();
-
     LogSettings m_settings;
     std::unique_ptr<FILE, CloseFile> m_file;
-    uint64_t m_fileSize = 0;
 };
 
 } // namespace devstack

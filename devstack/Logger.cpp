@@ -169,13 +169,11 @@ ZUDEV_EXPORT void ZuPlatformUninitialize(void)
     zudevSetPrivacyMode(0);
 }
 
-ZUDEV_EXPORT ZustResult zustInitializeLogger(ZustLogLevel level, uint32_t targets, uint32_t prefixes,
-                                             const char* fileName,
+ZUDEV_EXPORT ZustResult zustInitializeLogger(ZustLogLevel level, uint32_t targets, uint32_t, const char* fileName,
                                              void (*callback)(void* data, ZustLogLevel, const char* text),
-                                             void* callbackData, uint32_t privacyMode, uint32_t maxFileSize)
+                                             void* callbackData, uint32_t privacyMode, uint32_t)
 {
-    const ZustResult result =
-        logger().start({level, targets, prefixes, fileName ? fileName : "", callback, callbackData, maxFileSize});
+    const ZustResult result = logger().start({level, targets, fileName ? fileName : "", callback, callbackData});
     if (result == ZUST_R_SUCCESS)
         zudevSetPrivacyMode(privacyMode);
     return result;

@@ -57,20 +57,13 @@ extern "C"
 
     // ---- logs ------------------------------------------------------------------------------------------------------
 
-    /// Bits of zustInitializeLogger's `targets`. A file is appended to; when a line would take it beyond the maximum
-    /// size (0 = unbounded), it is renamed to NAME.1, which replaces an older one, and begun anew. A logger that has
-    /// started runs until the last ZuPlatformUninitialize.
+    /// Bits of zustInitializeLogger's `targets`. A line holds the call site's unique id in eight hexadecimal digits,
+    /// the level, the tag and the text: "02010003 WARNING RiKey: text". A file is appended to. A logger that has
+    /// started runs until the last ZuPlatformUninitialize. The arguments `prefixes` and `maxFileSize`, which the real
+    /// stack has a use for, change nothing here.
     ZU_ENUM(ZudevLogTarget, uint32_t){
         ZUDEV_LT_STDERR = 1, ZUDEV_LT_FILE = 2,
-        ZUDEV_LT_CALLBACK = 4, ///< receives the line with its prefixes, without a line end; on the thread that logs
-    };
-
-    /// Bits of zustInitializeLogger's `prefixes`; they stand before the text in this order.
-    ZU_ENUM(ZudevLogPrefix, uint32_t){
-        ZUDEV_LP_TIME = 1,   ///< UTC, microseconds
-        ZUDEV_LP_THREAD = 2, ///< the kernel's thread id
-        ZUDEV_LP_ID = 4,     ///< the call site's unique id, eight hexadecimal digits
-        ZUDEV_LP_LEVEL = 8,  ZUDEV_LP_TAG = 16,
+        ZUDEV_LT_CALLBACK = 4, ///< receives the line without a line end; on the thread that logs
     };
 
     typedef void (*ZudevLogSink)(void* data, ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text);

@@ -55,8 +55,7 @@ int main()
 {
     // The server's logger first: the library would start one that writes nowhere.
     ZuPlatformInitialize();
-    zustInitializeLogger(ZUST_LL_WARNING, ZUDEV_LT_STDERR, ZUDEV_LP_ID | ZUDEV_LP_LEVEL | ZUDEV_LP_TAG, "", nullptr,
-                         nullptr, 0, 0);
+    zustInitializeLogger(ZUST_LL_WARNING, ZUDEV_LT_STDERR, 0, "", nullptr, nullptr, 0, 0);
 
     const Telemetry telemetry; // outlives the handle
     ZuisInputConfig config{&telemetry};
