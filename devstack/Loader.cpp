@@ -1,10 +1,10 @@
 // The stack's library loader.
+#include "common/util/ThreadSafety.h"
 #include "devstack/Export.h"
 #include "devstack/zudev.h"
 
 #include <atomic>
 #include <dlfcn.h>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -18,8 +18,8 @@ struct Hook
 };
 
 std::atomic<int> s_loaded{0};
-std::mutex s_hookMutex;
-Hook s_hook; // guarded by s_hookMutex
+Mutex s_hookMutex;
+Hook s_hook GUARDED_BY(s_hookMutex);
 
 /// Independent of the locale. \return nothing when a character is no Unicode scalar value
 std::optional<std::string> toUtf8(const wchar_t* text)
@@ -60,7 +60,7 @@ ZUDEV_EXPORT void* KtGetFunctionPointerFromLibrary(void* library, const char* na
     void* const found = dlsym(library, name);
     Hook hook;
     {
-        std::lock_guard lock(s_hookMutex);
+        LockGuard lock(s_hookMutex);
         hook = s_hook;
     }
     // Called without the lock: a hook may look up functions itself.
@@ -75,7 +75,7 @@ ZUDEV_EXPORT void KtUnloadLibrary(void* library)
 
 ZUDEV_EXPORT void zudevSetLoaderHook(ZudevLoaderHook hook, void* data)
 {
-    std::lock_guard lock(s_hookMutex);
+    LockGuard lock(s_hookMutex);
     s_hook = {hook, data};
 }
 

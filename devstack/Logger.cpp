@@ -1,4 +1,5 @@
 // The stack's logger and the platform that keeps it running.
+#include "common/util/ThreadSafety.h"
 #include "devstack/Export.h"
 #include "devstack/LogOutput.h"
 
@@ -7,7 +8,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -28,7 +28,7 @@ public:
 
     ZustResult start(LogSettings settings)
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         if (m_output)
             return ZUST_R_INVALID_OPERATION;
         auto output = std::make_unique<LogOutput>(std::move(settings));
@@ -41,7 +41,7 @@ public:
 
     void stop()
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         m_output.reset();
         updateWanted();
     }
@@ -49,7 +49,7 @@ public:
     /// Leaves the logger usable: other threads may still log while the stack is unloaded.
     void release()
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         m_output.reset();
         m_sink = nullptr;
         m_collecting = false;
@@ -59,7 +59,7 @@ public:
 
     void setSink(ZudevLogSink sink, void* data)
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         m_sink = sink;
         m_sinkData = data;
         if (sink && m_collecting)
@@ -78,7 +78,7 @@ public:
 
     void write(ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text)
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         t_insideLogger = true;
         if (m_sink)
             m_sink(m_sinkData, level, uniqueId, tag, text);
@@ -101,7 +101,7 @@ private:
     };
 
     /// Lines that nobody wants are not even formatted.
-    void updateWanted()
+    void updateWanted() REQUIRES(m_mutex)
     {
         int wanted = ZUST_LL_SILENCE;
         for (int level = ZUST_LL_CRITICAL; m_output && level >= ZUST_LL_VERBOSE; --level)
@@ -111,13 +111,13 @@ private:
         m_wanted.store(wanted, std::memory_order_relaxed);
     }
 
-    std::mutex m_mutex;
-    std::atomic<int> m_wanted{INT_MIN};  // lowest level that somebody wants
-    std::unique_ptr<LogOutput> m_output; // set while the logger runs
-    ZudevLogSink m_sink = nullptr;       // called with the mutex held: one line at a time
-    void* m_sinkData = nullptr;
-    bool m_collecting = true; // until the first sink
-    std::vector<EarlyLine> m_early;
+    Mutex m_mutex;
+    std::atomic<int> m_wanted{INT_MIN};                      // lowest level that somebody wants
+    std::unique_ptr<LogOutput> m_output GUARDED_BY(m_mutex); // set while the logger runs
+    ZudevLogSink m_sink GUARDED_BY(m_mutex) = nullptr;       // called with the mutex held: one line at a time
+    void* m_sinkData GUARDED_BY(m_mutex) = nullptr;
+    bool m_collecting GUARDED_BY(m_mutex) = true; // until the first sink
+    std::vector<EarlyLine> m_early GUARDED_BY(m_mutex);
 };
 
 /// Initialised by the compiler and never destroyed: lines come before any constructor of the process has run and after
@@ -145,8 +145,8 @@ struct ReleaseLogger
     ~ReleaseLogger() { logger().release(); }
 } s_releaseLogger;
 
-std::mutex s_platformMutex;
-int s_platformCount = 0; // guarded by s_platformMutex
+Mutex s_platformMutex;
+int s_platformCount GUARDED_BY(s_platformMutex) = 0;
 
 } // namespace
 } // namespace devstack
@@ -155,14 +155,14 @@ using devstack::logger;
 
 ZUDEV_EXPORT int32_t ZuPlatformInitialize(void)
 {
-    std::lock_guard lock(devstack::s_platformMutex);
+    LockGuard lock(devstack::s_platformMutex);
     ++devstack::s_platformCount;
     return 0;
 }
 
 ZUDEV_EXPORT void ZuPlatformUninitialize(void)
 {
-    std::lock_guard lock(devstack::s_platformMutex);
+    LockGuard lock(devstack::s_platformMutex);
     if (devstack::s_platformCount == 0 || --devstack::s_platformCount != 0)
         return;
     logger().stop();

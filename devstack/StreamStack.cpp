@@ -37,7 +37,7 @@ void* makeHandle(uintptr_t& last)
 StreamStack::~StreamStack()
 {
     m_abandon = true;
-    std::lock_guard lifecycle(m_lifecycleMutex);
+    LockGuard lifecycle(m_lifecycleMutex);
     stopEventThread();
 }
 
@@ -46,14 +46,14 @@ ZustStream StreamStack::open(Registration registration)
     auto stream = std::make_unique<Stream>();
     static_cast<Registration&>(*stream) = std::move(registration);
 
-    std::lock_guard lifecycle(m_lifecycleMutex);
+    LockGuard lifecycle(m_lifecycleMutex);
     if (!m_thread.joinable())
         m_thread = std::thread(&StreamStack::runEventThread, this);
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     stream->handle = makeHandle(m_lastHandle);
     stream->connection = makeHandle(m_lastHandle);
     stream->streamConnection = makeHandle(m_lastHandle);
-    return m_streams.emplace_back(std::move(stream))->handle;
+    return m_streams.emplace_back(Entry{std::move(stream)}).stream->handle;
 }
 
 bool StreamStack::close(ZustStream handle)
@@ -61,17 +61,18 @@ bool StreamStack::close(ZustStream handle)
     if (t_onEventThread)
         return false;
     {
-        std::unique_lock lock(m_mutex);
-        Stream* const stream = openStream(handle);
-        if (!stream)
+        UniqueLock lock(m_mutex);
+        Entry* const entry = openStream(handle);
+        if (!entry)
             return true;
-        stream->closing = true;
+        entry->closing = true;
+        Stream* const stream = entry->stream.get();
         waitUntilDone(lock, push({stream, ZustStreamEvent{ZUST_SC_STREAM_DISCONNECTED, ZustEventDetail(200)}}));
-        std::erase_if(m_streams, [&](const auto& other) { return other.get() == stream; });
+        std::erase_if(m_streams, [&](const Entry& other) { return other.stream.get() == stream; });
     }
-    std::lock_guard lifecycle(m_lifecycleMutex);
+    LockGuard lifecycle(m_lifecycleMutex);
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         if (!m_streams.empty())
             return true;
     }
@@ -81,53 +82,54 @@ bool StreamStack::close(ZustStream handle)
 
 ZustStream StreamStack::find(const std::string& name) const
 {
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     const auto found = std::find_if(m_streams.rbegin(), m_streams.rend(),
-                                    [&](const auto& stream) { return !stream->closing && stream->name == name; });
-    return found == m_streams.rend() ? nullptr : (*found)->handle;
+                                    [&](const Entry& entry) { return !entry.closing && entry.stream->name == name; });
+    return found == m_streams.rend() ? nullptr : found->stream->handle;
 }
 
-bool StreamStack::info(ZustStream handle, ZustStreamConfig* config, ZustStreamCallbacks* callbacks) const
+bool StreamStack::info(ZustStream handle, ZustStreamConfig* config, ZustStreamCallbacks* callbacks)
 {
-    std::lock_guard lock(m_mutex);
-    const Stream* const stream = openStream(handle);
-    if (!stream)
+    LockGuard lock(m_mutex);
+    const Entry* const entry = openStream(handle);
+    if (!entry)
         return false;
     if (config)
-        *config = stream->configs.front();
+        *config = entry->stream->configs.front();
     if (callbacks)
-        *callbacks = stream->callbacks;
+        *callbacks = entry->stream->callbacks;
     return true;
 }
 
 bool StreamStack::queueInput(ZustStream handle, const ZustInputEvent& event, uint64_t receivedTime, uint64_t sentTime)
 {
     Input input{InputCopy(event), receivedTime, sentTime};
-    std::lock_guard lock(m_mutex);
-    Stream* const stream = openStream(handle);
-    if (!stream)
+    LockGuard lock(m_mutex);
+    Entry* const entry = openStream(handle);
+    if (!entry)
         return false;
-    push({stream, std::move(input)});
-    ++stream->accepted;
+    push({entry->stream.get(), std::move(input)});
+    ++entry->accepted;
     return true;
 }
 
 bool StreamStack::queueStatus(ZustStream handle, ZustStreamEvent event)
 {
-    std::lock_guard lock(m_mutex);
-    Stream* const stream = openStream(handle);
-    if (!stream)
+    LockGuard lock(m_mutex);
+    const Entry* const entry = openStream(handle);
+    if (!entry)
         return false;
-    push({stream, event});
+    push({entry->stream.get(), event});
     return true;
 }
 
 ZustResult StreamStack::requestConfigUpdate(ZustStream handle, const ZustStreamConfig& config)
 {
-    std::unique_lock lock(m_mutex);
-    Stream* const stream = openStream(handle);
-    if (!stream)
+    UniqueLock lock(m_mutex);
+    const Entry* const entry = openStream(handle);
+    if (!entry)
         return ZUST_R_INVALID_OPERATION;
+    Stream* const stream = entry->stream.get();
     if (t_onEventThread)
     {
         // Only this thread lets go of items, so the stream cannot be closed meanwhile.
@@ -141,34 +143,32 @@ ZustResult StreamStack::requestConfigUpdate(ZustStream handle, const ZustStreamC
 
 void StreamStack::drain(ZustStream handle)
 {
-    std::unique_lock lock(m_mutex);
+    UniqueLock lock(m_mutex);
     if (!t_onEventThread && openStream(handle))
         waitUntilDone(lock, m_sequence);
 }
 
 StreamStack::Counts StreamStack::counts(ZustStream handle) const
 {
-    std::lock_guard lock(m_mutex);
-    const auto found =
-        std::find_if(m_streams.begin(), m_streams.end(), [&](const auto& stream) { return stream->handle == handle; });
+    LockGuard lock(m_mutex);
+    const auto found = std::find_if(m_streams.begin(), m_streams.end(),
+                                    [&](const Entry& entry) { return entry.stream->handle == handle; });
     if (found == m_streams.end())
         return {};
-    const uint64_t delivered = (*found)->delivered.load(std::memory_order_acquire);
-    return {delivered, (*found)->accepted - delivered};
+    const uint64_t delivered = found->stream->delivered.load(std::memory_order_acquire);
+    return {delivered, found->accepted - delivered};
 }
 
-/// Called with m_mutex held. \return null for a stream that is unknown, closed or being closed
-StreamStack::Stream* StreamStack::openStream(ZustStream handle) const
+StreamStack::Entry* StreamStack::openStream(ZustStream handle)
 {
-    for (const auto& stream : m_streams)
+    for (Entry& entry : m_streams)
     {
-        if (stream->handle == handle)
-            return stream->closing ? nullptr : stream.get();
+        if (entry.stream->handle == handle)
+            return entry.closing ? nullptr : &entry;
     }
     return nullptr;
 }
 
-/// Called with m_mutex held. \return what to wait for
 uint64_t StreamStack::push(Item item)
 {
     const bool wake = m_incoming.empty();
@@ -178,9 +178,10 @@ uint64_t StreamStack::push(Item item)
     return ++m_sequence;
 }
 
-void StreamStack::waitUntilDone(std::unique_lock<std::mutex>& lock, uint64_t sequence)
+void StreamStack::waitUntilDone(UniqueLock& lock, uint64_t sequence)
 {
-    m_done.wait(lock, [&] { return m_completed >= sequence; });
+    while (m_completed < sequence)
+        m_done.wait(lock.native());
 }
 
 void StreamStack::runEventThread()
@@ -188,10 +189,11 @@ void StreamStack::runEventThread()
     t_onEventThread = true;
     pthread_setname_np(pthread_self(), "zust-events");
     std::vector<Item> batch;
-    std::unique_lock lock(m_mutex);
+    UniqueLock lock(m_mutex);
     while (true)
     {
-        m_wake.wait(lock, [&] { return m_stop || !m_incoming.empty(); });
+        while (!m_stop && m_incoming.empty())
+            m_wake.wait(lock.native());
         if (m_incoming.empty())
             return;
         batch.swap(m_incoming);
@@ -211,19 +213,18 @@ void StreamStack::runEventThread()
     }
 }
 
-/// Called with m_lifecycleMutex held, and no stream open (or all of them abandoned).
 void StreamStack::stopEventThread()
 {
     if (!m_thread.joinable())
         return;
     {
-        std::lock_guard lock(m_mutex);
+        LockGuard lock(m_mutex);
         m_stop = true;
         m_wake.notify_one();
     }
     m_thread.join();
     m_thread = {};
-    std::lock_guard lock(m_mutex);
+    LockGuard lock(m_mutex);
     m_stop = false;
 }
 

@@ -1,13 +1,13 @@
 #ifndef DEVSTACK_STREAM_STACK_H
 #define DEVSTACK_STREAM_STACK_H
 
+#include "common/util/ThreadSafety.h"
 #include "devstack/InputCopy.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -46,7 +46,7 @@ public:
     bool close(ZustStream stream);
 
     ZustStream find(const std::string& name) const;
-    bool info(ZustStream stream, ZustStreamConfig* config, ZustStreamCallbacks* callbacks) const;
+    bool info(ZustStream stream, ZustStreamConfig* config, ZustStreamCallbacks* callbacks);
 
     bool queueInput(ZustStream stream, const ZustInputEvent& event, uint64_t receivedTime, uint64_t sentTime);
     bool queueStatus(ZustStream stream, ZustStreamEvent event);
@@ -70,9 +70,14 @@ private:
         ZustStream handle = nullptr;
         ZustConnection connection = nullptr;
         ZustStreamConnection streamConnection = nullptr;
-        bool closing = false;               // guarded by m_mutex
-        uint64_t accepted = 0;              // guarded by m_mutex
         std::atomic<uint64_t> delivered{0}; // written by the event thread
+    };
+
+    struct Entry
+    {
+        std::unique_ptr<Stream> stream;
+        bool closing = false;
+        uint64_t accepted = 0;
     };
 
     struct Input
@@ -95,26 +100,29 @@ private:
         std::variant<Input, ZustStreamEvent, ConfigRequest*> what;
     };
 
-    Stream* openStream(ZustStream stream) const;
-    uint64_t push(Item item);
-    void waitUntilDone(std::unique_lock<std::mutex>& lock, uint64_t sequence);
+    /// \return null for a stream that is unknown, closed or being closed; to be used before the lock is let go
+    Entry* openStream(ZustStream stream) REQUIRES(m_mutex);
+    /// \return what to wait for
+    uint64_t push(Item item) REQUIRES(m_mutex);
+    void waitUntilDone(UniqueLock& lock, uint64_t sequence) REQUIRES(m_mutex);
     void runEventThread();
-    void stopEventThread();
+    /// With no stream open, or all of them abandoned.
+    void stopEventThread() REQUIRES(m_lifecycleMutex);
     static void deliver(Item& item);
     static ZustResult askStream(const Stream& stream, const ZustStreamConfig& config);
 
-    std::mutex m_lifecycleMutex; // held while the thread is started or joined; locked before m_mutex
-    std::thread m_thread;        // guarded by m_lifecycleMutex
+    Mutex m_lifecycleMutex; // held while the thread is started or joined; locked before m_mutex
+    std::thread m_thread GUARDED_BY(m_lifecycleMutex);
 
-    mutable std::mutex m_mutex; // guards everything below
+    mutable Mutex m_mutex;
     std::condition_variable m_wake;
     std::condition_variable m_done;
-    std::vector<std::unique_ptr<Stream>> m_streams; // in order of registration
-    std::vector<Item> m_incoming;
-    uint64_t m_sequence = 0;  // of the item queued last
-    uint64_t m_completed = 0; // of the last item whose callback has returned
-    uintptr_t m_lastHandle = 0;
-    bool m_stop = false;
+    std::vector<Entry> m_streams GUARDED_BY(m_mutex); // in order of registration
+    std::vector<Item> m_incoming GUARDED_BY(m_mutex);
+    uint64_t m_sequence GUARDED_BY(m_mutex) = 0;  // of the item queued last
+    uint64_t m_completed GUARDED_BY(m_mutex) = 0; // of the last item whose callback has returned
+    uintptr_t m_lastHandle GUARDED_BY(m_mutex) = 0;
+    bool m_stop GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_abandon{false}; // drop what is left instead of delivering it
 };
 
