@@ -2,6 +2,7 @@
 
 #include "tools/host/capture/EvemuImport.h"
 #include "tools/host/play/NetworkModel.h"
+#include "tools/host/report/LogLevels.h"
 #include "tools/host/PlayCommand.h"
 #include "tools/host/RecordCommand.h"
 #include "tools/host/session/SessionParser.h"

@@ -3,7 +3,7 @@
 #define TOOLS_HOST_CAPTURE_EVEMU_READER_H
 
 #include "tools/host/capture/DeviceDescription.h"
-#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/FileErrors.h"
 
 #include <iosfwd>
 #include <string>

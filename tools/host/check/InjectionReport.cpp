@@ -1,4 +1,4 @@
-#include "tools/host/report/Report.h"
+#include "tools/host/check/InjectionReport.h"
 
 #include "tools/host/session/Names.h"
 

@@ -1,6 +1,6 @@
 #include "tools/host/report/Report.h"
 
-#include "tools/host/Console.h"
+#include "tools/host/report/LogLevels.h"
 #include "tools/host/session/SessionWriter.h"
 
 #include <algorithm>

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <fstream>
 #include <istream>
 #include <nlohmann/json.hpp>
@@ -17,31 +16,8 @@ namespace host
 
 using nlohmann::json;
 
-std::string describe(const std::string& file, const FileError& error)
-{
-    std::string text = file;
-    if (error.line > 0)
-        text += fmt::format(":{}", error.line);
-    if (error.column > 0)
-        text += fmt::format(":{}", error.column);
-    text += ": ";
-    if (!error.field.empty())
-        text += fmt::format("field \"{}\": ", error.field);
-    return text + error.text;
-}
-
 namespace
 {
-
-std::string describeAll(const std::string& file, const std::vector<FileError>& errors, size_t omitted)
-{
-    std::vector<std::string> lines;
-    for (const FileError& error : errors)
-        lines.push_back(describe(file, error));
-    if (omitted > 0)
-        lines.push_back(fmt::format("{}: and {} more", file, omitted));
-    return fmt::format("{}", fmt::join(lines, "\n"));
-}
 
 std::string_view trimmed(std::string_view text)
 {
@@ -121,12 +97,6 @@ void parseLine(const std::string& line, int number, RecordReader& reader, ErrorL
 }
 
 } // namespace
-
-FileErrors::FileErrors(const std::string& file, std::vector<FileError> errors, size_t omitted)
-    : std::runtime_error(describeAll(file, errors, omitted))
-    , m_errors(std::move(errors))
-{
-}
 
 Session parseSession(std::istream& in, const std::string& fileName)
 {

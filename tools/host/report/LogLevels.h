@@ -1,0 +1,18 @@
+#ifndef TOOLS_HOST_REPORT_LOG_LEVELS_H
+#define TOOLS_HOST_REPORT_LOG_LEVELS_H
+
+#include "StreamSdk/include/ZuStream.h"
+
+#include <optional>
+#include <string_view>
+
+namespace host
+{
+
+/// "verbose", "debug", "info", "warning", "error", "critical", "silence". \return nothing for any other text
+std::optional<ZustLogLevel> parseLogLevel(std::string_view text);
+std::string_view logLevelName(ZustLogLevel level);
+
+} // namespace host
+
+#endif
