@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Holds the layers and the identifiers of log lines: house_test.py ROOT
 
-A file includes from its own floor or from floors below, and Xlib is kept out of headers. No two units and no two
+A file of the library includes from its own floor or from floors below, and Xlib is kept out of headers; a tool's file
+sees the rooms that are named here. No two units and no two
 folders need each other, but for those that are named here with the reason. Every log statement has an identifier of its
 own, whose upper half names its source unit.
 """
@@ -29,6 +30,22 @@ FLOORS = [
     (r"StreamSdk/include/", 1),
 ]
 
+# The rooms of the tools, and what each sees beside itself.
+ROOMS = {
+    "tools/shared": (),
+    "tools/host/session": ("tools/shared", "StreamSdk/include"),
+    "tools/host/capture": ("tools/shared", "tools/host/session"),
+    "tools/host/play": ("tools/shared", "tools/host/session", "StreamSdk/include", "StreamSdk/helpers/input", "devstack",
+                        "common/util"),
+    "tools/host/check": ("tools/shared", "tools/host/session", "tools/host/play"),
+    "tools/host/report": ("tools/shared", "tools/host/session", "tools/host/play", "tools/host/check",
+                          "StreamSdk/include"),
+    "tools/host": ("tools/shared", "tools/host/session", "tools/host/capture", "tools/host/play", "tools/host/check",
+                   "tools/host/report", "StreamSdk/include", "devstack", "common/util"),
+    "tools/desktop": ("tools/shared", "common/util"),
+    "tools/pads": ("tools/shared",),
+}
+
 # Headers from outside, and the files that may include them.
 OUTSIDE = [
     (r"X11/", r".*\.cpp$|" + LINUX + r"XServerLoss\.h$"),
@@ -52,7 +69,6 @@ PERMITTED_CIRCLES = {
 # A unit that is part of another: its log lines have the other's identifiers.
 PART_OF = {"VirtualEvDevFactory": "VirtualEvDev"}
 
-INCLUDE = re.compile(r'^\s*#\s*include\s+([<"])([^>"]+)[>"]')
 STATEMENT = re.compile(r"(?:\bLOG_(?:VERBOSE|DEBUG|INFO|WARNING|ERROR|CRITICAL)\(|\bzustWriteLogUniqueId\([^,()]+,)"
                        r"\s*([^,]+),")
 IDENTIFIER = re.compile(r"0x[0-9A-Fa-f]{8}$")
@@ -68,7 +84,7 @@ def check_includes(path, lines, files):
         yield f"{path}: on no floor"
         return
     for number, line in enumerate(lines, 1):
-        match = INCLUDE.match(line)
+        match = includes.INCLUDE.match(line)
         if not match:
             continue
         quote, header = match.groups()
@@ -86,6 +102,14 @@ def check_includes(path, lines, files):
             yield f"{where}: no such file from the root"
         elif floor_of(header) > floor:
             yield f"{where}: floor {floor} includes from floor {floor_of(header)}"
+
+
+def check_rooms(texts):
+    for path, text in texts.items():
+        room = includes.folder(path)
+        for quote, header in includes.INCLUDE.findall(text):
+            if quote == '"' and includes.folder(header) not in (room, *ROOMS.get(room, ())):
+                yield f"{path}: {header}: {room} does not see it"
 
 
 def check_circles(texts, permitted):
@@ -130,10 +154,12 @@ def check_identifiers(texts):
 def main(root):
     texts = includes.sources(root, ("StreamSdk", "RemoteInput", "common", "rxdiag"))
     faults = [fault for path, text in texts.items() for fault in check_includes(path, text.splitlines(), texts)]
-    faults += check_circles(texts | includes.sources(root, ("devstack",)), PERMITTED_CIRCLES)
+    tools = includes.sources(root, ("tools",))
+    faults += check_rooms(tools)
+    faults += check_circles(includes.sources(root), PERMITTED_CIRCLES)
     faults += check_identifiers(texts)
-    print("\n".join(faults) or f"{len(texts)} files are in order")
-    return 1 if faults or not texts else 0
+    print("\n".join(faults) or f"{len(texts) + len(tools)} files are in order")
+    return 1 if faults or not texts or not tools else 0
 
 
 if __name__ == "__main__":

@@ -1,9 +1,11 @@
 #include "tests/support/FakeStack.h"
 
+#include "common/util/ThreadSafety.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <dlfcn.h>
-#include <mutex>
+#include <utility>
 
 namespace fakestack
 {
@@ -12,8 +14,8 @@ namespace
 
 struct Log
 {
-    std::mutex mutex;
-    std::vector<LogLine> lines; // guarded by mutex
+    Mutex mutex;
+    std::vector<LogLine> lines GUARDED_BY(mutex);
 };
 
 // Function-local and never destroyed: the library logs during static initialisation and destruction.
@@ -38,8 +40,9 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line)
 
 std::vector<LogLine> takeLog()
 {
-    std::lock_guard lock(log().mutex);
-    return std::move(log().lines);
+    Log& all = log();
+    const LockGuard lock(all.mutex);
+    return std::exchange(all.lines, {});
 }
 
 std::vector<LogLine> takeLog(const std::string& tag)
@@ -123,8 +126,9 @@ extern "C"
         va_start(arguments, format);
         vsnprintf(text, sizeof(text), format, arguments);
         va_end(arguments);
-        std::lock_guard lock(fakestack::log().mutex);
-        fakestack::log().lines.push_back({level, tag, text, uniqueId});
+        fakestack::Log& log = fakestack::log();
+        const LockGuard lock(log.mutex);
+        log.lines.push_back({level, tag, text, uniqueId});
     }
 
     void* KtLoadLibrary(const wchar_t* name)

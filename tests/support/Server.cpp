@@ -32,13 +32,13 @@ ServerLog::~ServerLog()
 void ServerLog::logSink(void* data, ZustLogLevel level, uint32_t, const char* tag, const char* text)
 {
     auto* const self = static_cast<ServerLog*>(data);
-    std::lock_guard lock(self->m_logMutex);
+    const LockGuard lock(self->m_logMutex);
     self->m_log.push_back({level, tag, text});
 }
 
 std::vector<ServerLogLine> ServerLog::takeLog()
 {
-    std::lock_guard lock(m_logMutex);
+    const LockGuard lock(m_logMutex);
     std::vector<ServerLogLine> lines;
     lines.swap(m_log);
     return lines;
@@ -46,7 +46,7 @@ std::vector<ServerLogLine> ServerLog::takeLog()
 
 std::vector<ServerLogLine> ServerLog::takeLog(const std::string& tag)
 {
-    std::lock_guard lock(m_logMutex);
+    const LockGuard lock(m_logMutex);
     std::vector<ServerLogLine> lines;
     std::vector<ServerLogLine> others;
     for (ServerLogLine& line : m_log)

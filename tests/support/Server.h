@@ -2,11 +2,11 @@
 #define TESTS_SUPPORT_SERVER_H
 
 #include "StreamSdk/include/TelemetrySender.h"
+#include "common/util/ThreadSafety.h"
 #include "devstack/zudev.h"
 #include "tools/host/play/LoadedLibrary.h"
 
 #include <cstdint>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -37,8 +37,8 @@ public:
 private:
     static void logSink(void* data, ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* text);
 
-    std::mutex m_logMutex;
-    std::vector<ServerLogLine> m_log; // guarded by m_logMutex
+    Mutex m_logMutex;
+    std::vector<ServerLogLine> m_log GUARDED_BY(m_logMutex);
 };
 
 /// Plays the streaming server for tests of the finished library: loads it as a server does and feeds it events through

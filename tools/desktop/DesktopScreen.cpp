@@ -134,7 +134,7 @@ DesktopScreen::DesktopScreen(std::string display, std::uint32_t window, std::str
 DesktopScreen::~DesktopScreen()
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_stop = true;
     }
     m_work.notify_all();
@@ -145,7 +145,7 @@ DesktopScreen::~DesktopScreen()
 void DesktopScreen::post(const SeenEvent& event)
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_posted.push_back(event);
     }
     wake();
@@ -159,7 +159,7 @@ void DesktopScreen::redraw()
 void DesktopScreen::savePng()
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_pngWanted = true;
     }
     wake();
@@ -169,7 +169,7 @@ void DesktopScreen::wake()
 {
     bool first = false;
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         first = !std::exchange(m_wanted, true);
     }
     if (first)
@@ -187,8 +187,8 @@ void DesktopScreen::run()
     {
         bool pngWanted = false;
         {
-            std::unique_lock lock(m_mutex);
-            m_work.wait(lock, [this] { return m_wanted || m_stop; });
+            UniqueLock lock(m_mutex);
+            m_work.wait(lock.native(), [this]() REQUIRES(m_mutex) { return m_wanted || m_stop; });
             if (m_stop)
             {
                 return;
@@ -220,8 +220,8 @@ void DesktopScreen::run()
             frame.show(model, m_title);
         }
         const auto rest = std::max<Clock::duration>(FRAME_INTERVAL, REST_PER_WORK * (Clock::now() - begin));
-        std::unique_lock lock(m_mutex);
-        m_end.wait_until(lock, begin + rest, [this] { return m_stop; });
+        UniqueLock lock(m_mutex);
+        m_end.wait_until(lock.native(), begin + rest, [this]() REQUIRES(m_mutex) { return m_stop; });
     }
 }
 

@@ -1,12 +1,12 @@
 #ifndef TOOLS_DESKTOP_DESKTOP_SCREEN_H
 #define TOOLS_DESKTOP_DESKTOP_SCREEN_H
 
+#include "common/util/ThreadSafety.h"
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/SeenEvent.h"
 
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,13 +44,13 @@ private:
     std::string m_title;
     std::string m_png;
 
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_work;
     std::condition_variable m_end;
-    std::vector<SeenEvent> m_posted; // guarded by m_mutex, as are the flags
-    bool m_wanted = false;
-    bool m_pngWanted = false;
-    bool m_stop = false;
+    std::vector<SeenEvent> m_posted GUARDED_BY(m_mutex);
+    bool m_wanted GUARDED_BY(m_mutex) = false;
+    bool m_pngWanted GUARDED_BY(m_mutex) = false;
+    bool m_stop GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;
 };

@@ -28,7 +28,7 @@ Console::Console(std::FILE* out, ZustLogLevel level)
 Console::~Console()
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_stop = true;
     }
     m_wake.notify_one();
@@ -46,7 +46,7 @@ void Console::log(ZustLogLevel level, const std::string& tag, const std::string&
 void Console::line(std::string text)
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_lines.push_back(std::move(text));
     }
     m_wake.notify_one();
@@ -55,7 +55,7 @@ void Console::line(std::string text)
 void Console::setProgress(std::function<std::string()> progress)
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_progress = std::move(progress);
     }
     m_wake.notify_one();
@@ -63,8 +63,8 @@ void Console::setProgress(std::function<std::string()> progress)
 
 void Console::flush()
 {
-    std::unique_lock lock(m_mutex);
-    m_written.wait(lock, [this] { return m_lines.empty() && !m_writing; });
+    UniqueLock lock(m_mutex);
+    m_written.wait(lock.native(), [this]() REQUIRES(m_mutex) { return m_lines.empty() && !m_writing; });
 }
 
 size_t Console::logged(ZustLogLevel level) const
@@ -79,14 +79,8 @@ void Console::eraseProgress()
     m_progressShown = false;
 }
 
-void Console::writePending(std::unique_lock<std::mutex>& lock)
+void Console::write(const std::vector<std::string>& lines, const std::string& progress)
 {
-    std::vector<std::string> lines;
-    lines.swap(m_lines);
-    const std::string progress = m_progress ? m_progress() : std::string();
-    m_writing = true;
-    lock.unlock();
-
     const auto now = std::chrono::steady_clock::now();
     if (!lines.empty() || progress.empty())
         eraseProgress();
@@ -102,22 +96,31 @@ void Console::writePending(std::unique_lock<std::mutex>& lock)
         m_nextProgress = now + PLAIN_PERIOD;
     }
     std::fflush(m_out);
-
-    lock.lock();
-    m_writing = false;
-    m_written.notify_all();
 }
 
 void Console::run()
 {
-    std::unique_lock lock(m_mutex);
-    while (!m_stop)
+    for (bool stop = false; !stop;)
     {
-        m_wake.wait_for(lock, TERMINAL_PERIOD, [this] { return m_stop || !m_lines.empty(); });
-        writePending(lock);
+        std::vector<std::string> lines;
+        std::string progress;
+        {
+            UniqueLock lock(m_mutex);
+            m_wake.wait_for(lock.native(), TERMINAL_PERIOD,
+                            [this]() REQUIRES(m_mutex) { return m_stop || !m_lines.empty(); });
+            stop = m_stop;
+            lines.swap(m_lines);
+            if (m_progress && !stop)
+                progress = m_progress();
+            m_writing = true;
+        }
+        write(lines, progress);
+        {
+            const LockGuard lock(m_mutex);
+            m_writing = false;
+        }
+        m_written.notify_all();
     }
-    m_progress = nullptr;
-    writePending(lock);
 }
 
 } // namespace host

@@ -4,6 +4,7 @@
 #define TOOLS_HOST_CONSOLE_H
 
 #include "StreamSdk/include/ZuStream.h"
+#include "common/util/ThreadSafety.h"
 
 #include <array>
 #include <atomic>
@@ -11,7 +12,6 @@
 #include <condition_variable>
 #include <cstdio>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,7 +45,9 @@ public:
 
 private:
     void run();
-    void writePending(std::unique_lock<std::mutex>& lock);
+
+    // The console's thread.
+    void write(const std::vector<std::string>& lines, const std::string& progress);
     void eraseProgress();
 
     std::FILE* const m_out;
@@ -53,13 +55,13 @@ private:
     const ZustLogLevel m_level;
     std::array<std::atomic<size_t>, 8> m_counts{};
 
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_wake;
     std::condition_variable m_written;
-    std::vector<std::string> m_lines;        // guarded by m_mutex
-    std::function<std::string()> m_progress; // guarded by m_mutex
-    bool m_stop = false;                     // guarded by m_mutex
-    bool m_writing = false;                  // guarded by m_mutex
+    std::vector<std::string> m_lines GUARDED_BY(m_mutex);
+    std::function<std::string()> m_progress GUARDED_BY(m_mutex);
+    bool m_stop GUARDED_BY(m_mutex) = false;
+    bool m_writing GUARDED_BY(m_mutex) = false;
 
     // The console's thread alone.
     bool m_progressShown = false;

@@ -12,26 +12,26 @@ Telemetry::Telemetry(std::function<void(const std::string&)> onRecord)
 
 std::vector<InputRecord> Telemetry::inputRecords() const
 {
-    const std::lock_guard lock(m_mutex);
+    const LockGuard lock(m_mutex);
     return m_inputs;
 }
 
 std::vector<PercentileRecord> Telemetry::percentileRecords() const
 {
-    const std::lock_guard lock(m_mutex);
+    const LockGuard lock(m_mutex);
     return m_percentiles;
 }
 
 size_t Telemetry::otherRecords() const
 {
-    const std::lock_guard lock(m_mutex);
+    const LockGuard lock(m_mutex);
     return m_others;
 }
 
 void Telemetry::other(const std::string& text) const
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         ++m_others;
     }
     if (m_onRecord)
@@ -61,7 +61,7 @@ bool Telemetry::PostKtPercentilesEvent(const KtPercentileData& data) const
     for (const auto& [percent, value] : data.percentiles)
         text += fmt::format(", p{} {}", percent, value);
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_percentiles.push_back(
             {data.action, data.windowStartSeconds, data.windowDurationSeconds, data.sampleCount, data.percentiles});
     }
@@ -97,7 +97,7 @@ void Telemetry::ReportRiEvent(unsigned int riEventId, long capturedUs, long sent
                               long injectedUs) const
 {
     {
-        const std::lock_guard lock(m_mutex);
+        const LockGuard lock(m_mutex);
         m_inputs.push_back({riEventId, capturedUs, sentUs, receivedUs, injectedUs});
     }
     if (m_onRecord)

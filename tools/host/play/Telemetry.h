@@ -3,10 +3,10 @@
 #define TOOLS_HOST_PLAY_TELEMETRY_H
 
 #include "StreamSdk/include/TelemetrySender.h"
+#include "common/util/ThreadSafety.h"
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -59,11 +59,11 @@ private:
     void other(const std::string& text) const;
 
     std::function<void(const std::string&)> m_onRecord;
-    mutable std::mutex m_mutex;
-    // The operations are const by contract, and record all the same. Guarded by m_mutex.
-    mutable std::vector<InputRecord> m_inputs;
-    mutable std::vector<PercentileRecord> m_percentiles;
-    mutable size_t m_others = 0;
+    // The operations are const by contract, and record all the same.
+    mutable Mutex m_mutex;
+    mutable std::vector<InputRecord> m_inputs GUARDED_BY(m_mutex);
+    mutable std::vector<PercentileRecord> m_percentiles GUARDED_BY(m_mutex);
+    mutable size_t m_others GUARDED_BY(m_mutex) = 0;
 };
 
 } // namespace host
