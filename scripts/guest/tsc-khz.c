@@ -18,7 +18,7 @@ static int64_t nanoseconds(void)
 }
 
 /* Reads clock and counter together; returns how many ticks lay between the two reads of the counter. */
-static uint64_t readBoth(int64_t *clock, uint64_t *counter)
+static uint64_t readBoth(int64_t* clock, uint64_t* counter)
 {
     uint64_t best = UINT64_MAX;
     for (int i = 0; i < 8; ++i)

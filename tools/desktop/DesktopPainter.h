@@ -2,9 +2,9 @@
 #define TOOLS_DESKTOP_DESKTOP_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
-#include "tools/shared/Drawing.h"
 #include "tools/desktop/PanelPainter.h"
 #include "tools/desktop/TrailPainter.h"
+#include "tools/shared/Drawing.h"
 
 #include <string>
 

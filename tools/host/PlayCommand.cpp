@@ -3,11 +3,11 @@
 #include "devstack/zudev.h"
 #include "tools/host/play/InjectionHooks.h"
 #include "tools/host/play/InjectionWatch.h"
+#include "tools/host/play/StreamingServer.h"
+#include "tools/host/play/Telemetry.h"
 #include "tools/host/report/PacingPicture.h"
 #include "tools/host/report/Report.h"
 #include "tools/host/session/SessionParser.h"
-#include "tools/host/play/StreamingServer.h"
-#include "tools/host/play/Telemetry.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,10 @@
 /// zuis-host: plays the streaming server in front of libInputStreamShared.so.
 
+#include "tools/host/PlayCommand.h"
+#include "tools/host/RecordCommand.h"
 #include "tools/host/capture/EvemuImport.h"
 #include "tools/host/play/NetworkModel.h"
 #include "tools/host/report/LogLevels.h"
-#include "tools/host/PlayCommand.h"
-#include "tools/host/RecordCommand.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
 

@@ -1,9 +1,9 @@
 // zuis-pads: reads gamepads from their event nodes, as a game does.
 
-#include "tools/shared/Drawing.h"
 #include "tools/pads/PadPainter.h"
 #include "tools/pads/PadRecorder.h"
 #include "tools/pads/PadWatcher.h"
+#include "tools/shared/Drawing.h"
 
 #include <cerrno>
 #include <csignal>

@@ -31,8 +31,7 @@ int main(void)
         return 2;
 #endif
     result = create(&stream, &handle, &config);
-    printf("result 0x%08x, stream %s, handle %s\n", (unsigned int)result, stream ? "yes" : "no",
-           handle ? "yes" : "no");
+    printf("result 0x%08x, stream %s, handle %s\n", (unsigned int)result, stream ? "yes" : "no", handle ? "yes" : "no");
     destroy(&handle);
     return 0;
 }

@@ -5,8 +5,8 @@
 #include "tools/host/check/DesktopCheck.h"
 #include "tools/host/check/InjectionReport.h"
 #include "tools/host/check/PadCheck.h"
-#include "tools/host/session/Statistics.h"
 #include "tools/host/play/Telemetry.h"
+#include "tools/host/session/Statistics.h"
 
 #include <array>
 #include <iosfwd>
