@@ -6,10 +6,11 @@
 #include "tools/desktop/DesktopScreen.h"
 #include "tools/desktop/DesktopWindow.h"
 #include "tools/shared/MonotonicClock.h"
+#include "tools/shared/OutputFile.h"
+#include "tools/shared/Signals.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -18,9 +19,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -34,38 +33,10 @@ namespace
 constexpr std::int64_t SECOND = 1'000'000'000;
 constexpr std::int64_t START_LIMIT = 10 * SECOND;
 
-class FileDescriptor
+shared::FileDescriptor catchSignals()
 {
-public:
-    /// Throws std::system_error with `what` for a descriptor that could not be had.
-    FileDescriptor(int descriptor, const std::string& what)
-        : m_descriptor(descriptor)
-    {
-        if (descriptor < 0)
-        {
-            throw std::system_error(errno, std::generic_category(), what);
-        }
-    }
-    ~FileDescriptor() { close(m_descriptor); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
-FileDescriptor catchSignals()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
-    {
-        sigaddset(&signals, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads "ready" may be gone
-    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK), "cannot catch signals");
+    return shared::signalDescriptor({SIGTERM, SIGINT, SIGHUP, SIGUSR1});
 }
 
 class Program
@@ -88,7 +59,7 @@ public:
             [this](unsigned keycode) { return m_model.isKeyHeld(keycode); }, [this] { onServerGone(); });
         if (m_recorder)
         {
-            m_recorder->start(monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
+            m_recorder->start(shared::monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
                               DesktopPainter::canvas(m_window->geometry()));
         }
         m_screen.emplace(m_window->displayName(), static_cast<std::uint32_t>(m_window->id()), m_options.title,
@@ -98,7 +69,7 @@ public:
 
     int run()
     {
-        const std::int64_t started = monotonicNanoseconds();
+        const std::int64_t started = shared::monotonicNanoseconds();
         std::string reason;
         while (reason.empty())
         {
@@ -114,7 +85,7 @@ public:
                 tellReady();
             }
             reason = readSignals();
-            const std::int64_t now = monotonicNanoseconds();
+            const std::int64_t now = shared::monotonicNanoseconds();
             if (m_window->closeAsked())
             {
                 reason = "closed";
@@ -174,7 +145,7 @@ private:
         if (m_readySince && m_options.exitAfter)
         {
             const double left = *m_options.exitAfter * static_cast<double>(SECOND)
-                                - static_cast<double>(monotonicNanoseconds() - *m_readySince);
+                                - static_cast<double>(shared::monotonicNanoseconds() - *m_readySince);
             wait = std::clamp(static_cast<std::int64_t>(std::min(left, 1e9)), std::int64_t{0}, wait);
         }
         std::array<pollfd, 2> sources{{{m_window->connection(), POLLIN, 0}, {m_signals.get(), POLLIN, 0}}};
@@ -203,15 +174,14 @@ private:
 
     void tellReady()
     {
-        m_readySince = monotonicNanoseconds();
+        m_readySince = shared::monotonicNanoseconds();
         if (m_options.readyFile.empty())
         {
             fmt::print("ready\n");
             std::fflush(stdout);
             return;
         }
-        const FileDescriptor file(open(m_options.readyFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644),
-                                  fmt::format("cannot create {}", m_options.readyFile));
+        shared::createReadyFile(m_options.readyFile);
     }
 
     /// Completes the files. Does not use the connection to the server.
@@ -221,7 +191,7 @@ private:
         m_screen.reset();
         if (m_recorder)
         {
-            m_recorder->end(monotonicNanoseconds(), m_model, reason);
+            m_recorder->end(shared::monotonicNanoseconds(), m_model, reason);
         }
         if (!m_options.png.empty() && m_model.geometry().width > 0)
         {
@@ -231,7 +201,7 @@ private:
     }
 
     const DesktopOptions& m_options;
-    FileDescriptor m_signals;
+    shared::FileDescriptor m_signals;
     DesktopModel m_model;
     std::optional<DesktopRecorder> m_recorder;
     std::optional<DesktopWindow> m_window;

@@ -8,8 +8,11 @@
 #include "tools/host/report/PacingPicture.h"
 #include "tools/host/report/Report.h"
 #include "tools/host/session/SessionParser.h"
+#include "tools/shared/OutputFile.h"
+#include "tools/shared/Signals.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -29,13 +32,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-
-std::atomic<bool> s_interrupted{false};
-
-void interrupt(int)
-{
-    s_interrupted.store(true, std::memory_order_relaxed);
-}
 
 void logSink(void* console, ZustLogLevel level, uint32_t, const char* tag, const char* text)
 {
@@ -59,21 +55,6 @@ public:
     Hooks(const Hooks&) = delete;
     Hooks& operator=(const Hooks&) = delete;
 };
-
-std::ofstream openOutput(const std::string& fileName)
-{
-    std::ofstream out(fileName);
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: cannot be written: {}", fileName, std::strerror(errno)));
-    return out;
-}
-
-void closeOutput(std::ofstream& out, const std::string& fileName)
-{
-    out.close();
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: could not be written completely", fileName));
-}
 
 TouchScale touchScale(const PlayOptions& options, const Session& session)
 {
@@ -103,7 +84,7 @@ size_t writesToExpect(const Session& session)
 }
 
 /// Waits until the mouse queue is empty; gives up when nothing has moved for a second, or when interrupted.
-void waitForInjection(size_t expectedReports, bool watched)
+void waitForInjection(size_t expectedReports, bool watched, const std::atomic<bool>& interrupted)
 {
     if (!watched)
     {
@@ -112,7 +93,7 @@ void waitForInjection(size_t expectedReports, bool watched)
     }
     size_t last = injectionWatch().mouseReports();
     auto lastChange = std::chrono::steady_clock::now();
-    while (last < expectedReports && !s_interrupted.load(std::memory_order_relaxed)
+    while (last < expectedReports && !interrupted.load(std::memory_order_relaxed)
            && std::chrono::steady_clock::now() - lastChange < 1s)
     {
         std::this_thread::sleep_for(5ms);
@@ -178,7 +159,7 @@ void comparePads(RunReport& report, const PlayOptions& options, const std::vecto
 }
 
 RunReport playSession(const PlayOptions& options, const Session& session, const NetworkModel& network,
-                      std::vector<Played>& played)
+                      const std::atomic<bool>& interrupted, std::vector<Played>& played)
 {
     const bool watched = options.backend != Backend::CONTAINER;
     RunReport report;
@@ -208,15 +189,15 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
 
         // Only now, so that the library's own threads keep the slack that they would have in any server.
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-        SteadyClock clock(s_interrupted);
+        SteadyClock clock(interrupted);
         PlayProgress progress;
         Player player(server, clock, network, options.speed, scale, progress);
         console.setProgress([&] { return progressText(session, progress, watched); });
         played = player.play(session);
         report.startNs = player.startNs();
         report.expectation = expectationOf(played, options.backend);
-        waitForInjection(report.expectation.mouseReports.size(), watched);
-        report.interrupted = s_interrupted.load(std::memory_order_relaxed);
+        waitForInjection(report.expectation.mouseReports.size(), watched, interrupted);
+        report.interrupted = interrupted.load(std::memory_order_relaxed);
         report.durationNs = clock.nowNs() - report.startNs;
         console.setProgress({});
         server.close();
@@ -250,10 +231,9 @@ int play(const PlayOptions& options)
     const Session session = readSession(options.session);
     const NetworkModel network = NetworkModel::parse(options.network, options.seed);
 
-    std::signal(SIGINT, &interrupt);
-    std::signal(SIGTERM, &interrupt);
+    const std::atomic<bool>& interrupted = shared::interruptedBy({SIGINT, SIGTERM});
     std::vector<Played> played;
-    RunReport report = playSession(options, session, network, played);
+    RunReport report = playSession(options, session, network, interrupted, played);
     if (!options.desktopRecord.empty())
         compareDesktop(report, options, session);
     if (!options.padsRecord.empty())
@@ -263,15 +243,15 @@ int play(const PlayOptions& options)
     std::cout.flush();
     if (!options.jsonFile.empty())
     {
-        std::ofstream out = openOutput(options.jsonFile);
+        std::ofstream out = shared::openOutput(options.jsonFile);
         writeJson(out, report);
-        closeOutput(out, options.jsonFile);
+        shared::closeOutput(out, options.jsonFile);
     }
     if (!options.timelineFile.empty())
     {
-        std::ofstream out = openOutput(options.timelineFile);
+        std::ofstream out = shared::openOutput(options.timelineFile);
         writeTimeline(out, played, injectionWatch().writes(), injectionWatch(), report);
-        closeOutput(out, options.timelineFile);
+        shared::closeOutput(out, options.timelineFile);
     }
     if (!options.pacingPicture.empty())
         drawPacingPicture(report, options.pacingPicture);

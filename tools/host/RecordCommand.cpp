@@ -4,6 +4,10 @@
 #include "tools/host/capture/SessionConverter.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
+#include "tools/shared/LibevdevOwner.h"
+#include "tools/shared/MonotonicClock.h"
+#include "tools/shared/OutputFile.h"
+#include "tools/shared/Signals.h"
 
 #include <algorithm>
 #include <array>
@@ -15,14 +19,11 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
 
 #include <fcntl.h>
-#include <libevdev/libevdev.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace host
@@ -30,19 +31,10 @@ namespace host
 namespace
 {
 
-std::atomic<bool> s_interrupted{false};
-
-void interrupt(int)
-{
-    s_interrupted.store(true, std::memory_order_relaxed);
-}
-
 /// The clock that the devices are told to use.
 int64_t nowUs()
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+    return shared::monotonicNanoseconds() / 1000;
 }
 
 [[noreturn]] void refuse(const std::string& node, const std::string& text)
@@ -63,13 +55,10 @@ class RecordedDevice
 public:
     /// \throws FileErrors
     explicit RecordedDevice(const std::string& node);
-    ~RecordedDevice();
-    RecordedDevice(const RecordedDevice&) = delete;
-    RecordedDevice& operator=(const RecordedDevice&) = delete;
 
     const std::string& node() const { return m_node; }
     const DeviceDescription& description() const { return m_description; }
-    int descriptor() const { return m_fd; }
+    int descriptor() const { return m_descriptor.get(); }
     dev_t number() const { return m_number; }
 
     /// Keeps the events from the desktop. \throws FileErrors
@@ -84,67 +73,54 @@ public:
 private:
     void describe();
 
-    const std::string m_node;
-    int m_fd = -1;
+    std::string m_node;
+    shared::FileDescriptor m_descriptor; // outlives m_device
     dev_t m_number = 0;
-    libevdev* m_device = nullptr;
+    shared::LibevdevOwner m_device;
     DeviceDescription m_description;
 };
 
 RecordedDevice::RecordedDevice(const std::string& node)
     : m_node(node)
-{
     // Without blocking: other kinds of nodes would wait for somebody to write.
-    m_fd = open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (m_fd < 0 && (errno == EACCES || errno == EPERM))
+    , m_descriptor(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
+{
+    if (descriptor() < 0 && (errno == EACCES || errno == EPERM))
         refuse(node, fmt::format("cannot be opened: {}; run this as root, or join the group that owns the node "
                                  "(sudo usermod -aG input \"$USER\") and log in again",
                                  std::strerror(errno)));
-    if (m_fd < 0)
+    if (descriptor() < 0)
         refuse(node, fmt::format("cannot be opened: {}", std::strerror(errno)));
     struct stat status = {};
-    fstat(m_fd, &status);
+    fstat(descriptor(), &status);
     m_number = status.st_rdev;
-    try
-    {
-        const int error = S_ISCHR(status.st_mode) ? libevdev_new_from_fd(m_fd, &m_device) : -ENOTTY;
-        if (error == -ENODEV)
-            refuse(node, "the device has gone");
-        if (error != 0)
-            refuse(node, "is no input device; expected a node like /dev/input/event5 (sudo libinput list-devices "
-                         "names them)");
-        if (libevdev_set_clock_id(m_device, CLOCK_MONOTONIC) != 0)
-            refuse(node, "does not take the monotonic clock");
-        describe();
-    }
-    catch (...)
-    {
-        libevdev_free(m_device);
-        close(m_fd);
-        throw;
-    }
-}
-
-RecordedDevice::~RecordedDevice()
-{
-    libevdev_free(m_device);
-    close(m_fd);
+    int error = -ENOTTY;
+    if (S_ISCHR(status.st_mode))
+        m_device = shared::openLibevdev(descriptor(), error);
+    if (error == -ENODEV)
+        refuse(node, "the device has gone");
+    if (error != 0)
+        refuse(node, "is no input device; expected a node like /dev/input/event5 (sudo libinput list-devices "
+                     "names them)");
+    if (libevdev_set_clock_id(m_device.get(), CLOCK_MONOTONIC) != 0)
+        refuse(node, "does not take the monotonic clock");
+    describe();
 }
 
 void RecordedDevice::describe()
 {
-    m_description.name = libevdev_get_name(m_device);
+    m_description.name = libevdev_get_name(m_device.get());
     for (const unsigned type : {EV_KEY, EV_REL, EV_ABS})
     {
         for (int code = 0; code <= libevdev_event_type_get_max(type); ++code)
         {
-            if (libevdev_has_event_code(m_device, type, static_cast<unsigned>(code)))
+            if (libevdev_has_event_code(m_device.get(), type, static_cast<unsigned>(code)))
                 m_description.codes.insert({static_cast<uint16_t>(type), static_cast<uint16_t>(code)});
         }
     }
     for (int code = 0; code <= ABS_MAX; ++code)
     {
-        if (const input_absinfo* axis = libevdev_get_abs_info(m_device, static_cast<unsigned>(code)))
+        if (const input_absinfo* axis = libevdev_get_abs_info(m_device.get(), static_cast<unsigned>(code)))
             m_description.axes[static_cast<uint16_t>(code)] = {axis->minimum, axis->maximum};
     }
     const std::string& name = m_description.name;
@@ -158,7 +134,7 @@ void RecordedDevice::describe()
 
 void RecordedDevice::grab()
 {
-    const int error = libevdev_grab(m_device, LIBEVDEV_GRAB);
+    const int error = libevdev_grab(m_device.get(), LIBEVDEV_GRAB);
     if (error != 0)
         refuse(m_node, fmt::format("cannot be grabbed: {}", std::strerror(-error)));
 }
@@ -169,17 +145,17 @@ void RecordedDevice::captureState(size_t number, int64_t timeUs, std::vector<Cap
         captured.push_back({number, {timeUs, type, static_cast<uint16_t>(code), value, 0}});
     };
     const auto value = [&](unsigned type, int code)
-    { return libevdev_get_event_value(m_device, type, static_cast<unsigned>(code)); };
-    const int slots = libevdev_get_num_slots(m_device);
+    { return libevdev_get_event_value(m_device.get(), type, static_cast<unsigned>(code)); };
+    const int slots = libevdev_get_num_slots(m_device.get());
     for (int slot = 0; slot < slots; ++slot)
     {
         put(EV_ABS, ABS_MT_SLOT, slot);
         for (const int code : {ABS_MT_TRACKING_ID, ABS_MT_POSITION_X, ABS_MT_POSITION_Y})
             put(EV_ABS, code,
-                libevdev_get_slot_value(m_device, static_cast<unsigned>(slot), static_cast<unsigned>(code)));
+                libevdev_get_slot_value(m_device.get(), static_cast<unsigned>(slot), static_cast<unsigned>(code)));
     }
     if (slots > 0)
-        put(EV_ABS, ABS_MT_SLOT, libevdev_get_current_slot(m_device));
+        put(EV_ABS, ABS_MT_SLOT, libevdev_get_current_slot(m_device.get()));
     const SourceKind kind = sourceKind(m_description);
     if (kind == SourceKind::GAMEPAD || (kind == SourceKind::TOUCH_SCREEN && slots <= 0))
     {
@@ -198,7 +174,7 @@ bool RecordedDevice::capture(size_t number, std::vector<Captured>& captured)
     while (true)
     {
         input_event event;
-        const int result = libevdev_next_event(m_device, flag, &event);
+        const int result = libevdev_next_event(m_device.get(), flag, &event);
         if (result == -EAGAIN && flag == LIBEVDEV_READ_FLAG_SYNC)
         {
             flag = LIBEVDEV_READ_FLAG_NORMAL;
@@ -217,23 +193,23 @@ bool RecordedDevice::capture(size_t number, std::vector<Captured>& captured)
     }
 }
 
-std::vector<std::unique_ptr<RecordedDevice>> openDevices(const RecordOptions& options)
+std::vector<RecordedDevice> openDevices(const RecordOptions& options)
 {
-    std::vector<std::unique_ptr<RecordedDevice>> devices;
+    std::vector<RecordedDevice> devices;
     for (const std::string& node : options.devices)
     {
-        auto device = std::make_unique<RecordedDevice>(node);
-        for (const auto& other : devices)
+        RecordedDevice device(node);
+        for (const RecordedDevice& other : devices)
         {
-            if (other->number() == device->number())
-                refuse(node, fmt::format("is the same device as {}", other->node()));
+            if (other.number() == device.number())
+                refuse(node, fmt::format("is the same device as {}", other.node()));
         }
         devices.push_back(std::move(device));
     }
     if (options.grab)
     {
-        for (const auto& device : devices)
-            device->grab();
+        for (RecordedDevice& device : devices)
+            device.grab();
     }
     return devices;
 }
@@ -247,8 +223,8 @@ struct Capture
 };
 
 /// Reads until it is to end.
-Capture capture(const RecordOptions& options, const std::vector<std::unique_ptr<RecordedDevice>>& devices,
-                Console& console)
+Capture capture(const RecordOptions& options, std::vector<RecordedDevice>& devices,
+                const std::atomic<bool>& interrupted, Console& console)
 {
     Capture result;
     std::vector<Captured>& captured = result.events;
@@ -266,13 +242,13 @@ Capture capture(const RecordOptions& options, const std::vector<std::unique_ptr<
             });
 
     for (size_t i = 0; i < devices.size(); ++i)
-        devices[i]->captureState(i, startUs, captured);
+        devices[i].captureState(i, startUs, captured);
     result.states = captured.size();
     std::vector<pollfd> waits;
-    for (const auto& device : devices)
-        waits.push_back({device->descriptor(), POLLIN, 0});
+    for (const RecordedDevice& device : devices)
+        waits.push_back({device.descriptor(), POLLIN, 0});
     size_t left = devices.size();
-    while (left > 0 && !s_interrupted.load(std::memory_order_relaxed))
+    while (left > 0 && !interrupted.load(std::memory_order_relaxed))
     {
         const int64_t rest = options.seconds > 0 ? (endUs - nowUs() + 999) / 1000 : PATIENCE_MS;
         if (rest <= 0)
@@ -280,9 +256,9 @@ Capture capture(const RecordOptions& options, const std::vector<std::unique_ptr<
         poll(waits.data(), waits.size(), static_cast<int>(std::min<int64_t>(rest, PATIENCE_MS)));
         for (size_t i = 0; i < waits.size(); ++i)
         {
-            if (waits[i].fd < 0 || devices[i]->capture(i, captured))
+            if (waits[i].fd < 0 || devices[i].capture(i, captured))
                 continue;
-            console.line(fmt::format("zuis-host: {}: the device has gone", devices[i]->node()));
+            console.line(fmt::format("zuis-host: {}: the device has gone", devices[i].node()));
             waits[i].fd = -1; // poll passes it over
             --left;
         }
@@ -310,25 +286,20 @@ void putInOrder(Capture& capture)
 
 int record(const RecordOptions& options)
 {
-    std::vector<std::unique_ptr<RecordedDevice>> devices = openDevices(options);
+    std::vector<RecordedDevice> devices = openDevices(options);
     SessionConverter converter;
-    for (const auto& device : devices)
-        converter.addDevice(device->description(), device->node());
+    for (const RecordedDevice& device : devices)
+        converter.addDevice(device.description(), device.node());
     std::ofstream file;
     if (!options.output.empty())
-    {
-        file.open(options.output);
-        if (!file)
-            throw std::runtime_error(fmt::format("{}: cannot be written: {}", options.output, std::strerror(errno)));
-    }
+        file = shared::openOutput(options.output);
 
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(signal, &interrupt);
+    const std::atomic<bool>& interrupted = shared::interruptedBy({SIGINT, SIGTERM, SIGHUP});
     Console console(stderr, ZUST_LL_INFO);
-    for (const auto& device : devices)
-        console.line(fmt::format("zuis-host: recording {}: {} \"{}\"", device->node(),
-                                 sourceKindName(sourceKind(device->description())), device->description().name));
-    Capture captured = capture(options, devices, console);
+    for (const RecordedDevice& device : devices)
+        console.line(fmt::format("zuis-host: recording {}: {} \"{}\"", device.node(),
+                                 sourceKindName(sourceKind(device.description())), device.description().name));
+    Capture captured = capture(options, devices, interrupted, console);
     devices.clear(); // gives grabbed devices back
 
     putInOrder(captured);

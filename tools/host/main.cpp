@@ -7,12 +7,10 @@
 #include "tools/host/report/LogLevels.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
+#include "tools/shared/OutputFile.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
 #include <iostream>
 
 namespace
@@ -137,11 +135,9 @@ int import(const ImportOptions& options)
     }
     else
     {
-        std::ofstream out(options.output);
+        std::ofstream out = shared::openOutput(options.output);
         host::writeSession(out, result.session);
-        out.close();
-        if (!out)
-            throw std::runtime_error(fmt::format("{}: cannot be written: {}", options.output, std::strerror(errno)));
+        shared::closeOutput(out, options.output);
     }
     for (const std::string& note : result.notes)
         fmt::print(stderr, "zuis-host: {}\n", note);

@@ -51,35 +51,14 @@ PadState describe(const libevdev* device, const std::string& node)
 
 } // namespace
 
-PadWatcher::Device::Device(std::string ownNode, int ownDescriptor)
-    : node(std::move(ownNode))
-    , descriptor(ownDescriptor)
-{
-}
-
-PadWatcher::Device::~Device()
-{
-    libevdev_free(device);
-    close(descriptor);
-}
-
 PadWatcher::PadWatcher(Listener listener)
     : m_listener(std::move(listener))
-    , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK), fmt::format("cannot watch {}", DIRECTORY))
 {
     // A node is made before udev gives it its rights, which shows as a change of attributes.
-    if (m_notify < 0 || inotify_add_watch(m_notify, DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
-    {
-        const int error = errno;
-        close(m_notify);
-        throw std::system_error(error, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
-    }
+    if (inotify_add_watch(m_notify.get(), DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
+        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
     readDirectory();
-}
-
-PadWatcher::~PadWatcher()
-{
-    close(m_notify);
 }
 
 void PadWatcher::readDirectory()
@@ -98,7 +77,7 @@ void PadWatcher::readNotices()
 {
     alignas(inotify_event) std::array<char, 4096> buffer;
     ssize_t size;
-    while ((size = ::read(m_notify, buffer.data(), buffer.size())) > 0)
+    while ((size = ::read(m_notify.get(), buffer.data(), buffer.size())) > 0)
     {
         for (const char* at = buffer.data(); at < buffer.data() + size;)
         {
@@ -114,20 +93,20 @@ void PadWatcher::readNotices()
 
 void PadWatcher::tryNode(const std::string& node)
 {
-    const auto known = [&](const std::unique_ptr<Device>& device) { return device->node == node; };
+    const auto known = [&](const Device& device) { return device.node == node; };
     if (!node.starts_with(NODE_PREFIX) || std::any_of(m_devices.begin(), m_devices.end(), known))
         return;
-    const int descriptor = open(fmt::format("{}/{}", DIRECTORY, node).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0)
+    shared::FileDescriptor descriptor(
+        open(fmt::format("{}/{}", DIRECTORY, node).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (descriptor.get() < 0)
         return; // not allowed, perhaps not yet
-    auto device = std::make_unique<Device>(node, descriptor);
-    if (libevdev_new_from_fd(descriptor, &device->device) != 0
-        || !libevdev_has_event_code(device->device, EV_KEY, BTN_GAMEPAD))
+    int error = 0;
+    shared::LibevdevOwner device = shared::openLibevdev(descriptor.get(), error);
+    if (!device || !libevdev_has_event_code(device.get(), EV_KEY, BTN_GAMEPAD))
         return;
-    libevdev_set_clock_id(device->device, CLOCK_MONOTONIC);
-    device->pad = m_found++;
-    m_listener.added(device->pad, describe(device->device, node));
-    m_devices.push_back(std::move(device));
+    libevdev_set_clock_id(device.get(), CLOCK_MONOTONIC);
+    m_devices.push_back({node, std::move(descriptor), std::move(device), m_found++});
+    m_listener.added(m_devices.back().pad, describe(m_devices.back().libevdev.get(), node));
 }
 
 bool PadWatcher::read(const Device& device)
@@ -136,7 +115,7 @@ bool PadWatcher::read(const Device& device)
     input_event event;
     while (true)
     {
-        const int result = libevdev_next_event(device.device, flag, &event);
+        const int result = libevdev_next_event(device.libevdev.get(), flag, &event);
         if (result == -EAGAIN && flag == LIBEVDEV_READ_FLAG_SYNC)
         {
             flag = LIBEVDEV_READ_FLAG_NORMAL;
@@ -159,21 +138,19 @@ bool PadWatcher::read(const Device& device)
 
 bool PadWatcher::wait(int signals)
 {
-    std::vector<pollfd> sources{{signals, POLLIN, 0}, {m_notify, POLLIN, 0}};
-    for (const std::unique_ptr<Device>& device : m_devices)
-        sources.push_back({device->descriptor, POLLIN, 0});
+    std::vector<pollfd> sources{{signals, POLLIN, 0}, {m_notify.get(), POLLIN, 0}};
+    for (const Device& device : m_devices)
+        sources.push_back({device.descriptor.get(), POLLIN, 0});
     poll(sources.data(), sources.size(), -1);
 
-    const auto gone = [&](const std::unique_ptr<Device>& device)
+    const auto gone = [&](const Device& device)
     {
-        if (read(*device))
+        if (read(device))
             return false;
-        m_listener.removed(device->pad);
+        m_listener.removed(device.pad);
         return true;
     };
-    const auto end = std::remove_if(m_devices.begin(), m_devices.end(), gone);
-    const bool anyGone = end != m_devices.end();
-    m_devices.erase(end, m_devices.end());
+    const bool anyGone = std::erase_if(m_devices, gone) > 0;
     readNotices();
     // A new device may have the node of one that went, and its notice may have come while that one still stood here.
     if (anyGone)

@@ -2,13 +2,12 @@
 #define TOOLS_PADS_PAD_WATCHER_H
 
 #include "tools/pads/PadState.h"
+#include "tools/shared/FileDescriptor.h"
+#include "tools/shared/LibevdevOwner.h"
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
-
-struct libevdev;
 
 namespace pads
 {
@@ -29,9 +28,6 @@ public:
 
     /// Takes the pads that are there already, too. Throws std::system_error when /dev/input cannot be watched.
     explicit PadWatcher(Listener listener);
-    ~PadWatcher();
-    PadWatcher(const PadWatcher&) = delete;
-    PadWatcher& operator=(const PadWatcher&) = delete;
 
     /// Waits for `signals` (a descriptor) or a pad to have something, and reads all pads.
     /// \return whether `signals` became readable
@@ -40,11 +36,9 @@ public:
 private:
     struct Device
     {
-        Device(std::string node, int descriptor);
-        ~Device();
         std::string node;
-        int descriptor;
-        libevdev* device = nullptr;
+        shared::FileDescriptor descriptor;
+        shared::LibevdevOwner libevdev;
         std::size_t pad = 0;
     };
 
@@ -55,9 +49,9 @@ private:
     bool read(const Device& device);
 
     Listener m_listener;
-    int m_notify;
+    shared::FileDescriptor m_notify;
     std::size_t m_found = 0;
-    std::vector<std::unique_ptr<Device>> m_devices;
+    std::vector<Device> m_devices;
 };
 
 } // namespace pads
