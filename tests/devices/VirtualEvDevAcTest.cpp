@@ -90,7 +90,7 @@ protected:
     std::vector<input_event> readFile(const std::string& suffix) const
     {
         const int fd = open(node(suffix).c_str(), O_RDONLY);
-        const auto records = readRecords(fd);
+        auto records = readRecords(fd);
         close(fd);
         return records;
     }

@@ -7,9 +7,6 @@
 #include "tests/responders/Events.h"
 #include "tests/responders/FakeDesktop.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace
 {
 

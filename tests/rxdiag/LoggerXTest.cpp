@@ -157,7 +157,9 @@ TEST(MessageTest, OnlyStructuredLoggersWithEventIdsGetAHeader)
     {
         SCOPED_TRACE(testing::Message() << "mode " << row.mode << ", features " << row.featuresSet);
         FakeLogger logger(row.mode, row.featuresSet);
-        Message(rxEvent::trace, &logger, "text");
+        {
+            const Message message(rxEvent::trace, &logger, "text"); // it is logged at its end
+        }
         EXPECT_THAT(logger.m_texts, ElementsAre(row.text));
         EXPECT_THAT(logger.m_headers, ElementsAre(row.hasHeader));
     }

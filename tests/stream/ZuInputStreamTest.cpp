@@ -120,6 +120,7 @@ TEST_F(ZuInputStreamTest, OpensTheStreamOnTheInjector)
     expected.mediaType = ZUST_MT_INPUT;
     expected.config.input.onInputReceived = input().onInputReceived;
     expected.config.input.context = m_handle;
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): its padding is nothing, too
     EXPECT_EQ(memcmp(&calls.streamConfigs[0], &expected, sizeof(expected)), 0);
     EXPECT_EQ(calls.streamCallbacks.context, m_handle);
     EXPECT_EQ(calls.streamCallbacks.onStreamConnecting, nullptr);

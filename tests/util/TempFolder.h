@@ -25,7 +25,7 @@ public:
     /// Writes the file beside the folder's others. \return its path
     std::string write(const std::string& name, const std::string& content) const
     {
-        const std::string file = m_path + "/" + name;
+        std::string file = m_path + "/" + name;
         std::filesystem::create_directories(std::filesystem::path(file).parent_path());
         std::ofstream(file, std::ios::binary) << content;
         return file;

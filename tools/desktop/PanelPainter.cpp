@@ -275,8 +275,9 @@ void PanelPainter::paintState(cairo_t* cr, const DesktopModel& model) const
         {{"up", counts.wheelUp}, {"down", counts.wheelDown}, {"left", counts.wheelLeft}, {"right", counts.wheelRight}}};
     for (std::size_t i = 0; i < wheels.size(); ++i)
     {
+        const std::size_t row = i / 2;
         const double x = left[2] + static_cast<double>(i % 2) * 96;
-        const double y = box.y + VALUE_BASELINE + static_cast<double>(i / 2) * (NOTE_BASELINE - VALUE_BASELINE);
+        const double y = box.y + VALUE_BASELINE + static_cast<double>(row) * (NOTE_BASELINE - VALUE_BASELINE);
         setFont(cr, FontFace::Plain, NOTE_SIZE);
         drawText(cr, x, y, wheels[i].label, colours::FAINT);
         setFont(cr, FontFace::Bold, VALUE_SIZE - 1);

@@ -209,9 +209,10 @@ void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
     drawText(cr.get(), MARGIN, 36, fmt::format("Gamepads as a game sees them: {}", pads.size()), colours::INK);
     for (std::size_t number = 0; number < pads.size(); ++number)
     {
+        const auto row = number / columns;
         cairo_save(cr.get());
         cairo_translate(cr.get(), MARGIN + static_cast<double>(number % columns) * (CARD_WIDTH + MARGIN),
-                        HEADER + static_cast<double>(number / columns) * (CARD_HEIGHT + MARGIN));
+                        HEADER + static_cast<double>(row) * (CARD_HEIGHT + MARGIN));
         paintPad(cr.get(), number, pads[number]);
         cairo_restore(cr.get());
     }

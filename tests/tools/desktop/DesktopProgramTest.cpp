@@ -26,8 +26,6 @@
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 
-extern char** environ;
-
 namespace
 {
 
@@ -141,7 +139,7 @@ private:
 
 std::string summary(const json& line)
 {
-    const std::string event = line["event"];
+    std::string event = line["event"];
     if (event == "key-press")
         return "+" + line["keysym"].get<std::string>() + " '" + line["text"].get<std::string>() + "'"
                + (line["repeat"].get<bool>() ? " again" : "");
