@@ -1,16 +1,19 @@
-#include "tools/host/PlayCommand.h"
-
 #include "devstack/zudev.h"
+#include "tools/host/Commands.h"
+#include "tools/host/Console.h"
 #include "tools/host/play/InjectionHooks.h"
 #include "tools/host/play/InjectionWatch.h"
+#include "tools/host/play/Screen.h"
 #include "tools/host/play/StreamingServer.h"
 #include "tools/host/play/Telemetry.h"
+#include "tools/host/report/LogLevels.h"
 #include "tools/host/report/PacingPicture.h"
 #include "tools/host/report/Report.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/shared/OutputFile.h"
 #include "tools/shared/Signals.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -21,6 +24,8 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -32,6 +37,25 @@ namespace
 {
 
 using namespace std::chrono_literals;
+
+struct PlayOptions
+{
+    std::string session;
+    double speed = 1;
+    Backend backend = Backend::DEFAULT;
+    std::optional<int> instance;
+    ZustLogLevel logLevel = ZUST_LL_INFO;
+    bool showTelemetry = false;
+    std::string network = "even";
+    uint64_t seed = 1;
+    std::string library = "libInputStreamShared.so";
+    std::optional<ScreenSize> screen;
+    std::string jsonFile;
+    std::string timelineFile;
+    std::string pacingPicture;
+    std::string desktopRecord;
+    std::string padsRecord;
+};
 
 void logSink(void* console, ZustLogLevel level, uint32_t, const char* tag, const char* text)
 {
@@ -224,8 +248,6 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
     return report;
 }
 
-} // namespace
-
 int play(const PlayOptions& options)
 {
     const Session session = readSession(options.session);
@@ -256,6 +278,65 @@ int play(const PlayOptions& options)
     if (!options.pacingPicture.empty())
         drawPacingPicture(report, options.pacingPicture);
     return report.good() ? 0 : 1;
+}
+
+/// A validator in CLI11's terms: an empty text accepts.
+std::string positive(const std::string& text)
+{
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    return end != text.c_str() && *end == '\0' && value >= 0.01 && value <= 1000
+               ? ""
+               : "expected a number from 0.01 to 1000";
+}
+
+} // namespace
+
+void addPlay(CLI::App& app, Command& chosen)
+{
+    const auto owned = std::make_shared<PlayOptions>();
+    PlayOptions& options = *owned;
+    CLI::App* command = app.add_subcommand("play", "Play a session through the library and report what became of it");
+    command->add_option("SESSION", options.session, "Session file (docs/session-format.md)")->required();
+    command->add_option("--speed", options.speed, "2 plays twice as fast")->check(positive);
+    command
+        ->add_option_function<std::string>(
+            "--backend",
+            [&options](const std::string& text) { options.backend = parseBackend(text).value_or(options.backend); },
+            "Where the library injects; without it the library's own settings decide")
+        ->check(CLI::IsMember({"uinput", "xtest", "container"}));
+    command->add_option("--instance", options.instance, "Number of the Android container")
+        ->check(CLI::Range(0, 1000000));
+    command
+        ->add_option("--network", options.network,
+                     "How the network delivers: even, bursts:N, jitter:MS, or a file with one delay in ms per line")
+        ->capture_default_str();
+    command->add_option("--seed", options.seed, "Of the jitter")->capture_default_str();
+    command->add_option("--library", options.library, "The library to load")->capture_default_str();
+    command
+        ->add_option_function<std::string>(
+            "--log-level",
+            [&options](const std::string& text) { options.logLevel = parseLogLevel(text).value_or(options.logLevel); },
+            "Lowest level of the log lines that are shown (default: info)")
+        ->check(CLI::IsMember({"verbose", "debug", "info", "warning", "error", "critical", "silence"}));
+    command->add_flag("--telemetry", options.showTelemetry, "Show every telemetry record as it comes");
+    command
+        ->add_option_function<std::vector<int>>(
+            "--screen",
+            [&options](const std::vector<int>& size) {
+                options.screen = {size[0], size[1]};
+            },
+            "Width and height in pixels that touches are scaled to over XTest; asked from X otherwise")
+        ->expected(2)
+        ->check(CLI::Range(1, 65535));
+    command->add_option("--json", options.jsonFile, "Write the summary as JSON");
+    command->add_option("--timeline", options.timelineFile,
+                        "Write every event and every write of the library, by time");
+    command->add_option("--pacing-png", options.pacingPicture, "Draw the intervals and latencies of mouse moves");
+    command->add_option("--desktop-record", options.desktopRecord,
+                        "Compare with what zuis-desktop recorded in this file");
+    command->add_option("--pads-record", options.padsRecord, "Compare with what zuis-pads recorded in this file");
+    command->callback([owned, &chosen] { chosen = [owned] { return play(*owned); }; });
 }
 
 } // namespace host
