@@ -2,8 +2,7 @@
 # Builds and runs all tests. Installs what is missing with apt-get.
 #
 #   scripts/test.sh               everything, as in CI
-#   scripts/test.sh STAGE...      only these stages, of: lint release clang asan tsan fuzz package
-#                                 kernel
+#   scripts/test.sh STAGE...      only these stages, of: lint release clang asan tsan fuzz package kernel
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -15,7 +14,8 @@ for stage in $stages; do
 done
 
 # shellcheck disable=SC2046,SC2086
-ensure_packages $BUILD_PACKAGES $LINT_PACKAGES $BENCH_LIBRARIES $X_PACKAGES $TEST_PACKAGES $PACKAGE_PACKAGES $(scripts/guest/guest packages)
+ensure_packages $BUILD_PACKAGES $LINT_PACKAGES $BENCH_LIBRARIES $X_PACKAGES $TEST_PACKAGES $PACKAGE_PACKAGES \
+    $(scripts/guest/guest packages)
 
 passed=0
 failed=0

@@ -49,8 +49,7 @@ void addImport(CLI::App& app, Command& chosen)
     command->add_option("RECORDING", options.events, "Recording (FILE.events)")->required();
     command->add_option("--device", options.device, "Device description, where the recording holds none (FILE.desc)");
     command->add_option("-o,--output", options.output, "Session file to write (default: standard output)");
-    command->callback([owned, &chosen] { chosen = [owned] { return import(*owned); }; } // namespace host
-    );
+    command->callback([owned, &chosen] { chosen = [owned] { return import(*owned); }; });
 }
 
 } // namespace host

@@ -22,9 +22,11 @@ std::ofstream openOutput(const std::string& fileName)
 
 void closeOutput(std::ofstream& out, const std::string& fileName)
 {
+    errno = 0;
     out.close();
     if (!out)
-        throw std::runtime_error(fmt::format("{}: could not be written completely", fileName));
+        throw std::runtime_error(fmt::format("{}: could not be written completely{}{}", fileName,
+                                             errno != 0 ? ": " : "", errno != 0 ? std::strerror(errno) : ""));
 }
 
 void createReadyFile(const std::string& fileName)
