@@ -12,18 +12,12 @@
 #include <cstdio>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
 namespace host
 {
-
-/// "verbose", "debug", "info", "warning", "error", "critical", "silence". \return nothing for any other text
-std::optional<ZustLogLevel> parseLogLevel(std::string_view text);
-std::string_view logLevelName(ZustLogLevel level);
 
 class Console
 {

@@ -3,7 +3,7 @@
 #define TOOLS_HOST_PLAY_COMMAND_H
 
 #include "tools/host/Console.h"
-#include "tools/host/check/Expectation.h"
+#include "tools/host/play/Backend.h"
 #include "tools/host/play/Screen.h"
 
 #include <cstdint>

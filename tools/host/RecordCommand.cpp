@@ -2,7 +2,7 @@
 
 #include "tools/host/Console.h"
 #include "tools/host/capture/SessionConverter.h"
-#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionWriter.h"
 
 #include <algorithm>

@@ -4,6 +4,8 @@
 #include "tools/host/play/NetworkModel.h"
 #include "tools/host/PlayCommand.h"
 #include "tools/host/RecordCommand.h"
+#include "tools/host/report/LogLevels.h"
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
 

@@ -1,7 +1,7 @@
 #include "tools/host/capture/EvemuImport.h"
 
 #include "tools/host/capture/EvemuReader.h"
-#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/FileErrors.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 #include "tools/host/capture/SessionConverter.h"
 
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/Names.h"
-#include "tools/host/session/SessionParser.h"
 
 #include <algorithm>
 #include <array>

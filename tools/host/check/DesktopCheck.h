@@ -13,9 +13,6 @@
 namespace host
 {
 
-/// A press takes at most this long to count as seen.
-constexpr int64_t SEEN_WITHIN_NS = 1000000000;
-
 /// What zuis-desktop saw, as far as it is compared. Times are CLOCK_MONOTONIC, ns.
 struct DesktopRecord
 {

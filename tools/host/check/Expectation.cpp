@@ -5,25 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
 #include <set>
 
 namespace host
 {
 namespace
 {
-
-struct BackendName
-{
-    std::string_view name;
-    Backend backend;
-};
-
-constexpr std::array BACKEND_NAMES{
-    BackendName{"default", Backend::DEFAULT},
-    BackendName{"uinput", Backend::UINPUT},
-    BackendName{"xtest", Backend::XTEST},
-    BackendName{"container", Backend::CONTAINER},
-};
 
 /// The X buttons that a client's buttons become. XTest numbers them in the order of the evdev codes, so there the right
 /// button is 2 and the middle one 3; libinput uses the customary numbers.
@@ -199,26 +187,6 @@ void Account::touch(const TouchFrame& frame, const Played& played)
 }
 
 } // namespace
-
-std::optional<Backend> parseBackend(std::string_view text)
-{
-    for (const BackendName& row : BACKEND_NAMES)
-    {
-        if (row.name == text)
-            return row.backend;
-    }
-    return std::nullopt;
-}
-
-std::string_view backendName(Backend backend)
-{
-    for (const BackendName& row : BACKEND_NAMES)
-    {
-        if (row.backend == backend)
-            return row.name;
-    }
-    return "?";
-}
 
 Expectation expectationOf(std::span<const Played> played, Backend backend)
 {

@@ -3,28 +3,18 @@
 #ifndef TOOLS_HOST_CHECK_EXPECTATION_H
 #define TOOLS_HOST_CHECK_EXPECTATION_H
 
+#include "tools/host/play/Backend.h"
 #include "tools/host/play/Player.h"
 
 #include <cstdint>
-#include <optional>
 #include <span>
-#include <string_view>
 #include <vector>
 
 namespace host
 {
 
-enum class Backend
-{
-    DEFAULT, ///< whatever the library's settings say; taken as uinput where it matters
-    UINPUT,
-    XTEST,
-    CONTAINER
-};
-
-/// "uinput", "xtest", "container"; \return nothing for any other text
-std::optional<Backend> parseBackend(std::string_view text);
-std::string_view backendName(Backend backend);
+/// A press takes at most this long to count as seen.
+constexpr int64_t SEEN_WITHIN_NS = 1000000000;
 
 /// A press that has to arrive.
 struct ExpectedPress

@@ -1,6 +1,4 @@
-#include "tools/host/report/Report.h"
-
-#include "tools/host/session/Names.h"
+#include "tools/host/check/InjectionReport.h"
 
 #include <algorithm>
 #include <cmath>

@@ -3,7 +3,7 @@
 #define TOOLS_HOST_PLAY_STREAMING_SERVER_H
 
 #include "StreamSdk/include/TelemetrySender.h"
-#include "tools/host/check/Expectation.h"
+#include "tools/host/play/Backend.h"
 #include "tools/host/play/Player.h"
 
 #include <memory>

@@ -1,10 +1,11 @@
 #include "tools/host/report/Report.h"
 
-#include "tools/host/Console.h"
+#include "tools/host/report/LogLevels.h"
 #include "tools/host/session/SessionWriter.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
 

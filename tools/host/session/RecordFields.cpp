@@ -10,14 +10,6 @@ namespace host
 
 using nlohmann::json;
 
-void ErrorList::add(FileError error)
-{
-    if (m_errors.size() < MAX_LISTED_ERRORS)
-        m_errors.push_back(std::move(error));
-    else
-        ++m_omitted;
-}
-
 std::string shown(const json& value)
 {
     std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);

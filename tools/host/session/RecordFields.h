@@ -2,7 +2,7 @@
 #ifndef TOOLS_HOST_SESSION_RECORD_FIELDS_H
 #define TOOLS_HOST_SESSION_RECORD_FIELDS_H
 
-#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/FileErrors.h"
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -13,20 +13,6 @@
 
 namespace host
 {
-
-/// Collects the mistakes of a file, bounded.
-class ErrorList
-{
-public:
-    void add(FileError error);
-    bool empty() const { return m_errors.empty(); }
-    size_t omitted() const { return m_omitted; }
-    std::vector<FileError> take() { return std::move(m_errors); }
-
-private:
-    std::vector<FileError> m_errors;
-    size_t m_omitted = 0;
-};
 
 /// Borrows the object and the list. A value that is missing where it is needed, of the wrong kind or out of range is
 /// noted and comes back as nothing; fields that nobody asked for are noted by finish().

@@ -1,12 +1,12 @@
 #include "tools/host/session/SessionParser.h"
 
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/RecordReader.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <fstream>
 #include <istream>
 #include <nlohmann/json.hpp>
@@ -17,31 +17,8 @@ namespace host
 
 using nlohmann::json;
 
-std::string describe(const std::string& file, const FileError& error)
-{
-    std::string text = file;
-    if (error.line > 0)
-        text += fmt::format(":{}", error.line);
-    if (error.column > 0)
-        text += fmt::format(":{}", error.column);
-    text += ": ";
-    if (!error.field.empty())
-        text += fmt::format("field \"{}\": ", error.field);
-    return text + error.text;
-}
-
 namespace
 {
-
-std::string describeAll(const std::string& file, const std::vector<FileError>& errors, size_t omitted)
-{
-    std::vector<std::string> lines;
-    for (const FileError& error : errors)
-        lines.push_back(describe(file, error));
-    if (omitted > 0)
-        lines.push_back(fmt::format("{}: and {} more", file, omitted));
-    return fmt::format("{}", fmt::join(lines, "\n"));
-}
 
 std::string_view trimmed(std::string_view text)
 {
@@ -122,12 +99,6 @@ void parseLine(const std::string& line, int number, RecordReader& reader, ErrorL
 
 } // namespace
 
-FileErrors::FileErrors(const std::string& file, std::vector<FileError> errors, size_t omitted)
-    : std::runtime_error(describeAll(file, errors, omitted))
-    , m_errors(std::move(errors))
-{
-}
-
 Session parseSession(std::istream& in, const std::string& fileName)
 {
     ErrorList errors;
@@ -143,11 +114,7 @@ Session parseSession(std::istream& in, const std::string& fileName)
         errors.add({0, 0, "", "cannot be read to its end"});
     else if (!reader.sawHeader())
         errors.add({0, 0, "", R"(holds no record; expected a header {"type":"session","version":1})"});
-    if (!errors.empty())
-    {
-        const size_t omitted = errors.omitted();
-        throw FileErrors(fileName, errors.take(), omitted);
-    }
+    errors.throwIfAny(fileName);
     return reader.takeSession();
 }
 
