@@ -322,11 +322,6 @@ const KeyName* findKeyByEvdev(uint16_t evdev)
     return evdev == 0 ? nullptr : find(KEY_NAMES, &KeyName::evdev, evdev);
 }
 
-const ButtonName* findButton(std::string_view name)
-{
-    return find(BUTTON_NAMES, &ButtonName::name, name);
-}
-
 const ButtonName* findButton(ZustMouseButton button)
 {
     return find(BUTTON_NAMES, &ButtonName::button, button);
@@ -335,11 +330,6 @@ const ButtonName* findButton(ZustMouseButton button)
 const ButtonName* findButtonByEvdev(uint16_t evdev)
 {
     return find(BUTTON_NAMES, &ButtonName::evdev, evdev);
-}
-
-const PhaseName* findPhase(std::string_view name)
-{
-    return find(PHASE_NAMES, &PhaseName::name, name);
 }
 
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase)

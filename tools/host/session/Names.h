@@ -49,6 +49,10 @@ struct PhaseName
     ZustTouchPointLowLevelFlags phase;
 };
 
+/// The axes and triggers of a pad, in the order of PadReport's.
+inline constexpr std::array PAD_AXIS_NAMES{"leftX", "leftY", "rightX", "rightY"};
+inline constexpr std::array PAD_TRIGGER_NAMES{"leftTrigger", "rightTrigger"};
+
 std::span<const KeyName> keyNames();
 std::span<const BitName> flagNames();
 std::span<const ButtonName> buttonNames();
@@ -62,10 +66,8 @@ const KeyName* findKey(ZustKeyCode code);
 /// The first client key that stands for an evdev key. \return null when there is none
 const KeyName* findKeyByEvdev(uint16_t evdev);
 
-const ButtonName* findButton(std::string_view name);
 const ButtonName* findButton(ZustMouseButton button);
 const ButtonName* findButtonByEvdev(uint16_t evdev);
-const PhaseName* findPhase(std::string_view name);
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase);
 
 /// Shift, Control, Alt and Meta, both sides.
