@@ -45,7 +45,23 @@ private:
     };
 
     uint64_t captureUs(const Record& record) const;
-    void buildPayload(uint16_t pad, const PadState& state, uint64_t captureTimeUs);
+
+    // One for each kind of record that a client sends.
+    void fill(const KeyInput& key, uint64_t capture);
+    void fill(const RelativeMove& move, uint64_t capture);
+    void fill(const AbsoluteMove& move, uint64_t capture);
+    void fill(const PixelMove& move, uint64_t capture);
+    void fill(const ButtonInput& input, uint64_t capture);
+    void fill(const WheelInput& wheel, uint64_t capture);
+    void fill(const MouseSettingsInput& settings, uint64_t capture);
+    void fill(const PadConnection& connection, uint64_t capture);
+    void fill(const PadReport& report, uint64_t capture);
+    void fill(const PadPayload& raw, uint64_t capture);
+    void fill(const TouchFrame& frame, uint64_t capture);
+
+    ZustMouseEvent& mouse(ZustMouseEventType type, uint16_t flags, uint64_t capture);
+    void fillPayload();
+    void fillPayload(uint16_t pad, const PadState& state, uint64_t capture);
 
     TouchScale m_scale;
     double m_speed;
