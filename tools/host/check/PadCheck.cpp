@@ -62,15 +62,35 @@ void takeHat(PadTrace& trace, int axis, uint16_t before, uint16_t now, std::arra
 class Pads
 {
 public:
-    void connect(int pad, bool connected)
+    void take(const Played& played)
     {
-        auto& slot = m_wanted[static_cast<size_t>(pad)];
-        slot = connected;
-        m_client[static_cast<size_t>(pad)] = {};
+        const bool delivered = !m_paused && played.accepted;
+        std::visit([&](const auto& kind) { apply(kind, delivered); }, played.record->action);
     }
 
-    /// The client's state of a pad, whether it is delivered or not.
-    void change(const PadReport& report)
+    std::vector<PadTrace> takeTraces() { return std::move(m_traces); }
+
+private:
+    struct Slot
+    {
+        size_t trace;
+        PadNow before;
+        int hatX;
+        int hatY;
+    };
+
+    void apply(const Pause& pause, bool) { m_paused = pause.paused; }
+
+    void apply(const PadConnection& connection, bool delivered)
+    {
+        m_wanted[static_cast<size_t>(connection.pad)] = connection.connected;
+        m_client[static_cast<size_t>(connection.pad)] = {};
+        if (delivered)
+            deliver({});
+    }
+
+    /// The client's state of a pad changes whether it is delivered or not.
+    void apply(const PadReport& report, bool delivered)
     {
         PadNow& now = m_client[static_cast<size_t>(report.pad)];
         now.buttons = report.buttons.value_or(now.buttons);
@@ -78,7 +98,16 @@ public:
             now.axes[i] = report.axes[i].value_or(now.axes[i]);
         for (size_t i = 0; i < now.triggers.size(); ++i)
             now.triggers[i] = report.triggers[i].value_or(now.triggers[i]);
+        if (delivered)
+            deliver(report.pad);
     }
+
+    /// Raw payloads are not looked into.
+    void apply(const PadPayload&, bool) {}
+
+    /// What no pad brings about.
+    template <typename Kind>
+    requires(Kind::ORIGIN != Origin::PAD) void apply(const Kind&, bool) {}
 
     /// A payload arrives: which pads there are, and the state of one of them.
     void deliver(std::optional<int> pad)
@@ -97,17 +126,6 @@ public:
         if (pad && m_slots[static_cast<size_t>(*pad)])
             report(*m_slots[static_cast<size_t>(*pad)], m_client[static_cast<size_t>(*pad)]);
     }
-
-    std::vector<PadTrace> takeTraces() { return std::move(m_traces); }
-
-private:
-    struct Slot
-    {
-        size_t trace;
-        PadNow before;
-        int hatX;
-        int hatY;
-    };
 
     void report(Slot& slot, const PadNow& now)
     {
@@ -135,6 +153,7 @@ private:
         slot.before = now;
     }
 
+    bool m_paused = false;
     std::array<bool, MAX_PADS> m_wanted{};
     std::array<PadNow, MAX_PADS> m_client{};
     std::array<std::optional<Slot>, MAX_PADS> m_slots;
@@ -168,28 +187,8 @@ void PadAxisRange::take(int value)
 std::vector<PadTrace> expectedPads(std::span<const Played> played)
 {
     Pads pads;
-    bool paused = false;
     for (const Played& entry : played)
-    {
-        const bool delivered = !paused && entry.accepted;
-        const Overloaded take{
-            [&](const Pause& pause) { paused = pause.paused; },
-            [&](const PadConnection& connection)
-            {
-                pads.connect(connection.pad, connection.connected);
-                if (delivered)
-                    pads.deliver({});
-            },
-            [&](const PadReport& report)
-            {
-                pads.change(report);
-                if (delivered)
-                    pads.deliver(report.pad);
-            },
-            [](const auto&) {},
-        };
-        std::visit(take, entry.record->action);
-    }
+        pads.take(entry);
     return pads.takeTraces();
 }
 
