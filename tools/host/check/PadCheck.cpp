@@ -192,10 +192,10 @@ std::vector<PadTrace> expectedPads(std::span<const Played> played)
     return pads.takeTraces();
 }
 
-PadsRecord readPadsRecord(std::istream& in, int64_t fromNs)
+PadsJournal readPadsJournal(std::istream& in, int64_t fromNs)
 {
-    PadsRecord record;
-    std::map<size_t, size_t> traceOf; // by the record's pad number
+    PadsJournal journal;
+    std::map<size_t, size_t> traceOf; // by the journal's pad number
     for (std::string text; std::getline(in, text);)
     {
         const json line = json::parse(text, nullptr, false);
@@ -205,34 +205,34 @@ PadsRecord readPadsRecord(std::istream& in, int64_t fromNs)
         const auto pad = line.value("pad", size_t{0});
         if (event == "pad-added")
         {
-            traceOf[pad] = record.pads.size();
-            record.pads.emplace_back();
+            traceOf[pad] = journal.pads.size();
+            journal.pads.emplace_back();
         }
-        record.overruns += event == "pad-overrun";
+        journal.overruns += event == "pad-overrun";
         const auto known = traceOf.find(pad);
         if (event != "pad-input" || known == traceOf.end())
             continue;
         const int code = line.value("code", 0);
         const int value = line.value("value", 0);
-        PadTrace& trace = record.pads[known->second];
+        PadTrace& trace = journal.pads[known->second];
         if (line.value("type", 0) == EV_KEY || code == ABS_HAT0X || code == ABS_HAT0Y)
             trace.changes.push_back({code, value});
         else
             trace.axes[code].take(value);
     }
-    return record;
+    return journal;
 }
 
-PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsRecord& record)
+PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsJournal& journal)
 {
     PadsReport report;
-    const std::vector<PadTrace>& seen = record.pads;
+    const std::vector<PadTrace>& seen = journal.pads;
     report.padsSent = sent.size();
     report.padsSeen = seen.size();
     if (sent.size() != seen.size())
         report.complaints.push_back(fmt::format("{} gamepads connected, {} seen", sent.size(), seen.size()));
-    if (record.overruns > 0)
-        report.complaints.push_back(fmt::format("the reader of the gamepads was too slow {} times", record.overruns));
+    if (journal.overruns > 0)
+        report.complaints.push_back(fmt::format("the reader of the gamepads was too slow {} times", journal.overruns));
     for (const PadTrace& trace : seen)
         report.changesSeen += trace.changes.size();
     for (size_t pad = 0; pad < sent.size(); ++pad)

@@ -32,7 +32,7 @@ uint16_t scaled(double share, int max)
     return static_cast<uint16_t>(std::lround(share * max));
 }
 
-/// Positions are unsigned on the wire although the record's fields are signed.
+/// Positions are unsigned on the wire although the event's fields are signed.
 int16_t asField(uint16_t value)
 {
     return std::bit_cast<int16_t>(value);

@@ -1,4 +1,4 @@
-/// Turns records of a session into the event records of the streaming stack.
+/// Turns records of a session into the events of the streaming stack.
 #ifndef TOOLS_HOST_PLAY_EVENT_BUILDER_H
 #define TOOLS_HOST_PLAY_EVENT_BUILDER_H
 

@@ -40,8 +40,8 @@ struct RunReport
 
     Expectation expectation;
     InjectionReport injection;
-    std::vector<InputRecord> telemetry;
-    std::vector<PercentileRecord> percentiles;
+    std::vector<InputTelemetry> telemetry;
+    std::vector<PercentileTelemetry> percentiles;
     size_t otherTelemetry = 0;
     std::array<size_t, 8> logLines{}; ///< by level
     std::optional<DesktopReport> desktop;
