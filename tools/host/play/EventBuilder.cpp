@@ -164,11 +164,7 @@ void EventBuilder::fill(const PadConnection& connection, uint64_t capture)
 void EventBuilder::fill(const PadReport& report, uint64_t capture)
 {
     PadState& state = m_pads[static_cast<size_t>(report.pad)];
-    state.buttons = report.buttons.value_or(state.buttons);
-    for (size_t i = 0; i < state.axes.size(); ++i)
-        state.axes[i] = report.axes[i].value_or(state.axes[i]);
-    for (size_t i = 0; i < state.triggers.size(); ++i)
-        state.triggers[i] = report.triggers[i].value_or(state.triggers[i]);
+    state.take(report);
     fillPayload(static_cast<uint16_t>(report.pad), state, capture);
 }
 

@@ -36,14 +36,6 @@ public:
     uint64_t clientClockUs(int64_t timeUs) const;
 
 private:
-    /// One report of a pad, as the client lays it out (little endian, no padding).
-    struct PadState
-    {
-        uint16_t buttons = 0;
-        std::array<int16_t, 4> axes{};
-        std::array<uint8_t, 2> triggers{};
-    };
-
     uint64_t captureUs(const Record& record) const;
 
     // One for each kind of record that a client sends.
@@ -61,6 +53,7 @@ private:
 
     ZustMouseEvent& mouse(ZustMouseEventType type, uint16_t flags, uint64_t capture);
     void fillPayload();
+    /// One report of a pad, as the client lays it out: little endian, no padding.
     void fillPayload(uint16_t pad, const PadState& state, uint64_t capture);
 
     TouchScale m_scale;

@@ -192,13 +192,32 @@ constexpr std::array BUTTON_NAMES{
 };
 
 constexpr std::array PAD_BUTTON_NAMES{
-    PadButtonName{"DPAD_UP", 0x0001, 0},         PadButtonName{"DPAD_DOWN", 0x0002, 0},
-    PadButtonName{"DPAD_LEFT", 0x0004, 0},       PadButtonName{"DPAD_RIGHT", 0x0008, 0},
-    PadButtonName{"START", 0x0010, BTN_START},   PadButtonName{"SELECT", 0x0020, BTN_SELECT},
-    PadButtonName{"THUMBL", 0x0040, BTN_THUMBL}, PadButtonName{"THUMBR", 0x0080, BTN_THUMBR},
-    PadButtonName{"TL", 0x0100, BTN_TL},         PadButtonName{"TR", 0x0200, BTN_TR},
-    PadButtonName{"A", 0x1000, BTN_A},           PadButtonName{"B", 0x2000, BTN_B},
-    PadButtonName{"X", 0x4000, BTN_X},           PadButtonName{"Y", 0x8000, BTN_Y},
+    PadButtonName{"DPAD_UP", PAD_DPAD_UP, 0},
+    PadButtonName{"DPAD_DOWN", PAD_DPAD_DOWN, 0},
+    PadButtonName{"DPAD_LEFT", PAD_DPAD_LEFT, 0},
+    PadButtonName{"DPAD_RIGHT", PAD_DPAD_RIGHT, 0},
+    PadButtonName{"START", PAD_START, BTN_START},
+    PadButtonName{"SELECT", PAD_SELECT, BTN_SELECT},
+    PadButtonName{"THUMBL", PAD_THUMBL, BTN_THUMBL},
+    PadButtonName{"THUMBR", PAD_THUMBR, BTN_THUMBR},
+    PadButtonName{"TL", PAD_TL, BTN_TL},
+    PadButtonName{"TR", PAD_TR, BTN_TR},
+    PadButtonName{"A", PAD_A, BTN_A},
+    PadButtonName{"B", PAD_B, BTN_B},
+    PadButtonName{"X", PAD_X, BTN_X},
+    PadButtonName{"Y", PAD_Y, BTN_Y},
+};
+
+constexpr std::array PAD_AXIS_NAMES{
+    PadAxisName{"leftX", ABS_X, false},
+    PadAxisName{"leftY", ABS_Y, true},
+    PadAxisName{"rightX", ABS_RX, false},
+    PadAxisName{"rightY", ABS_RY, true},
+};
+
+constexpr std::array PAD_TRIGGER_NAMES{
+    PadAxisName{"leftTrigger", ABS_Z, false},
+    PadAxisName{"rightTrigger", ABS_RZ, false},
 };
 
 constexpr std::array PHASE_NAMES{
@@ -302,6 +321,16 @@ std::span<const PadButtonName> padButtonNames()
     return PAD_BUTTON_NAMES;
 }
 
+std::span<const PadAxisName> padAxisNames()
+{
+    return PAD_AXIS_NAMES;
+}
+
+std::span<const PadAxisName> padTriggerNames()
+{
+    return PAD_TRIGGER_NAMES;
+}
+
 std::span<const PhaseName> phaseNames()
 {
     return PHASE_NAMES;
@@ -330,6 +359,16 @@ const ButtonName* findButton(ZustMouseButton button)
 const ButtonName* findButtonByEvdev(uint16_t evdev)
 {
     return find(BUTTON_NAMES, &ButtonName::evdev, evdev);
+}
+
+const PadButtonName* findPadButton(PadButton button)
+{
+    return find(PAD_BUTTON_NAMES, &PadButtonName::bit, button);
+}
+
+const PadButtonName* findPadButtonByEvdev(uint16_t evdev)
+{
+    return evdev == 0 ? nullptr : find(PAD_BUTTON_NAMES, &PadButtonName::evdev, evdev);
 }
 
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase)

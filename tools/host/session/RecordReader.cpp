@@ -298,10 +298,10 @@ void RecordReader::readGamepad(RecordFields& fields)
 
     PadReport report;
     report.pad = pad.value_or(0);
-    for (size_t i = 0; i < PAD_AXIS_NAMES.size(); ++i)
-        report.axes[i] = readPosition<int16_t>(fields, PAD_AXIS_NAMES[i], raw);
-    for (size_t i = 0; i < PAD_TRIGGER_NAMES.size(); ++i)
-        report.triggers[i] = readPosition<uint8_t>(fields, PAD_TRIGGER_NAMES[i], raw);
+    for (size_t i = 0; i < report.axes.size(); ++i)
+        report.axes[i] = readPosition<int16_t>(fields, padAxisNames()[i].name, raw);
+    for (size_t i = 0; i < report.triggers.size(); ++i)
+        report.triggers[i] = readPosition<uint8_t>(fields, padTriggerNames()[i].name, raw);
     const std::string expected =
         fmt::format("the names of all held buttons, joined by | ({})", namesOf(padButtonNames()));
     if (const std::optional<std::string> text = fields.text("buttons", false, expected))

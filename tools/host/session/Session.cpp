@@ -30,6 +30,15 @@ Origin originOf(const Action& action)
 
 } // namespace
 
+void PadState::take(const PadReport& report)
+{
+    buttons = report.buttons.value_or(buttons);
+    for (size_t i = 0; i < axes.size(); ++i)
+        axes[i] = report.axes[i].value_or(axes[i]);
+    for (size_t i = 0; i < triggers.size(); ++i)
+        triggers[i] = report.triggers[i].value_or(triggers[i]);
+}
+
 int64_t Session::durationUs() const
 {
     int64_t end = 0;

@@ -137,13 +137,23 @@ struct PadConnection
     bool operator==(const PadConnection&) const = default;
 };
 
-/// The axes of a pad's report, in the order of PadReport::axes.
-enum PadAxis
+/// The bits of PadReport::buttons.
+enum PadButton : uint16_t
 {
-    PAD_LEFT_X,
-    PAD_LEFT_Y, ///< up is positive, as in the report
-    PAD_RIGHT_X,
-    PAD_RIGHT_Y
+    PAD_DPAD_UP = 0x0001,
+    PAD_DPAD_DOWN = 0x0002,
+    PAD_DPAD_LEFT = 0x0004,
+    PAD_DPAD_RIGHT = 0x0008,
+    PAD_START = 0x0010,
+    PAD_SELECT = 0x0020,
+    PAD_THUMBL = 0x0040,
+    PAD_THUMBR = 0x0080,
+    PAD_TL = 0x0100,
+    PAD_TR = 0x0200,
+    PAD_A = 0x1000,
+    PAD_B = 0x2000,
+    PAD_X = 0x4000,
+    PAD_Y = 0x8000
 };
 
 /// What is not set stays as the pad's previous report had it.
@@ -154,10 +164,20 @@ struct PadReport
 
     int pad = 0;
     std::optional<uint16_t> buttons;
-    std::array<std::optional<int16_t>, 4> axes;
+    std::array<std::optional<int16_t>, 4> axes;     ///< left x and y, right x and y; up is positive
     std::array<std::optional<uint8_t>, 2> triggers; ///< left, right
 
     bool operator==(const PadReport&) const = default;
+};
+
+/// What the reports on a pad come to.
+struct PadState
+{
+    uint16_t buttons = 0;
+    std::array<int16_t, 4> axes{};
+    std::array<uint8_t, 2> triggers{};
+
+    void take(const PadReport& report);
 };
 
 struct PadPayload

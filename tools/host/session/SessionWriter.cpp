@@ -164,15 +164,15 @@ void put(Json& record, const PadReport& report)
         uint16_t unnamed = 0;
         record["buttons"] = padButtonsText(*report.buttons, unnamed);
     }
-    for (size_t i = 0; i < PAD_AXIS_NAMES.size(); ++i)
+    for (size_t i = 0; i < report.axes.size(); ++i)
     {
         if (report.axes[i])
-            record[PAD_AXIS_NAMES[i]] = *report.axes[i];
+            record[padAxisNames()[i].name] = *report.axes[i];
     }
-    for (size_t i = 0; i < PAD_TRIGGER_NAMES.size(); ++i)
+    for (size_t i = 0; i < report.triggers.size(); ++i)
     {
         if (report.triggers[i])
-            record[PAD_TRIGGER_NAMES[i]] = *report.triggers[i];
+            record[padTriggerNames()[i].name] = *report.triggers[i];
     }
     record["raw"] = true;
 }
@@ -183,15 +183,15 @@ std::string words(const PadReport& report)
     uint16_t unnamed = 0;
     if (report.buttons)
         text += fmt::format(", buttons [{}]", padButtonsText(*report.buttons, unnamed));
-    for (size_t i = 0; i < PAD_AXIS_NAMES.size(); ++i)
+    for (size_t i = 0; i < report.axes.size(); ++i)
     {
         if (report.axes[i])
-            text += fmt::format(", {} {:+.3f}", PAD_AXIS_NAMES[i], *report.axes[i] / 32767.0);
+            text += fmt::format(", {} {:+.3f}", padAxisNames()[i].name, *report.axes[i] / 32767.0);
     }
-    for (size_t i = 0; i < PAD_TRIGGER_NAMES.size(); ++i)
+    for (size_t i = 0; i < report.triggers.size(); ++i)
     {
         if (report.triggers[i])
-            text += fmt::format(", {} {:.3f}", PAD_TRIGGER_NAMES[i], *report.triggers[i] / 255.0);
+            text += fmt::format(", {} {:.3f}", padTriggerNames()[i].name, *report.triggers[i] / 255.0);
     }
     return text;
 }
