@@ -1,8 +1,8 @@
 #include "tools/host/check/Expectation.h"
 
+#include "tools/host/session/FindRow.h"
 #include "tools/host/session/Names.h"
 
-#include <algorithm>
 #include <array>
 #include <map>
 #include <optional>
@@ -33,8 +33,7 @@ constexpr int TOUCH_BUTTON = 1;
 
 int xButton(ZustMouseButton button, Backend backend)
 {
-    const auto row =
-        std::find_if(X_BUTTONS.begin(), X_BUTTONS.end(), [&](const XButtons& r) { return r.button == button; });
+    const XButtons* row = findRow(X_BUTTONS, &XButtons::button, button);
     return backend == Backend::XTEST ? row->xtest : row->libinput;
 }
 

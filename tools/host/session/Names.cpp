@@ -1,9 +1,9 @@
 #include "tools/host/session/Names.h"
 
-#include <algorithm>
+#include "tools/host/session/FindRow.h"
+
 #include <array>
 #include <fmt/format.h>
-#include <iterator>
 
 #include <linux/input-event-codes.h>
 
@@ -241,15 +241,6 @@ constexpr std::array MODIFIER_KEYS{
     ModifierKey{ZUST_KEY_RMETA, ZUST_MF_META_RIGHT},
 };
 
-/// The first row of a table whose field has that value; null when there is none.
-template <typename Table, typename Field, typename Value>
-auto find(const Table& table, Field field, const Value& value) -> decltype(std::data(table))
-{
-    const auto found =
-        std::find_if(std::begin(table), std::end(table), [&](const auto& row) { return row.*field == value; });
-    return found == std::end(table) ? nullptr : &*found;
-}
-
 template <typename Table>
 std::optional<uint16_t> parseBits(const Table& table, std::string_view text, std::string& unknown)
 {
@@ -258,7 +249,7 @@ std::optional<uint16_t> parseBits(const Table& table, std::string_view text, std
     {
         const size_t bar = text.find('|');
         const std::string_view name = text.substr(0, bar);
-        const auto* found = find(table, &Table::value_type::name, name);
+        const auto* found = findRow(table, &Table::value_type::name, name);
         if (!found)
         {
             unknown = name;
@@ -333,42 +324,42 @@ std::span<const PhaseName> phaseNames()
 
 const KeyName* findKey(std::string_view name)
 {
-    return find(KEY_NAMES, &KeyName::name, name);
+    return findRow(KEY_NAMES, &KeyName::name, name);
 }
 
 const KeyName* findKey(ZustKeyCode code)
 {
-    return find(KEY_NAMES, &KeyName::code, code);
+    return findRow(KEY_NAMES, &KeyName::code, code);
 }
 
 const KeyName* findKeyByEvdev(uint16_t evdev)
 {
-    return evdev == 0 ? nullptr : find(KEY_NAMES, &KeyName::evdev, evdev);
+    return evdev == 0 ? nullptr : findRow(KEY_NAMES, &KeyName::evdev, evdev);
 }
 
 const ButtonName* findButton(ZustMouseButton button)
 {
-    return find(BUTTON_NAMES, &ButtonName::button, button);
+    return findRow(BUTTON_NAMES, &ButtonName::button, button);
 }
 
 const ButtonName* findButtonByEvdev(uint16_t evdev)
 {
-    return find(BUTTON_NAMES, &ButtonName::evdev, evdev);
+    return findRow(BUTTON_NAMES, &ButtonName::evdev, evdev);
 }
 
 const PadButtonName* findPadButton(PadButton button)
 {
-    return find(PAD_BUTTON_NAMES, &PadButtonName::bit, button);
+    return findRow(PAD_BUTTON_NAMES, &PadButtonName::bit, button);
 }
 
 const PadButtonName* findPadButtonByEvdev(uint16_t evdev)
 {
-    return evdev == 0 ? nullptr : find(PAD_BUTTON_NAMES, &PadButtonName::evdev, evdev);
+    return evdev == 0 ? nullptr : findRow(PAD_BUTTON_NAMES, &PadButtonName::evdev, evdev);
 }
 
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase)
 {
-    const PhaseName* found = find(PHASE_NAMES, &PhaseName::phase, phase);
+    const PhaseName* found = findRow(PHASE_NAMES, &PhaseName::phase, phase);
     return found ? found->name : "?";
 }
 
@@ -379,7 +370,7 @@ bool isModifier(ZustKeyCode code)
 
 uint16_t modifierFlag(ZustKeyCode code)
 {
-    const ModifierKey* found = find(MODIFIER_KEYS, &ModifierKey::code, code);
+    const ModifierKey* found = findRow(MODIFIER_KEYS, &ModifierKey::code, code);
     return found ? found->flag : uint16_t{0};
 }
 

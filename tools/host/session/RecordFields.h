@@ -4,6 +4,7 @@
 
 #include "StreamSdk/include/ZuStreamInput.h"
 #include "tools/host/session/FileErrors.h"
+#include "tools/host/session/FindRow.h"
 
 #include <cstdint>
 #include <fmt/format.h>
@@ -83,13 +84,10 @@ const Row* RecordFields::oneOf(std::string_view name, std::span<const Row> table
     const std::optional<std::string> given = text(name, true, expected);
     if (!given)
         return nullptr;
-    for (const Row& row : table)
-    {
-        if (row.name == *given)
-            return &row;
-    }
-    fail(name, fmt::format("\"{}\" is no {}; expected {}", *given, name, expected));
-    return nullptr;
+    const Row* row = findRow(table, &Row::name, *given);
+    if (!row)
+        fail(name, fmt::format("\"{}\" is no {}; expected {}", *given, name, expected));
+    return row;
 }
 
 /// A JSON value as it stands in messages: shortened when it is long.

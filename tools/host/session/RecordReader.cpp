@@ -1,5 +1,6 @@
 #include "tools/host/session/RecordReader.h"
 
+#include "tools/host/session/FindRow.h"
 #include "tools/host/session/Names.h"
 
 #include <algorithm>
@@ -66,7 +67,7 @@ constexpr std::array<RecordReader::Type, 20> RecordReader::TYPES{{
 template <typename... Kinds>
 constexpr bool RecordReader::readsAll(std::type_identity<std::variant<Kinds...>>)
 {
-    return (std::any_of(TYPES.begin(), TYPES.end(), [](const Type& row) { return row.name == Kinds::TYPE; }) && ...);
+    return (findRow(TYPES, &Type::name, Kinds::TYPE) && ...);
 }
 
 void RecordReader::read(const json& record, int line)
@@ -87,8 +88,8 @@ void RecordReader::read(const json& record, int line)
     }
     if (headerExpected)
         m_errors.add({line, 0, "type", R"(expected "session": the first record is the header)"});
-    const auto found = std::find_if(TYPES.begin(), TYPES.end(), [&](const Type& row) { return row.name == name; });
-    if (found == TYPES.end())
+    const Type* found = findRow(TYPES, &Type::name, name);
+    if (!found)
     {
         const std::string given = type == record.end() ? "missing" : shown(*type) + " is no type of record";
         fields.fail("type", fmt::format("{}; expected one of {}", given, namesOf(TYPES)));
