@@ -33,6 +33,27 @@ std::string_view trimmed(std::string_view text)
 // stack at each level.
 constexpr int DEEPEST = 16;
 
+FileError syntaxError(const json::exception& error, const std::string& line, int number)
+{
+    int column = 0;
+    if (const auto* at = dynamic_cast<const json::parse_error*>(&error))
+    {
+        // The position counts bytes and stands behind the last one that was read.
+        const size_t bytes = std::min(at->byte == 0 ? size_t{0} : at->byte - 1, line.size());
+        column = 1
+                 + static_cast<int>(std::count_if(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(bytes),
+                                                  [](char byte)
+                                                  { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
+    }
+    std::string text = error.what();
+    // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error while ..."
+    if (const size_t prefix = text.find("syntax error"); prefix != std::string::npos)
+        text.erase(0, prefix);
+    else if (const size_t bracket = text.find("] "); bracket != std::string::npos)
+        text.erase(0, bracket + 2);
+    return {number, column, "", text};
+}
+
 void parseLine(const std::string& line, int number, RecordReader& reader, ErrorList& errors)
 {
     std::vector<std::set<std::string>> open;
@@ -61,24 +82,8 @@ void parseLine(const std::string& line, int number, RecordReader& reader, ErrorL
     }
     catch (const json::exception& error)
     {
-        int column = 0;
-        if (const auto* at = dynamic_cast<const json::parse_error*>(&error))
-        {
-            // The position counts bytes and stands behind the last one that was read.
-            const size_t bytes = std::min(at->byte == 0 ? size_t{0} : at->byte - 1, line.size());
-            column = 1
-                     + static_cast<int>(std::count_if(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(bytes),
-                                                      [](char byte)
-                                                      { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-        }
-        std::string text = error.what();
-        // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error while ..."
-        if (const size_t prefix = text.find("syntax error"); prefix != std::string::npos)
-            text.erase(0, prefix);
-        else if (const size_t bracket = text.find("] "); bracket != std::string::npos)
-            text.erase(0, bracket + 2);
         reader.skipHeader(); // an unreadable header is one mistake, not one per line
-        errors.add({number, column, "", text});
+        errors.add(syntaxError(error, line, number));
         return;
     }
     if (tooDeep)
