@@ -4,6 +4,7 @@
 #include <optional>
 #include <sstream>
 
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
 

@@ -164,8 +164,8 @@ void compareDesktop(RunReport& report, const PlayOptions& options, const Session
 {
     const auto compare = [&](std::istream& in)
     {
-        const DesktopRecord record = readDesktopRecord(in, report.startNs);
-        report.desktop = checkDesktop(report.expectation, session.expectedText(), record, options.backend);
+        const DesktopJournal journal = readDesktopJournal(in, report.startNs);
+        report.desktop = checkDesktop(report.expectation, session.expectedText(), journal, options.backend);
         return report.desktop->good();
     };
     report.desktopProblem = compareWhenQuiet(options.desktopRecord, compare);
@@ -176,7 +176,7 @@ void comparePads(RunReport& report, const PlayOptions& options, const std::vecto
     const std::vector<PadTrace> sent = expectedPads(played);
     const auto compare = [&](std::istream& in)
     {
-        report.pads = checkPads(sent, readPadsRecord(in, report.startNs));
+        report.pads = checkPads(sent, readPadsJournal(in, report.startNs));
         return report.pads->complaints.empty();
     };
     report.padsProblem = compareWhenQuiet(options.padsRecord, compare);
@@ -239,9 +239,9 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
     if (watched)
         report.injection =
             reportInjection(played, report.expectation, injectionWatch().writes(), injectionWatch(), options.speed);
-    report.telemetry = telemetry.inputRecords();
-    report.percentiles = telemetry.percentileRecords();
-    report.otherTelemetry = telemetry.otherRecords();
+    report.telemetry = telemetry.inputs();
+    report.percentiles = telemetry.percentiles();
+    report.otherTelemetry = telemetry.others();
     console.flush();
     for (size_t level = 0; level < report.logLines.size(); ++level)
         report.logLines[level] = console.logged(static_cast<ZustLogLevel>(level));

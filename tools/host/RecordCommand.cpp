@@ -1,6 +1,7 @@
 #include "tools/host/Commands.h"
 #include "tools/host/Console.h"
-#include "tools/host/capture/LiveCapture.h"
+#include "tools/host/capture/SessionConverter.h"
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionWriter.h"
 #include "tools/shared/OutputFile.h"
 #include "tools/shared/Signals.h"

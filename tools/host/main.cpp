@@ -2,7 +2,12 @@
 
 #include "tools/host/Commands.h"
 #include "tools/host/play/NetworkModel.h"
+#include "tools/host/PlayCommand.h"
+#include "tools/host/RecordCommand.h"
+#include "tools/host/report/LogLevels.h"
 #include "tools/host/session/FileErrors.h"
+#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/SessionWriter.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

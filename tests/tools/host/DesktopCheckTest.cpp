@@ -57,8 +57,8 @@ protected:
     DesktopReport check(Backend backend = Backend::XTEST)
     {
         std::istringstream in(m_desktop);
-        const DesktopRecord record = readDesktopRecord(in, START);
-        return checkDesktop(expectationOf(m_played, backend), m_session.expectedText(), record, backend);
+        const DesktopJournal journal = readDesktopJournal(in, START);
+        return checkDesktop(expectationOf(m_played, backend), m_session.expectedText(), journal, backend);
     }
 
     static std::vector<int> lines(const std::vector<const Record*>& records)

@@ -1,6 +1,6 @@
 #include "tools/host/capture/EvemuImport.h"
 
-#include "tools/host/session/SessionParser.h"
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionWriter.h"
 
 #include <cstdlib>

@@ -25,6 +25,8 @@ namespace
 {
 
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
 constexpr int64_t MS = 1000000;

@@ -11,6 +11,7 @@ namespace host
 namespace
 {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 using Items = std::vector<NetworkModel::Item>;

@@ -70,7 +70,7 @@ TEST(PadCheckTest, WhatDiffersIsTold)
     struct Row
     {
         const char* name;
-        std::string record;
+        std::string journal;
         std::string complaint;
     };
     const Row rows[] = {
@@ -91,8 +91,8 @@ TEST(PadCheckTest, WhatDiffersIsTold)
     for (const Row& row : rows)
     {
         SCOPED_TRACE(row.name);
-        std::istringstream in(row.record);
-        const PadsReport report = checkPads(sent, readPadsRecord(in, START));
+        std::istringstream in(row.journal);
+        const PadsReport report = checkPads(sent, readPadsJournal(in, START));
         EXPECT_EQ(fmt::format("{}", fmt::join(report.complaints, "; ")), row.complaint);
         EXPECT_EQ(report.changesSent, 8u);
     }

@@ -12,6 +12,7 @@ namespace
 {
 
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::SizeIs;
 
 Session parse(const std::string& text)

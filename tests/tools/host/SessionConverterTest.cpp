@@ -1,5 +1,6 @@
 #include "tools/host/capture/SessionConverter.h"
 
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
 

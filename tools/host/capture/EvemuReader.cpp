@@ -1,6 +1,6 @@
 #include "tools/host/capture/EvemuReader.h"
 
-#include "tools/host/session/RecordFields.h"
+#include "tools/host/session/FileErrors.h"
 
 #include <cstdio>
 #include <fmt/format.h>
@@ -105,11 +105,7 @@ void readEvemu(std::istream& in, const std::string& fileName, DeviceDescription&
     }
     if (in.bad())
         errors.add({0, 0, "", "cannot be read to its end"});
-    if (!errors.empty())
-    {
-        const size_t omitted = errors.omitted();
-        throw FileErrors(fileName, errors.take(), omitted);
-    }
+    errors.throwIfAny(fileName);
     while (!device.name.empty() && device.name.back() == '\r')
         device.name.pop_back();
 }

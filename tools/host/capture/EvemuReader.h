@@ -3,7 +3,6 @@
 #define TOOLS_HOST_CAPTURE_EVEMU_READER_H
 
 #include "tools/host/capture/DeviceDescription.h"
-#include "tools/host/session/FileErrors.h"
 
 #include <iosfwd>
 #include <string>

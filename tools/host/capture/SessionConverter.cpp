@@ -26,33 +26,17 @@ constexpr int64_t SETTLE_US = 1000000;
 constexpr int32_t MOST_WHEEL_STEPS = 5;
 constexpr int16_t WHEEL_STEP = 120;
 
-struct PadAxisCode
-{
-    uint16_t code;
-    PadAxis axis;
-    bool negated; ///< evdev's up is negative, the report's is positive
-};
-
-constexpr std::array PAD_AXES{
-    PadAxisCode{ABS_X, PAD_LEFT_X, false},
-    PadAxisCode{ABS_Y, PAD_LEFT_Y, true},
-    PadAxisCode{ABS_RX, PAD_RIGHT_X, false},
-    PadAxisCode{ABS_RY, PAD_RIGHT_Y, true},
-};
-
-constexpr std::array PAD_TRIGGERS{ABS_Z, ABS_RZ};
-
 /// The two ends of an axis of the D-pad, as buttons of the report.
 struct HatCode
 {
     uint16_t code;
-    uint16_t negative;
-    uint16_t positive;
+    PadButton negative;
+    PadButton positive;
 };
 
 constexpr std::array PAD_HATS{
-    HatCode{ABS_HAT0X, 0x0004, 0x0008},
-    HatCode{ABS_HAT0Y, 0x0001, 0x0002},
+    HatCode{ABS_HAT0X, PAD_DPAD_LEFT, PAD_DPAD_RIGHT},
+    HatCode{ABS_HAT0Y, PAD_DPAD_UP, PAD_DPAD_DOWN},
 };
 
 } // namespace
@@ -245,10 +229,8 @@ void SessionConverter::Device::key(const DeviceEvent& event)
     }
     if (event.code == BTN_TOUCH && m_axisUse == AxisUse::MULTITOUCH)
         return; // says nothing that the contacts do not say
-    const auto pads = padButtonNames();
-    const auto pad = std::find_if(pads.begin(), pads.end(),
-                                  [&](const PadButtonName& row) { return row.evdev != 0 && row.evdev == event.code; });
-    if (m_axisUse == AxisUse::GAMEPAD && pad != pads.end())
+    const PadButtonName* pad = m_axisUse == AxisUse::GAMEPAD ? findPadButtonByEvdev(event.code) : nullptr;
+    if (pad)
     {
         m_padButtons = static_cast<uint16_t>(down ? m_padButtons | pad->bit : m_padButtons & ~pad->bit);
         m_pad.buttons = m_padButtons;
@@ -352,21 +334,20 @@ void SessionConverter::Device::padAxis(const DeviceEvent& event)
         m_pad.buttons = m_padButtons;
         return;
     }
-    for (size_t i = 0; i < PAD_TRIGGERS.size(); ++i)
+    for (size_t i = 0; i < m_pad.triggers.size(); ++i)
     {
-        if (PAD_TRIGGERS[i] == event.code)
-        {
-            m_pad.triggers[i] = static_cast<uint8_t>(std::lround(share(event) * UINT8_MAX));
-            return;
-        }
+        if (padTriggerNames()[i].evdev != event.code)
+            continue;
+        m_pad.triggers[i] = static_cast<uint8_t>(std::lround(share(event) * UINT8_MAX));
+        return;
     }
-    for (const PadAxisCode& axis : PAD_AXES)
+    for (size_t i = 0; i < m_pad.axes.size(); ++i)
     {
-        if (axis.code != event.code)
+        const PadAxisName& axis = padAxisNames()[i];
+        if (axis.evdev != event.code)
             continue;
         const long value = std::lround(share(event) * UINT16_MAX) + INT16_MIN;
-        m_pad.axes[axis.axis] =
-            static_cast<int16_t>(std::clamp<long>(axis.negated ? -value : value, INT16_MIN, INT16_MAX));
+        m_pad.axes[i] = static_cast<int16_t>(std::clamp<long>(axis.negated ? -value : value, INT16_MIN, INT16_MAX));
         return;
     }
     note(fmt::format("absolute axis {:#x}, which the pad's report does not have", event.code));

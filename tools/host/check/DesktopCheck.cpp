@@ -55,47 +55,47 @@ T field(const json& line, const char* name, T fallback)
         return found->is_number() ? found->get<T>() : fallback;
 }
 
-void takeLine(DesktopRecord& record, const json& line, std::set<int>& keysHeld, std::set<int>& buttonsHeld)
+void takeLine(DesktopJournal& journal, const json& line, std::set<int>& keysHeld, std::set<int>& buttonsHeld)
 {
     const auto event = field<std::string>(line, "event", "");
     const auto time = field<int64_t>(line, "t", 0);
     if (event == "key-press")
     {
         const int code = field(line, "keycode", 0);
-        appendText(record.text, field<std::string>(line, "text", ""));
+        appendText(journal.text, field<std::string>(line, "text", ""));
         // The desktop records what a press adds; what Backspace takes away shows by the key's symbol.
         if (field<std::string>(line, "keysym", "") == "BackSpace" && field<std::string>(line, "text", "").empty()
             && (field(line, "state", 0u) & X_SHORTCUT_MODIFIERS) == 0)
-            eraseLastCharacter(record.text);
+            eraseLastCharacter(journal.text);
         keysHeld.insert(code);
         if (!field(line, "repeat", false))
-            record.keys.push_back({code, time});
+            journal.keys.push_back({code, time});
     }
     else if (event == "key-release")
         keysHeld.erase(field(line, "keycode", 0));
     else if (event == "composed-text")
-        appendText(record.text, field<std::string>(line, "text", ""));
+        appendText(journal.text, field<std::string>(line, "text", ""));
     else if (event == "button-press")
     {
         const int button = field(line, "button", 0);
-        record.buttons.push_back({button, time});
+        journal.buttons.push_back({button, time});
         buttonsHeld.insert(button);
     }
     else if (event == "button-release")
         buttonsHeld.erase(field(line, "button", 0));
     else if (event == "motion")
     {
-        ++record.motions;
-        record.pointerX = field(line, "x", 0.0);
-        record.pointerY = field(line, "y", 0.0);
+        ++journal.motions;
+        journal.pointerX = field(line, "x", 0.0);
+        journal.pointerY = field(line, "y", 0.0);
     }
     else if (event == "touch-begin")
-        ++record.touches;
+        ++journal.touches;
 }
 
 /// Pairs what was sent with what was seen: equal codes, seen after it was sent and within the allowed time, order kept;
 /// as many pairs as there can be. \return for each sent press the index of the seen one, or -1
-std::vector<int> match(const std::vector<ExpectedPress>& sent, const std::vector<DesktopRecord::Press>& seen,
+std::vector<int> match(const std::vector<ExpectedPress>& sent, const std::vector<DesktopJournal::Press>& seen,
                        int offset)
 {
     // The longest increasing run of candidate pairs: sent presses in order, for each its candidates from last to first
@@ -144,11 +144,11 @@ bool isModifierKeycode(int keycode)
     return key && isModifier(key->code);
 }
 
-void checkKeys(DesktopReport& report, const Expectation& expectation, const DesktopRecord& record)
+void checkKeys(DesktopReport& report, const Expectation& expectation, const DesktopJournal& journal)
 {
-    std::vector<DesktopRecord::Press> presses;
-    std::copy_if(record.keys.begin(), record.keys.end(), std::back_inserter(presses),
-                 [](const DesktopRecord::Press& press) { return !isModifierKeycode(press.code); });
+    std::vector<DesktopJournal::Press> presses;
+    std::copy_if(journal.keys.begin(), journal.keys.end(), std::back_inserter(presses),
+                 [](const DesktopJournal::Press& press) { return !isModifierKeycode(press.code); });
     const std::vector<int> matched = match(expectation.keys, presses, X_KEYCODE_OFFSET);
 
     std::vector<bool> used(presses.size());
@@ -172,12 +172,12 @@ void checkKeys(DesktopReport& report, const Expectation& expectation, const Desk
 }
 
 /// Each button by itself: mouse and touch reach X on different ways, and their order among each other is not promised.
-void checkButtons(DesktopReport& report, const Expectation& expectation, const DesktopRecord& record)
+void checkButtons(DesktopReport& report, const Expectation& expectation, const DesktopJournal& journal)
 {
-    std::map<int, std::pair<std::vector<ExpectedPress>, std::vector<DesktopRecord::Press>>> byButton;
+    std::map<int, std::pair<std::vector<ExpectedPress>, std::vector<DesktopJournal::Press>>> byButton;
     for (const ExpectedPress& press : expectation.buttons)
         byButton[press.code].first.push_back(press);
-    for (const DesktopRecord::Press& press : record.buttons)
+    for (const DesktopJournal::Press& press : journal.buttons)
         byButton[press.code].second.push_back(press);
     for (const auto& [button, presses] : byButton)
     {
@@ -215,9 +215,9 @@ std::string quoted(const std::string& text)
 
 } // namespace
 
-DesktopRecord readDesktopRecord(std::istream& in, int64_t fromNs)
+DesktopJournal readDesktopJournal(std::istream& in, int64_t fromNs)
 {
-    DesktopRecord record;
+    DesktopJournal journal;
     std::set<int> keysHeld;
     std::set<int> buttonsHeld;
     std::string text;
@@ -227,39 +227,39 @@ DesktopRecord readDesktopRecord(std::istream& in, int64_t fromNs)
         const json line = json::parse(text, nullptr, false);
         if (!line.is_object() || !line.contains("event"))
         {
-            record.brokenLines += complete && !text.empty() ? 1 : 0;
+            journal.brokenLines += complete && !text.empty() ? 1 : 0;
             continue;
         }
         if (field<int64_t>(line, "t", 0) >= fromNs)
-            takeLine(record, line, keysHeld, buttonsHeld);
+            takeLine(journal, line, keysHeld, buttonsHeld);
     }
-    record.keysHeld.assign(keysHeld.begin(), keysHeld.end());
-    record.buttonsHeld.assign(buttonsHeld.begin(), buttonsHeld.end());
-    return record;
+    journal.keysHeld.assign(keysHeld.begin(), keysHeld.end());
+    journal.buttonsHeld.assign(buttonsHeld.begin(), buttonsHeld.end());
+    return journal;
 }
 
-DesktopReport checkDesktop(const Expectation& expectation, const std::string* expectedText, const DesktopRecord& record,
-                           Backend backend)
+DesktopReport checkDesktop(const Expectation& expectation, const std::string* expectedText,
+                           const DesktopJournal& journal, Backend backend)
 {
     DesktopReport report;
-    checkKeys(report, expectation, record);
-    checkButtons(report, expectation, record);
-    report.stuckKeys = record.keysHeld;
-    report.stuckButtons = record.buttonsHeld;
+    checkKeys(report, expectation, journal);
+    checkButtons(report, expectation, journal);
+    report.stuckKeys = journal.keysHeld;
+    report.stuckButtons = journal.buttonsHeld;
     report.textExpected = expectedText != nullptr;
-    report.seenText = record.text;
+    report.seenText = journal.text;
     if (expectedText)
     {
         report.expectedText = *expectedText;
-        report.textEqual = record.text == *expectedText;
+        report.textEqual = journal.text == *expectedText;
     }
     report.movesSent = expectation.moves;
-    report.motionsSeen = record.motions;
+    report.motionsSeen = journal.motions;
     report.fingersSent = expectation.fingersDown;
-    report.touchesSeen = record.touches;
+    report.touchesSeen = journal.touches;
     report.touchesChecked = backend == Backend::UINPUT || backend == Backend::DEFAULT;
-    report.pointerX = record.pointerX;
-    report.pointerY = record.pointerY;
+    report.pointerX = journal.pointerX;
+    report.pointerY = journal.pointerY;
     return report;
 }
 

@@ -14,7 +14,7 @@ namespace host
 {
 
 /// What zuis-desktop saw, as far as it is compared. Times are CLOCK_MONOTONIC, ns.
-struct DesktopRecord
+struct DesktopJournal
 {
     struct Press
     {
@@ -34,9 +34,9 @@ struct DesktopRecord
     size_t brokenLines = 0; ///< lines that are no JSON object with an "event"
 };
 
-/// Reads a record (JSON Lines); events before `fromNs` are not taken. The last line may be incomplete: zuis-desktop may
-/// still be writing.
-DesktopRecord readDesktopRecord(std::istream& in, int64_t fromNs);
+/// Reads a journal (JSON Lines); events before `fromNs` are not taken. The last line may be incomplete: zuis-desktop
+/// may still be writing.
+DesktopJournal readDesktopJournal(std::istream& in, int64_t fromNs);
 
 struct SeenCount
 {
@@ -73,8 +73,8 @@ struct DesktopReport
 };
 
 /// \param expectedText null when the session expects none
-DesktopReport checkDesktop(const Expectation& expectation, const std::string* expectedText, const DesktopRecord& record,
-                           Backend backend);
+DesktopReport checkDesktop(const Expectation& expectation, const std::string* expectedText,
+                           const DesktopJournal& journal, Backend backend);
 
 } // namespace host
 

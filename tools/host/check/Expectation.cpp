@@ -1,8 +1,8 @@
 #include "tools/host/check/Expectation.h"
 
+#include "tools/host/session/FindRow.h"
 #include "tools/host/session/Names.h"
 
-#include <algorithm>
 #include <array>
 #include <map>
 #include <optional>
@@ -33,8 +33,7 @@ constexpr int TOUCH_BUTTON = 1;
 
 int xButton(ZustMouseButton button, Backend backend)
 {
-    const auto row =
-        std::find_if(X_BUTTONS.begin(), X_BUTTONS.end(), [&](const XButtons& r) { return r.button == button; });
+    const XButtons* row = findRow(X_BUTTONS, &XButtons::button, button);
     return backend == Backend::XTEST ? row->xtest : row->libinput;
 }
 
@@ -51,10 +50,24 @@ public:
     Expectation result() { return std::move(m_result); }
 
 private:
-    void control(const Action& action);
-    void key(const KeyInput& input, const Played& played);
-    void button(const ButtonInput& input, const Played& played);
-    void touch(const TouchFrame& frame, const Played& played);
+    bool reachesDevices(const Played& played);
+
+    // One for each kind of record; the last stands for those without consequences here.
+    void apply(const KeyInput& input, const Played& played);
+    void apply(const ButtonInput& input, const Played& played);
+    void apply(const WheelInput& wheel, const Played& played);
+    void apply(const TouchFrame& frame, const Played& played);
+    void apply(const BlockKey& change, const Played&);
+    void apply(const UnblockAll&, const Played&) { m_blocked.clear(); }
+    void apply(const Pause& pause, const Played&) { m_paused = pause.paused; }
+    void apply(const Reset&, const Played&);
+    void apply(const TouchEnable& touch, const Played&) { m_touchEnabled = m_touchEnabled || touch.enable; }
+    void apply(const AnyOf<RelativeMove, AbsoluteMove, PixelMove, MouseSettingsInput, PadConnection, PadReport,
+                           PadPayload, AllowMouseSettings, Wait, Expect> auto&,
+               const Played&)
+    {
+    }
+
     bool blocked(const KeyInput& input) const;
     void press(int xButtonNumber, const Played& played);
 
@@ -70,61 +83,42 @@ private:
 void Account::take(const Played& played)
 {
     const Action& action = played.record->action;
-    if (isControl(action))
-    {
-        control(action);
-        return;
-    }
+    if (isControl(action) || reachesDevices(played))
+        std::visit([&](const auto& kind) { apply(kind, played); }, action);
+}
+
+/// Whether an event of the client is injected; counts it either way.
+bool Account::reachesDevices(const Played& played)
+{
     if (!played.accepted)
     {
         ++m_result.refusedEvents;
-        return;
+        return false;
     }
     if (m_paused)
     {
         ++m_result.pausedEvents;
-        return;
+        return false;
     }
-    if (isMouse(action))
+    if (isMouse(played.record->action))
         m_result.mouseReports.push_back(&played);
-    if (isMove(action))
+    if (isMove(played.record->action))
         ++m_result.moves;
-
-    const Overloaded handle{
-        [&](const KeyInput& input) { key(input, played); },
-        [&](const ButtonInput& input) { button(input, played); },
-        [&](const WheelInput& wheel)
-        {
-            // Only the sign counts, and 0 turns up.
-            m_result.buttons.push_back({wheel.vertical < 0 ? WHEEL_DOWN : WHEEL_UP, played.deliveredNs, played.record});
-        },
-        [&](const TouchFrame& frame) { touch(frame, played); },
-        [](const auto&) {},
-    };
-    std::visit(handle, action);
+    return true;
 }
 
-void Account::control(const Action& action)
+void Account::apply(const BlockKey& change, const Played&)
 {
-    const Overloaded handle{
-        [&](const BlockKey& change)
-        {
-            if (change.block)
-                m_blocked[change.flags].insert(change.key);
-            else
-                m_blocked[change.flags].erase(change.key);
-        },
-        [&](const UnblockAll&) { m_blocked.clear(); },
-        [&](const Pause& pause) { m_paused = pause.paused; },
-        [&](const Reset&)
-        {
-            m_keysDown.clear();
-            m_buttonsDown.clear();
-        },
-        [&](const TouchEnable& touch) { m_touchEnabled = m_touchEnabled || touch.enable; },
-        [](const auto&) {},
-    };
-    std::visit(handle, action);
+    if (change.block)
+        m_blocked[change.flags].insert(change.key);
+    else
+        m_blocked[change.flags].erase(change.key);
+}
+
+void Account::apply(const Reset&, const Played&)
+{
+    m_keysDown.clear();
+    m_buttonsDown.clear();
 }
 
 bool Account::blocked(const KeyInput& input) const
@@ -133,7 +127,7 @@ bool Account::blocked(const KeyInput& input) const
     return entry != m_blocked.end() && (entry->second.contains(input.key) || entry->second.contains(ZUST_KEY_ALL));
 }
 
-void Account::key(const KeyInput& input, const Played& played)
+void Account::apply(const KeyInput& input, const Played& played)
 {
     if (input.state != ZUST_KEYSTATE_DOWN)
     {
@@ -157,7 +151,13 @@ void Account::press(int xButtonNumber, const Played& played)
         m_result.buttons.push_back({xButtonNumber, played.deliveredNs, played.record});
 }
 
-void Account::button(const ButtonInput& input, const Played& played)
+void Account::apply(const WheelInput& wheel, const Played& played)
+{
+    // Only the sign counts, and 0 turns up.
+    m_result.buttons.push_back({wheel.vertical < 0 ? WHEEL_DOWN : WHEEL_UP, played.deliveredNs, played.record});
+}
+
+void Account::apply(const ButtonInput& input, const Played& played)
 {
     const int number = xButton(input.button, m_backend);
     if (input.down)
@@ -166,7 +166,7 @@ void Account::button(const ButtonInput& input, const Played& played)
         m_buttonsDown.erase(number);
 }
 
-void Account::touch(const TouchFrame& frame, const Played& played)
+void Account::apply(const TouchFrame& frame, const Played& played)
 {
     if (!m_touchEnabled)
         return;

@@ -1,7 +1,5 @@
 #include "tools/host/check/InjectionReport.h"
 
-#include "tools/host/session/Names.h"
-
 #include <algorithm>
 #include <cmath>
 

@@ -1,4 +1,4 @@
-/// What the watch saw of a played session, held against what was expected.
+/// Compares what a session should have caused with what the library wrote to its devices.
 #ifndef TOOLS_HOST_CHECK_INJECTION_REPORT_H
 #define TOOLS_HOST_CHECK_INJECTION_REPORT_H
 
@@ -6,7 +6,6 @@
 #include "tools/host/play/InjectionWatch.h"
 #include "tools/host/session/Statistics.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <span>

@@ -1,5 +1,7 @@
 #include "tools/host/check/PadCheck.h"
 
+#include "tools/host/session/Names.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -20,25 +22,8 @@ using nlohmann::json;
 // A stick's fuzz is 16: a change below twice that is averaged with the value before it.
 constexpr int STICK_TOLERANCE = 32;
 
-struct ButtonCode
-{
-    uint16_t bit;
-    int code;
-};
-constexpr std::array BUTTONS{
-    ButtonCode{0x1000, BTN_SOUTH},  ButtonCode{0x2000, BTN_EAST},  ButtonCode{0x4000, BTN_NORTH},
-    ButtonCode{0x8000, BTN_WEST},   ButtonCode{0x0100, BTN_TL},    ButtonCode{0x0200, BTN_TR},
-    ButtonCode{0x0020, BTN_SELECT}, ButtonCode{0x0010, BTN_START}, ButtonCode{0x0040, BTN_THUMBL},
-    ButtonCode{0x0080, BTN_THUMBR},
-};
-constexpr uint16_t DPAD_UP = 1, DPAD_DOWN = 2, DPAD_LEFT = 4, DPAD_RIGHT = 8;
-
-struct PadNow
-{
-    uint16_t buttons = 0;
-    std::array<int16_t, 4> axes{};
-    std::array<uint8_t, 2> triggers{};
-};
+// In the order in which the library writes the changes of one report.
+constexpr std::array BUTTONS{PAD_A, PAD_B, PAD_X, PAD_Y, PAD_TL, PAD_TR, PAD_SELECT, PAD_START, PAD_THUMBL, PAD_THUMBR};
 
 bool isStick(int axis)
 {
@@ -62,23 +47,47 @@ void takeHat(PadTrace& trace, int axis, uint16_t before, uint16_t now, std::arra
 class Pads
 {
 public:
-    void connect(int pad, bool connected)
+    void take(const Played& played)
     {
-        auto& slot = m_wanted[static_cast<size_t>(pad)];
-        slot = connected;
-        m_client[static_cast<size_t>(pad)] = {};
+        const bool delivered = !m_paused && played.accepted;
+        std::visit([&](const auto& kind) { apply(kind, delivered); }, played.record->action);
     }
 
-    /// The client's state of a pad, whether it is delivered or not.
-    void change(const PadReport& report)
+    std::vector<PadTrace> takeTraces() { return std::move(m_traces); }
+
+private:
+    struct Slot
     {
-        PadNow& now = m_client[static_cast<size_t>(report.pad)];
-        now.buttons = report.buttons.value_or(now.buttons);
-        for (size_t i = 0; i < now.axes.size(); ++i)
-            now.axes[i] = report.axes[i].value_or(now.axes[i]);
-        for (size_t i = 0; i < now.triggers.size(); ++i)
-            now.triggers[i] = report.triggers[i].value_or(now.triggers[i]);
+        size_t trace;
+        PadState before;
+        int hatX;
+        int hatY;
+    };
+
+    void apply(const Pause& pause, bool) { m_paused = pause.paused; }
+
+    void apply(const PadConnection& connection, bool delivered)
+    {
+        m_wanted[static_cast<size_t>(connection.pad)] = connection.connected;
+        m_client[static_cast<size_t>(connection.pad)] = {};
+        if (delivered)
+            deliver({});
     }
+
+    /// The client's state of a pad changes whether it is delivered or not.
+    void apply(const PadReport& report, bool delivered)
+    {
+        m_client[static_cast<size_t>(report.pad)].take(report);
+        if (delivered)
+            deliver(report.pad);
+    }
+
+    /// Raw payloads are not looked into.
+    void apply(const PadPayload&, bool) {}
+
+    /// What no pad brings about.
+    template <typename Kind>
+    requires(Kind::ORIGIN != Origin::PAD) void apply(const Kind&, bool) {}
 
     /// A payload arrives: which pads there are, and the state of one of them.
     void deliver(std::optional<int> pad)
@@ -98,45 +107,34 @@ public:
             report(*m_slots[static_cast<size_t>(*pad)], m_client[static_cast<size_t>(*pad)]);
     }
 
-    std::vector<PadTrace> takeTraces() { return std::move(m_traces); }
-
-private:
-    struct Slot
-    {
-        size_t trace;
-        PadNow before;
-        int hatX;
-        int hatY;
-    };
-
-    void report(Slot& slot, const PadNow& now)
+    void report(Slot& slot, const PadState& now)
     {
         PadTrace& trace = m_traces[slot.trace];
-        const PadNow& before = slot.before;
-        for (const ButtonCode& button : BUTTONS)
+        const PadState& before = slot.before;
+        for (const PadButton button : BUTTONS)
         {
-            if (((before.buttons ^ now.buttons) & button.bit) != 0)
-                trace.changes.push_back({button.code, (now.buttons & button.bit) != 0});
+            if (((before.buttons ^ now.buttons) & button) != 0)
+                trace.changes.push_back({findPadButton(button)->evdev, (now.buttons & button) != 0});
         }
-        takeHat(trace, ABS_HAT0X, before.buttons, now.buttons, {DPAD_RIGHT, DPAD_LEFT}, {1, -1}, slot.hatX);
-        takeHat(trace, ABS_HAT0Y, before.buttons, now.buttons, {DPAD_UP, DPAD_DOWN}, {-1, 1}, slot.hatY);
-        constexpr std::array STICK_AXES{ABS_X, ABS_Y, ABS_RX, ABS_RY};
-        for (size_t i = 0; i < STICK_AXES.size(); ++i)
+        takeHat(trace, ABS_HAT0X, before.buttons, now.buttons, {PAD_DPAD_RIGHT, PAD_DPAD_LEFT}, {1, -1}, slot.hatX);
+        takeHat(trace, ABS_HAT0Y, before.buttons, now.buttons, {PAD_DPAD_UP, PAD_DPAD_DOWN}, {-1, 1}, slot.hatY);
+        for (size_t i = 0; i < now.axes.size(); ++i)
         {
+            const PadAxisName& axis = padAxisNames()[i];
             if (now.axes[i] != before.axes[i])
-                trace.axes[STICK_AXES[i]].take(i % 2 == 0 ? now.axes[i] : -now.axes[i]);
+                trace.axes[axis.evdev].take(axis.negated ? -now.axes[i] : now.axes[i]);
         }
-        constexpr std::array TRIGGER_AXES{ABS_Z, ABS_RZ};
-        for (size_t i = 0; i < TRIGGER_AXES.size(); ++i)
+        for (size_t i = 0; i < now.triggers.size(); ++i)
         {
             if (now.triggers[i] != before.triggers[i])
-                trace.axes[TRIGGER_AXES[i]].take(now.triggers[i]);
+                trace.axes[padTriggerNames()[i].evdev].take(now.triggers[i]);
         }
         slot.before = now;
     }
 
+    bool m_paused = false;
     std::array<bool, MAX_PADS> m_wanted{};
-    std::array<PadNow, MAX_PADS> m_client{};
+    std::array<PadState, MAX_PADS> m_client{};
     std::array<std::optional<Slot>, MAX_PADS> m_slots;
     std::vector<PadTrace> m_traces;
 };
@@ -168,35 +166,15 @@ void PadAxisRange::take(int value)
 std::vector<PadTrace> expectedPads(std::span<const Played> played)
 {
     Pads pads;
-    bool paused = false;
     for (const Played& entry : played)
-    {
-        const bool delivered = !paused && entry.accepted;
-        const Overloaded take{
-            [&](const Pause& pause) { paused = pause.paused; },
-            [&](const PadConnection& connection)
-            {
-                pads.connect(connection.pad, connection.connected);
-                if (delivered)
-                    pads.deliver({});
-            },
-            [&](const PadReport& report)
-            {
-                pads.change(report);
-                if (delivered)
-                    pads.deliver(report.pad);
-            },
-            [](const auto&) {},
-        };
-        std::visit(take, entry.record->action);
-    }
+        pads.take(entry);
     return pads.takeTraces();
 }
 
-PadsRecord readPadsRecord(std::istream& in, int64_t fromNs)
+PadsJournal readPadsJournal(std::istream& in, int64_t fromNs)
 {
-    PadsRecord record;
-    std::map<size_t, size_t> traceOf; // by the record's pad number
+    PadsJournal journal;
+    std::map<size_t, size_t> traceOf; // by the journal's pad number
     for (std::string text; std::getline(in, text);)
     {
         const json line = json::parse(text, nullptr, false);
@@ -206,34 +184,34 @@ PadsRecord readPadsRecord(std::istream& in, int64_t fromNs)
         const auto pad = line.value("pad", size_t{0});
         if (event == "pad-added")
         {
-            traceOf[pad] = record.pads.size();
-            record.pads.emplace_back();
+            traceOf[pad] = journal.pads.size();
+            journal.pads.emplace_back();
         }
-        record.overruns += event == "pad-overrun";
+        journal.overruns += event == "pad-overrun";
         const auto known = traceOf.find(pad);
         if (event != "pad-input" || known == traceOf.end())
             continue;
         const int code = line.value("code", 0);
         const int value = line.value("value", 0);
-        PadTrace& trace = record.pads[known->second];
+        PadTrace& trace = journal.pads[known->second];
         if (line.value("type", 0) == EV_KEY || code == ABS_HAT0X || code == ABS_HAT0Y)
             trace.changes.push_back({code, value});
         else
             trace.axes[code].take(value);
     }
-    return record;
+    return journal;
 }
 
-PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsRecord& record)
+PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsJournal& journal)
 {
     PadsReport report;
-    const std::vector<PadTrace>& seen = record.pads;
+    const std::vector<PadTrace>& seen = journal.pads;
     report.padsSent = sent.size();
     report.padsSeen = seen.size();
     if (sent.size() != seen.size())
         report.complaints.push_back(fmt::format("{} gamepads connected, {} seen", sent.size(), seen.size()));
-    if (record.overruns > 0)
-        report.complaints.push_back(fmt::format("the reader of the gamepads was too slow {} times", record.overruns));
+    if (journal.overruns > 0)
+        report.complaints.push_back(fmt::format("the reader of the gamepads was too slow {} times", journal.overruns));
     for (const PadTrace& trace : seen)
         report.changesSeen += trace.changes.size();
     for (size_t pad = 0; pad < sent.size(); ++pad)

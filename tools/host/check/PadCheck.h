@@ -51,18 +51,18 @@ struct PadsReport
 std::vector<PadTrace> expectedPads(std::span<const Played> played);
 
 /// What zuis-pads saw, as far as it is compared.
-struct PadsRecord
+struct PadsJournal
 {
     std::vector<PadTrace> pads;
     size_t overruns = 0; ///< how often the kernel dropped events because the reader was too slow
 };
 
-/// Reads a record (JSON Lines); lines before `fromNs` (CLOCK_MONOTONIC) are not taken, nor are lines that are no JSON
+/// Reads a journal (JSON Lines); lines before `fromNs` (CLOCK_MONOTONIC) are not taken, nor are lines that are no JSON
 /// object: the last one may still be incomplete.
-PadsRecord readPadsRecord(std::istream& in, int64_t fromNs);
+PadsJournal readPadsJournal(std::istream& in, int64_t fromNs);
 
 /// The n-th connection is compared with the n-th pad that was seen.
-PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsRecord& record);
+PadsReport checkPads(const std::vector<PadTrace>& sent, const PadsJournal& journal);
 
 } // namespace host
 

@@ -1,5 +1,7 @@
 #include "tools/host/play/Backend.h"
 
+#include "tools/host/session/FindRow.h"
+
 #include <array>
 
 namespace host
@@ -24,22 +26,14 @@ constexpr std::array BACKEND_NAMES{
 
 std::optional<Backend> parseBackend(std::string_view text)
 {
-    for (const BackendName& row : BACKEND_NAMES)
-    {
-        if (row.name == text)
-            return row.backend;
-    }
-    return std::nullopt;
+    const BackendName* found = findRow(BACKEND_NAMES, &BackendName::name, text);
+    return found ? std::optional(found->backend) : std::nullopt;
 }
 
 std::string_view backendName(Backend backend)
 {
-    for (const BackendName& row : BACKEND_NAMES)
-    {
-        if (row.backend == backend)
-            return row.name;
-    }
-    return "?";
+    const BackendName* found = findRow(BACKEND_NAMES, &BackendName::backend, backend);
+    return found ? found->name : "?";
 }
 
 } // namespace host

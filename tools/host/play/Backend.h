@@ -1,3 +1,4 @@
+/// The ways in which the library injects, as the command line names them.
 #ifndef TOOLS_HOST_PLAY_BACKEND_H
 #define TOOLS_HOST_PLAY_BACKEND_H
 
@@ -15,7 +16,7 @@ enum class Backend
     CONTAINER
 };
 
-/// "uinput", "xtest", "container"; \return nothing for any other text
+/// "default", "uinput", "xtest", "container"; \return nothing for any other text
 std::optional<Backend> parseBackend(std::string_view text);
 std::string_view backendName(Backend backend);
 

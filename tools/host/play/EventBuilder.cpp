@@ -32,7 +32,7 @@ uint16_t scaled(double share, int max)
     return static_cast<uint16_t>(std::lround(share * max));
 }
 
-/// Positions are unsigned on the wire although the record's fields are signed.
+/// Positions are unsigned on the wire although the event's fields are signed.
 int16_t asField(uint16_t value)
 {
     return std::bit_cast<int16_t>(value);
@@ -56,7 +56,85 @@ uint64_t EventBuilder::captureUs(const Record& record) const
     return record.captureUs == CAPTURE_UNKNOWN ? 0 : clientClockUs(record.captureUs);
 }
 
-void EventBuilder::buildPayload(uint16_t pad, const PadState& state, uint64_t captureTimeUs)
+const ZustInputEvent& EventBuilder::build(const Record& record)
+{
+    m_event = {};
+    const uint64_t capture = captureUs(record);
+    const auto fillEvent = [&]<typename Kind>(const Kind& kind)
+    {
+        if constexpr (Kind::ORIGIN != Origin::SERVER)
+            fill(kind, capture);
+    };
+    std::visit(fillEvent, record.action);
+    return m_event;
+}
+
+void EventBuilder::fill(const KeyInput& key, uint64_t capture)
+{
+    m_event.type = ZUST_EVENT_KEYBOARD;
+    m_event.event.keyboardEvent = {key.key, key.scanCode, key.flags, key.state, capture};
+}
+
+ZustMouseEvent& EventBuilder::mouse(ZustMouseEventType type, uint16_t flags, uint64_t capture)
+{
+    m_event.type = ZUST_EVENT_MOUSE;
+    ZustMouseEvent& event = m_event.event.mouseEvent;
+    event.type = type;
+    event.flags = flags;
+    event.captureTimestampUs = capture;
+    return event;
+}
+
+void EventBuilder::fill(const RelativeMove& move, uint64_t capture)
+{
+    ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, move.flags, capture);
+    event.xPos = move.dx;
+    event.yPos = move.dy;
+}
+
+void EventBuilder::fill(const AbsoluteMove& move, uint64_t capture)
+{
+    ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, static_cast<uint16_t>(move.flags | ZUST_MF_ABSCOORDS), capture);
+    event.xPos = asField(scaled(move.x, 65535));
+    event.yPos = asField(scaled(move.y, 65535));
+}
+
+void EventBuilder::fill(const PixelMove& move, uint64_t capture)
+{
+    ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, static_cast<uint16_t>(move.flags | ZUST_MF_ABSCOORDS), capture);
+    event.xPos = asField(move.x);
+    event.yPos = asField(move.y);
+    event.data1 = asField(move.width);
+    event.data2 = asField(move.height);
+}
+
+void EventBuilder::fill(const ButtonInput& input, uint64_t capture)
+{
+    ZustMouseEvent& event = mouse(ZUST_ME_BUTTON, input.flags, capture);
+    event.data1 = static_cast<int16_t>(input.button);
+    event.data2 = static_cast<int16_t>(input.down ? BUTTON_PRESSED : BUTTON_RELEASED);
+}
+
+void EventBuilder::fill(const WheelInput& wheel, uint64_t capture)
+{
+    ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_WHEEL, wheel.flags, capture);
+    event.vWheel = wheel.vertical;
+    event.hWheel = wheel.horizontal;
+}
+
+void EventBuilder::fill(const MouseSettingsInput& settings, uint64_t)
+{
+    m_event.type = ZUST_EVENT_MOUSE_SETTINGS;
+    m_event.event.mouseSettingsEvent = {settings.acceleration, settings.sensitivity};
+}
+
+void EventBuilder::fillPayload()
+{
+    m_event.type = ZUST_EVENT_GAMEPAD_USB_PAYLOAD;
+    m_event.event.gamepadUsbPayloadEvent = {static_cast<uint16_t>(m_payload.size()), m_payload.data()};
+}
+
+void EventBuilder::fillPayload(uint16_t pad, const PadState& state, uint64_t capture)
 {
     m_payload.clear();
     append(m_payload, static_cast<uint16_t>(PAYLOAD_SIZE));
@@ -70,116 +148,47 @@ void EventBuilder::buildPayload(uint16_t pad, const PadState& state, uint64_t ca
         append(m_payload, axis);
     append(m_payload, uint16_t{0});
     append(m_payload, uint32_t{0});
-    append(m_payload, captureTimeUs);
+    append(m_payload, capture);
+    fillPayload();
 }
 
-const ZustInputEvent& EventBuilder::build(const Record& record)
+void EventBuilder::fill(const PadConnection& connection, uint64_t capture)
 {
-    m_event = {};
-    const uint64_t capture = captureUs(record);
-    const auto mouse = [&](ZustMouseEventType type, uint16_t flags) -> ZustMouseEvent&
-    {
-        m_event.type = ZUST_EVENT_MOUSE;
-        ZustMouseEvent& event = m_event.event.mouseEvent;
-        event.type = type;
-        event.flags = flags;
-        event.captureTimestampUs = capture;
-        return event;
-    };
-    const auto payload = [&]
-    {
-        m_event.type = ZUST_EVENT_GAMEPAD_USB_PAYLOAD;
-        m_event.event.gamepadUsbPayloadEvent = {static_cast<uint16_t>(m_payload.size()), m_payload.data()};
-    };
+    const auto pad = static_cast<size_t>(connection.pad);
+    const auto bit = static_cast<uint16_t>(1u << pad);
+    m_padBitmap = static_cast<uint16_t>(connection.connected ? m_padBitmap | bit : m_padBitmap & ~bit);
+    m_pads[pad] = {};
+    fillPayload(connection.connected ? static_cast<uint16_t>(pad) : NO_PAD, {}, capture);
+}
 
-    const Overloaded fill{
-        [&](const KeyInput& key)
-        {
-            m_event.type = ZUST_EVENT_KEYBOARD;
-            m_event.event.keyboardEvent = {key.key, key.scanCode, key.flags, key.state, capture};
-        },
-        [&](const RelativeMove& move)
-        {
-            ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, move.flags);
-            event.xPos = move.dx;
-            event.yPos = move.dy;
-        },
-        [&](const AbsoluteMove& move)
-        {
-            ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, static_cast<uint16_t>(move.flags | ZUST_MF_ABSCOORDS));
-            event.xPos = asField(scaled(move.x, 65535));
-            event.yPos = asField(scaled(move.y, 65535));
-        },
-        [&](const PixelMove& move)
-        {
-            ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_MOVE, static_cast<uint16_t>(move.flags | ZUST_MF_ABSCOORDS));
-            event.xPos = asField(move.x);
-            event.yPos = asField(move.y);
-            event.data1 = asField(move.width);
-            event.data2 = asField(move.height);
-        },
-        [&](const ButtonInput& input)
-        {
-            ZustMouseEvent& event = mouse(ZUST_ME_BUTTON, input.flags);
-            event.data1 = static_cast<int16_t>(input.button);
-            event.data2 = static_cast<int16_t>(input.down ? BUTTON_PRESSED : BUTTON_RELEASED);
-        },
-        [&](const WheelInput& wheel)
-        {
-            ZustMouseEvent& event = mouse(ZUST_ME_MOUSE_WHEEL, wheel.flags);
-            event.vWheel = wheel.vertical;
-            event.hWheel = wheel.horizontal;
-        },
-        [&](const MouseSettingsInput& settings)
-        {
-            m_event.type = ZUST_EVENT_MOUSE_SETTINGS;
-            m_event.event.mouseSettingsEvent = {settings.acceleration, settings.sensitivity};
-        },
-        [&](const PadConnection& connection)
-        {
-            const auto pad = static_cast<size_t>(connection.pad);
-            const auto bit = static_cast<uint16_t>(1u << pad);
-            m_padBitmap = static_cast<uint16_t>(connection.connected ? m_padBitmap | bit : m_padBitmap & ~bit);
-            m_pads[pad] = {};
-            buildPayload(connection.connected ? static_cast<uint16_t>(pad) : NO_PAD, {}, capture);
-            payload();
-        },
-        [&](const PadReport& report)
-        {
-            PadState& state = m_pads[static_cast<size_t>(report.pad)];
-            state.buttons = report.buttons.value_or(state.buttons);
-            for (size_t i = 0; i < state.axes.size(); ++i)
-                state.axes[i] = report.axes[i].value_or(state.axes[i]);
-            for (size_t i = 0; i < state.triggers.size(); ++i)
-                state.triggers[i] = report.triggers[i].value_or(state.triggers[i]);
-            buildPayload(static_cast<uint16_t>(report.pad), state, capture);
-            payload();
-        },
-        [&](const PadPayload& raw)
-        {
-            m_payload = raw.bytes;
-            payload();
-        },
-        [&](const TouchFrame& frame)
-        {
-            m_points.clear();
-            for (const Finger& finger : frame.fingers)
-            {
-                ZustTouchPointLowLevel point{};
-                point.id = finger.id;
-                point.flags = finger.phase;
-                point.xPos = scaled(finger.x, m_scale.maxX);
-                point.yPos = scaled(finger.y, m_scale.maxY);
-                point.timestamp = capture;
-                m_points.push_back(point);
-            }
-            m_event.type = ZUST_EVENT_TOUCH_LOWLEVEL;
-            m_event.event.touchLowLevelEvent = {static_cast<uint16_t>(m_points.size()), m_points.data()};
-        },
-        [](const auto&) {},
-    };
-    std::visit(fill, record.action);
-    return m_event;
+void EventBuilder::fill(const PadReport& report, uint64_t capture)
+{
+    PadState& state = m_pads[static_cast<size_t>(report.pad)];
+    state.take(report);
+    fillPayload(static_cast<uint16_t>(report.pad), state, capture);
+}
+
+void EventBuilder::fill(const PadPayload& raw, uint64_t)
+{
+    m_payload = raw.bytes;
+    fillPayload();
+}
+
+void EventBuilder::fill(const TouchFrame& frame, uint64_t capture)
+{
+    m_points.clear();
+    for (const Finger& finger : frame.fingers)
+    {
+        ZustTouchPointLowLevel point{};
+        point.id = finger.id;
+        point.flags = finger.phase;
+        point.xPos = scaled(finger.x, m_scale.maxX);
+        point.yPos = scaled(finger.y, m_scale.maxY);
+        point.timestamp = capture;
+        m_points.push_back(point);
+    }
+    m_event.type = ZUST_EVENT_TOUCH_LOWLEVEL;
+    m_event.event.touchLowLevelEvent = {static_cast<uint16_t>(m_points.size()), m_points.data()};
 }
 
 } // namespace host

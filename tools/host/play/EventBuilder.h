@@ -1,4 +1,4 @@
-/// Turns records of a session into the event records of the streaming stack.
+/// Turns records of a session into the events of the streaming stack.
 #ifndef TOOLS_HOST_PLAY_EVENT_BUILDER_H
 #define TOOLS_HOST_PLAY_EVENT_BUILDER_H
 
@@ -36,16 +36,25 @@ public:
     uint64_t clientClockUs(int64_t timeUs) const;
 
 private:
-    /// One report of a pad, as the client lays it out (little endian, no padding).
-    struct PadState
-    {
-        uint16_t buttons = 0;
-        std::array<int16_t, 4> axes{};
-        std::array<uint8_t, 2> triggers{};
-    };
-
     uint64_t captureUs(const Record& record) const;
-    void buildPayload(uint16_t pad, const PadState& state, uint64_t captureTimeUs);
+
+    // One for each kind of record that a client sends.
+    void fill(const KeyInput& key, uint64_t capture);
+    void fill(const RelativeMove& move, uint64_t capture);
+    void fill(const AbsoluteMove& move, uint64_t capture);
+    void fill(const PixelMove& move, uint64_t capture);
+    void fill(const ButtonInput& input, uint64_t capture);
+    void fill(const WheelInput& wheel, uint64_t capture);
+    void fill(const MouseSettingsInput& settings, uint64_t capture);
+    void fill(const PadConnection& connection, uint64_t capture);
+    void fill(const PadReport& report, uint64_t capture);
+    void fill(const PadPayload& raw, uint64_t capture);
+    void fill(const TouchFrame& frame, uint64_t capture);
+
+    ZustMouseEvent& mouse(ZustMouseEventType type, uint16_t flags, uint64_t capture);
+    void fillPayload();
+    /// One report of a pad, as the client lays it out: little endian, no padding.
+    void fillPayload(uint16_t pad, const PadState& state, uint64_t capture);
 
     TouchScale m_scale;
     double m_speed;

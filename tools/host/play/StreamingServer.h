@@ -4,7 +4,6 @@
 
 #include "StreamSdk/include/TelemetrySender.h"
 #include "tools/host/play/Backend.h"
-#include "tools/host/play/LoadedLibrary.h"
 #include "tools/host/play/Player.h"
 
 #include <optional>

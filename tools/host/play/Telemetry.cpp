@@ -5,24 +5,24 @@
 namespace host
 {
 
-Telemetry::Telemetry(std::function<void(const std::string&)> onRecord)
-    : m_onRecord(std::move(onRecord))
+Telemetry::Telemetry(std::function<void(const std::string&)> onPost)
+    : m_onPost(std::move(onPost))
 {
 }
 
-std::vector<InputRecord> Telemetry::inputRecords() const
+std::vector<InputTelemetry> Telemetry::inputs() const
 {
     const LockGuard lock(m_mutex);
     return m_inputs;
 }
 
-std::vector<PercentileRecord> Telemetry::percentileRecords() const
+std::vector<PercentileTelemetry> Telemetry::percentiles() const
 {
     const LockGuard lock(m_mutex);
     return m_percentiles;
 }
 
-size_t Telemetry::otherRecords() const
+size_t Telemetry::others() const
 {
     const LockGuard lock(m_mutex);
     return m_others;
@@ -34,8 +34,8 @@ void Telemetry::other(const std::string& text) const
         const LockGuard lock(m_mutex);
         ++m_others;
     }
-    if (m_onRecord)
-        m_onRecord(text);
+    if (m_onPost)
+        m_onPost(text);
 }
 
 void Telemetry::SetSubsessionId(const std::string& id) const
@@ -65,8 +65,8 @@ bool Telemetry::PostKtPercentilesEvent(const KtPercentileData& data) const
         m_percentiles.push_back(
             {data.action, data.windowStartSeconds, data.windowDurationSeconds, data.sampleCount, data.percentiles});
     }
-    if (m_onRecord)
-        m_onRecord(text);
+    if (m_onPost)
+        m_onPost(text);
     return true;
 }
 
@@ -100,9 +100,9 @@ void Telemetry::ReportRiEvent(unsigned int riEventId, long capturedUs, long sent
         const LockGuard lock(m_mutex);
         m_inputs.push_back({riEventId, capturedUs, sentUs, receivedUs, injectedUs});
     }
-    if (m_onRecord)
-        m_onRecord(fmt::format("event {:#x}: captured {} us and sent {} us (client), injected {:.3f} ms after receipt",
-                               riEventId, capturedUs, sentUs, static_cast<double>(injectedUs - receivedUs) / 1000));
+    if (m_onPost)
+        m_onPost(fmt::format("event {:#x}: captured {} us and sent {} us (client), injected {:.3f} ms after receipt",
+                             riEventId, capturedUs, sentUs, static_cast<double>(injectedUs - receivedUs) / 1000));
 }
 
 } // namespace host

@@ -1,4 +1,4 @@
-/// The server's telemetry service as the library sees it: keeps every record.
+/// The server's telemetry service as the library sees it: keeps everything that is posted.
 #ifndef TOOLS_HOST_PLAY_TELEMETRY_H
 #define TOOLS_HOST_PLAY_TELEMETRY_H
 
@@ -14,7 +14,7 @@ namespace host
 {
 
 /// One call of ReportRiEvent.
-struct InputRecord
+struct InputTelemetry
 {
     uint32_t id;
     int64_t capturedUs; ///< client clock
@@ -24,7 +24,7 @@ struct InputRecord
 };
 
 /// One call of PostKtPercentilesEvent.
-struct PercentileRecord
+struct PercentileTelemetry
 {
     std::string action;
     uint32_t windowStartSeconds;
@@ -37,12 +37,13 @@ struct PercentileRecord
 class Telemetry : public TelemetrySender
 {
 public:
-    /// \param onRecord called with a text for people for every record, on the thread that reports; may be empty
-    explicit Telemetry(std::function<void(const std::string&)> onRecord = {});
+    /// \param onPost called with a text for people for everything that is posted, on the thread that posts; may be
+    /// empty
+    explicit Telemetry(std::function<void(const std::string&)> onPost = {});
 
-    std::vector<InputRecord> inputRecords() const;
-    std::vector<PercentileRecord> percentileRecords() const;
-    size_t otherRecords() const;
+    std::vector<InputTelemetry> inputs() const;
+    std::vector<PercentileTelemetry> percentiles() const;
+    size_t others() const;
 
     void SetSubsessionId(const std::string& id) const override;
     bool PostTelemetry(const KtTelemetryData& data) const override;
@@ -58,11 +59,11 @@ public:
 private:
     void other(const std::string& text) const;
 
-    std::function<void(const std::string&)> m_onRecord;
-    // The operations are const by contract, and record all the same.
+    std::function<void(const std::string&)> m_onPost;
+    // The operations are const by contract, and keep what they are given all the same.
     mutable Mutex m_mutex;
-    mutable std::vector<InputRecord> m_inputs GUARDED_BY(m_mutex);
-    mutable std::vector<PercentileRecord> m_percentiles GUARDED_BY(m_mutex);
+    mutable std::vector<InputTelemetry> m_inputs GUARDED_BY(m_mutex);
+    mutable std::vector<PercentileTelemetry> m_percentiles GUARDED_BY(m_mutex);
     mutable size_t m_others GUARDED_BY(m_mutex) = 0;
 };
 

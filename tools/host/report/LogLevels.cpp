@@ -1,5 +1,7 @@
 #include "tools/host/report/LogLevels.h"
 
+#include "tools/host/session/FindRow.h"
+
 #include <array>
 
 namespace host
@@ -28,22 +30,14 @@ constexpr std::array LEVEL_NAMES{
 
 std::optional<ZustLogLevel> parseLogLevel(std::string_view text)
 {
-    for (const LevelName& row : LEVEL_NAMES)
-    {
-        if (row.name == text)
-            return row.level;
-    }
-    return std::nullopt;
+    const LevelName* found = findRow(LEVEL_NAMES, &LevelName::name, text);
+    return found ? std::optional(found->level) : std::nullopt;
 }
 
 std::string_view logLevelName(ZustLogLevel level)
 {
-    for (const LevelName& row : LEVEL_NAMES)
-    {
-        if (row.level == level)
-            return row.name;
-    }
-    return "?";
+    const LevelName* found = findRow(LEVEL_NAMES, &LevelName::level, level);
+    return found ? found->name : "?";
 }
 
 } // namespace host

@@ -1,3 +1,4 @@
+/// The levels of the stack's log, as the command line and the reports name them.
 #ifndef TOOLS_HOST_REPORT_LOG_LEVELS_H
 #define TOOLS_HOST_REPORT_LOG_LEVELS_H
 
@@ -9,7 +10,7 @@
 namespace host
 {
 
-/// "verbose", "debug", "info", "warning", "error", "critical", "silence". \return nothing for any other text
+/// "verbose", "debug", "info", "warning", "machine", "error", "critical", "silence". \return nothing for any other text
 std::optional<ZustLogLevel> parseLogLevel(std::string_view text);
 std::string_view logLevelName(ZustLogLevel level);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -56,12 +57,12 @@ Json countJson(const SeenCount& count)
             {"lost_records", lost}};
 }
 
-/// From the library's own records: from receipt to injection.
-Samples reportedLatency(const std::vector<InputRecord>& records)
+/// On the library's own account: from receipt to injection.
+Samples reportedLatency(const std::vector<InputTelemetry>& inputs)
 {
     std::vector<int64_t> values;
-    for (const InputRecord& record : records)
-        values.push_back((record.injectedUs - record.receivedUs) * 1000);
+    for (const InputTelemetry& input : inputs)
+        values.push_back((input.injectedUs - input.receivedUs) * 1000);
     return Samples(std::move(values));
 }
 
@@ -251,19 +252,19 @@ void writeJson(std::ostream& out, const RunReport& report)
     json["injection"] = injectionJson(report.injection);
 
     Json inputs = Json::array();
-    for (const InputRecord& record : report.telemetry)
-        inputs.push_back({{"id", record.id},
-                          {"captured_us", record.capturedUs},
-                          {"sent_us", record.sentUs},
-                          {"received_us", record.receivedUs},
-                          {"injected_us", record.injectedUs}});
+    for (const InputTelemetry& input : report.telemetry)
+        inputs.push_back({{"id", input.id},
+                          {"captured_us", input.capturedUs},
+                          {"sent_us", input.sentUs},
+                          {"received_us", input.receivedUs},
+                          {"injected_us", input.injectedUs}});
     Json percentiles = Json::array();
-    for (const PercentileRecord& record : report.percentiles)
-        percentiles.push_back({{"action", record.action},
-                               {"window_start_s", record.windowStartSeconds},
-                               {"window_duration_s", record.windowDurationSeconds},
-                               {"samples", record.sampleCount},
-                               {"percentiles", record.percentiles}});
+    for (const PercentileTelemetry& window : report.percentiles)
+        percentiles.push_back({{"action", window.action},
+                               {"window_start_s", window.windowStartSeconds},
+                               {"window_duration_s", window.windowDurationSeconds},
+                               {"samples", window.sampleCount},
+                               {"percentiles", window.percentiles}});
     json["telemetry"] = {{"events", inputs},
                          {"latency_ms", percentileJson(reportedLatency(report.telemetry))},
                          {"percentiles", percentiles},

@@ -3,8 +3,11 @@
 #define TOOLS_HOST_REPORT_REPORT_H
 
 #include "tools/host/check/DesktopCheck.h"
+#include "tools/host/check/Expectation.h"
 #include "tools/host/check/InjectionReport.h"
 #include "tools/host/check/PadCheck.h"
+#include "tools/host/play/Backend.h"
+#include "tools/host/play/InjectionWatch.h"
 #include "tools/host/play/Telemetry.h"
 #include "tools/host/session/Statistics.h"
 
@@ -37,8 +40,8 @@ struct RunReport
 
     Expectation expectation;
     InjectionReport injection;
-    std::vector<InputRecord> telemetry;
-    std::vector<PercentileRecord> percentiles;
+    std::vector<InputTelemetry> telemetry;
+    std::vector<PercentileTelemetry> percentiles;
     size_t otherTelemetry = 0;
     std::array<size_t, 8> logLines{}; ///< by level
     std::optional<DesktopReport> desktop;

@@ -1,11 +1,10 @@
-/// What is wrong in a session file or a recording, collected so that all of it can be told at once.
+/// The mistakes of a file that somebody gave: sessions and recordings.
 #ifndef TOOLS_HOST_SESSION_FILE_ERRORS_H
 #define TOOLS_HOST_SESSION_FILE_ERRORS_H
 
 #include <cstddef>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace host
@@ -44,9 +43,9 @@ class ErrorList
 {
 public:
     void add(FileError error);
-    bool empty() const { return m_errors.empty(); }
-    size_t omitted() const { return m_omitted; }
-    std::vector<FileError> take() { return std::move(m_errors); }
+
+    /// \throws FileErrors when there are any. Once.
+    void throwIfAny(const std::string& file);
 
 private:
     std::vector<FileError> m_errors;

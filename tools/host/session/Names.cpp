@@ -1,6 +1,8 @@
 #include "tools/host/session/Names.h"
 
-#include <algorithm>
+#include "tools/host/session/FindRow.h"
+
+#include <array>
 #include <fmt/format.h>
 
 #include <linux/input-event-codes.h>
@@ -10,166 +12,157 @@ namespace host
 namespace
 {
 
-#define KEY(NAME, EVDEV)                                                                                               \
-    KeyName                                                                                                            \
-    {                                                                                                                  \
-#NAME, ZUST_KEY_##NAME, EVDEV                                                                                  \
-    }
-#define NO_KEY(NAME)                                                                                                   \
-    KeyName                                                                                                            \
-    {                                                                                                                  \
-#NAME, ZUST_KEY_##NAME, 0                                                                                      \
-    }
+// A key's name and its code, which carry the same word.
+#define KEY(NAME) #NAME, ZUST_KEY_##NAME
 
 // Where two names stand for one evdev key, the one that an import writes comes first.
-constexpr std::array KEY_NAMES{
-    NO_KEY(NONE),
-    KEY(SPACE, KEY_SPACE),
-    KEY(APOSTROPHE, KEY_APOSTROPHE),
-    KEY(COMMA, KEY_COMMA),
-    KEY(MINUS, KEY_MINUS),
-    KEY(PERIOD, KEY_DOT),
-    KEY(SLASH, KEY_SLASH),
-    KEY(0, KEY_0),
-    KEY(1, KEY_1),
-    KEY(2, KEY_2),
-    KEY(3, KEY_3),
-    KEY(4, KEY_4),
-    KEY(5, KEY_5),
-    KEY(6, KEY_6),
-    KEY(7, KEY_7),
-    KEY(8, KEY_8),
-    KEY(9, KEY_9),
-    KEY(SEMICOLON, KEY_SEMICOLON),
-    KEY(EQUAL, KEY_EQUAL),
-    KEY(A, KEY_A),
-    KEY(B, KEY_B),
-    KEY(C, KEY_C),
-    KEY(D, KEY_D),
-    KEY(E, KEY_E),
-    KEY(F, KEY_F),
-    KEY(G, KEY_G),
-    KEY(H, KEY_H),
-    KEY(I, KEY_I),
-    KEY(J, KEY_J),
-    KEY(K, KEY_K),
-    KEY(L, KEY_L),
-    KEY(M, KEY_M),
-    KEY(N, KEY_N),
-    KEY(O, KEY_O),
-    KEY(P, KEY_P),
-    KEY(Q, KEY_Q),
-    KEY(R, KEY_R),
-    KEY(S, KEY_S),
-    KEY(T, KEY_T),
-    KEY(U, KEY_U),
-    KEY(V, KEY_V),
-    KEY(W, KEY_W),
-    KEY(X, KEY_X),
-    KEY(Y, KEY_Y),
-    KEY(Z, KEY_Z),
-    KEY(BRACKETLEFT, KEY_LEFTBRACE),
-    KEY(BACKSLASH, KEY_BACKSLASH),
-    KEY(BRACKETRIGHT, KEY_RIGHTBRACE),
-    KEY(NONUS_BACKSLASH, KEY_102ND),
-    NO_KEY(YEN),
-    NO_KEY(HANGUL),
-    NO_KEY(HANJA),
-    NO_KEY(RO),
-    KEY(AGRAVE, KEY_GRAVE),
-    KEY(MULTIPLY, KEY_KPASTERISK),
-    KEY(DIVISION, KEY_KPSLASH),
-    KEY(ESCAPE, KEY_ESC),
-    KEY(TAB, KEY_TAB),
-    NO_KEY(BACKTAB),
-    KEY(BACKSPACE, KEY_BACKSPACE),
-    KEY(RETURN, KEY_ENTER),
-    KEY(ENTER, KEY_KPENTER),
-    KEY(INSERT, KEY_INSERT),
-    KEY(DELETE, KEY_DELETE),
-    KEY(PAUSE, KEY_PAUSE),
-    KEY(PRINT, KEY_PRINT),
-    KEY(CLEAR, KEY_CLEAR),
-    NO_KEY(HIRAGANA_KATAKANA),
-    NO_KEY(HENKAN_ZENKOUHO),
-    NO_KEY(MUHENKAN),
-    KEY(HOME, KEY_HOME),
-    KEY(END, KEY_END),
-    KEY(LEFT, KEY_LEFT),
-    KEY(UP, KEY_UP),
-    KEY(RIGHT, KEY_RIGHT),
-    KEY(DOWN, KEY_DOWN),
-    KEY(PAGE_UP, KEY_PAGEUP),
-    KEY(PAGE_DOWN, KEY_PAGEDOWN),
-    KEY(LSHIFT, KEY_LEFTSHIFT),
-    KEY(SHIFT, KEY_LEFTSHIFT),
-    KEY(RSHIFT, KEY_RIGHTSHIFT),
-    KEY(LCONTROL, KEY_LEFTCTRL),
-    KEY(CONTROL, KEY_LEFTCTRL),
-    KEY(RCONTROL, KEY_RIGHTCTRL),
-    KEY(LALT, KEY_LEFTALT),
-    KEY(ALT, KEY_LEFTALT),
-    KEY(RALT, KEY_RIGHTALT),
-    KEY(LMETA, KEY_LEFTMETA),
-    KEY(META, KEY_LEFTMETA),
-    KEY(RMETA, KEY_RIGHTMETA),
-    KEY(F1, KEY_F1),
-    KEY(F2, KEY_F2),
-    KEY(F3, KEY_F3),
-    KEY(F4, KEY_F4),
-    KEY(F5, KEY_F5),
-    KEY(F6, KEY_F6),
-    KEY(F7, KEY_F7),
-    KEY(F8, KEY_F8),
-    KEY(F9, KEY_F9),
-    KEY(F10, KEY_F10),
-    KEY(F11, KEY_F11),
-    KEY(F12, KEY_F12),
-    KEY(F13, KEY_F13),
-    KEY(F14, KEY_F14),
-    KEY(F15, KEY_F15),
-    KEY(F16, KEY_F16),
-    KEY(F17, KEY_F17),
-    KEY(F18, KEY_F18),
-    KEY(F19, KEY_F19),
-    KEY(F20, KEY_F20),
-    KEY(F21, KEY_F21),
-    KEY(F22, KEY_F22),
-    KEY(F23, KEY_F23),
-    KEY(F24, KEY_F24),
-    KEY(CAPS_LOCK, KEY_CAPSLOCK),
-    KEY(NUM_LOCK, KEY_NUMLOCK),
-    KEY(SCROLL_LOCK, KEY_SCROLLLOCK),
-    KEY(KP_0, KEY_KP0),
-    KEY(KP_1, KEY_KP1),
-    KEY(KP_2, KEY_KP2),
-    KEY(KP_3, KEY_KP3),
-    KEY(KP_4, KEY_KP4),
-    KEY(KP_5, KEY_KP5),
-    KEY(KP_6, KEY_KP6),
-    KEY(KP_7, KEY_KP7),
-    KEY(KP_8, KEY_KP8),
-    KEY(KP_9, KEY_KP9),
-    KEY(ADD, KEY_KPPLUS),
-    KEY(SUBTRACT, KEY_KPMINUS),
-    KEY(DECIMAL, KEY_KPDOT),
-    NO_KEY(KP_INSERT),
-    NO_KEY(KP_END),
-    NO_KEY(KP_DOWN),
-    NO_KEY(KP_PAGE_DOWN),
-    NO_KEY(KP_LEFT),
-    NO_KEY(KP_CLEAR),
-    NO_KEY(KP_RIGHT),
-    NO_KEY(KP_HOME),
-    NO_KEY(KP_UP),
-    NO_KEY(KP_PAGE_UP),
-    NO_KEY(KP_DELETE),
-    NO_KEY(MAX),
-    NO_KEY(ALL),
+constexpr KeyName KEY_NAMES[] = {
+    {KEY(NONE), 0},
+    {KEY(SPACE), KEY_SPACE},
+    {KEY(APOSTROPHE), KEY_APOSTROPHE},
+    {KEY(COMMA), KEY_COMMA},
+    {KEY(MINUS), KEY_MINUS},
+    {KEY(PERIOD), KEY_DOT},
+    {KEY(SLASH), KEY_SLASH},
+    {KEY(0), KEY_0},
+    {KEY(1), KEY_1},
+    {KEY(2), KEY_2},
+    {KEY(3), KEY_3},
+    {KEY(4), KEY_4},
+    {KEY(5), KEY_5},
+    {KEY(6), KEY_6},
+    {KEY(7), KEY_7},
+    {KEY(8), KEY_8},
+    {KEY(9), KEY_9},
+    {KEY(SEMICOLON), KEY_SEMICOLON},
+    {KEY(EQUAL), KEY_EQUAL},
+    {KEY(A), KEY_A},
+    {KEY(B), KEY_B},
+    {KEY(C), KEY_C},
+    {KEY(D), KEY_D},
+    {KEY(E), KEY_E},
+    {KEY(F), KEY_F},
+    {KEY(G), KEY_G},
+    {KEY(H), KEY_H},
+    {KEY(I), KEY_I},
+    {KEY(J), KEY_J},
+    {KEY(K), KEY_K},
+    {KEY(L), KEY_L},
+    {KEY(M), KEY_M},
+    {KEY(N), KEY_N},
+    {KEY(O), KEY_O},
+    {KEY(P), KEY_P},
+    {KEY(Q), KEY_Q},
+    {KEY(R), KEY_R},
+    {KEY(S), KEY_S},
+    {KEY(T), KEY_T},
+    {KEY(U), KEY_U},
+    {KEY(V), KEY_V},
+    {KEY(W), KEY_W},
+    {KEY(X), KEY_X},
+    {KEY(Y), KEY_Y},
+    {KEY(Z), KEY_Z},
+    {KEY(BRACKETLEFT), KEY_LEFTBRACE},
+    {KEY(BACKSLASH), KEY_BACKSLASH},
+    {KEY(BRACKETRIGHT), KEY_RIGHTBRACE},
+    {KEY(NONUS_BACKSLASH), KEY_102ND},
+    {KEY(YEN), 0},
+    {KEY(HANGUL), 0},
+    {KEY(HANJA), 0},
+    {KEY(RO), 0},
+    {KEY(AGRAVE), KEY_GRAVE},
+    {KEY(MULTIPLY), KEY_KPASTERISK},
+    {KEY(DIVISION), KEY_KPSLASH},
+    {KEY(ESCAPE), KEY_ESC},
+    {KEY(TAB), KEY_TAB},
+    {KEY(BACKTAB), 0},
+    {KEY(BACKSPACE), KEY_BACKSPACE},
+    {KEY(RETURN), KEY_ENTER},
+    {KEY(ENTER), KEY_KPENTER},
+    {KEY(INSERT), KEY_INSERT},
+    {KEY(DELETE), KEY_DELETE},
+    {KEY(PAUSE), KEY_PAUSE},
+    {KEY(PRINT), KEY_PRINT},
+    {KEY(CLEAR), KEY_CLEAR},
+    {KEY(HIRAGANA_KATAKANA), 0},
+    {KEY(HENKAN_ZENKOUHO), 0},
+    {KEY(MUHENKAN), 0},
+    {KEY(HOME), KEY_HOME},
+    {KEY(END), KEY_END},
+    {KEY(LEFT), KEY_LEFT},
+    {KEY(UP), KEY_UP},
+    {KEY(RIGHT), KEY_RIGHT},
+    {KEY(DOWN), KEY_DOWN},
+    {KEY(PAGE_UP), KEY_PAGEUP},
+    {KEY(PAGE_DOWN), KEY_PAGEDOWN},
+    {KEY(LSHIFT), KEY_LEFTSHIFT},
+    {KEY(SHIFT), KEY_LEFTSHIFT},
+    {KEY(RSHIFT), KEY_RIGHTSHIFT},
+    {KEY(LCONTROL), KEY_LEFTCTRL},
+    {KEY(CONTROL), KEY_LEFTCTRL},
+    {KEY(RCONTROL), KEY_RIGHTCTRL},
+    {KEY(LALT), KEY_LEFTALT},
+    {KEY(ALT), KEY_LEFTALT},
+    {KEY(RALT), KEY_RIGHTALT},
+    {KEY(LMETA), KEY_LEFTMETA},
+    {KEY(META), KEY_LEFTMETA},
+    {KEY(RMETA), KEY_RIGHTMETA},
+    {KEY(F1), KEY_F1},
+    {KEY(F2), KEY_F2},
+    {KEY(F3), KEY_F3},
+    {KEY(F4), KEY_F4},
+    {KEY(F5), KEY_F5},
+    {KEY(F6), KEY_F6},
+    {KEY(F7), KEY_F7},
+    {KEY(F8), KEY_F8},
+    {KEY(F9), KEY_F9},
+    {KEY(F10), KEY_F10},
+    {KEY(F11), KEY_F11},
+    {KEY(F12), KEY_F12},
+    {KEY(F13), KEY_F13},
+    {KEY(F14), KEY_F14},
+    {KEY(F15), KEY_F15},
+    {KEY(F16), KEY_F16},
+    {KEY(F17), KEY_F17},
+    {KEY(F18), KEY_F18},
+    {KEY(F19), KEY_F19},
+    {KEY(F20), KEY_F20},
+    {KEY(F21), KEY_F21},
+    {KEY(F22), KEY_F22},
+    {KEY(F23), KEY_F23},
+    {KEY(F24), KEY_F24},
+    {KEY(CAPS_LOCK), KEY_CAPSLOCK},
+    {KEY(NUM_LOCK), KEY_NUMLOCK},
+    {KEY(SCROLL_LOCK), KEY_SCROLLLOCK},
+    {KEY(KP_0), KEY_KP0},
+    {KEY(KP_1), KEY_KP1},
+    {KEY(KP_2), KEY_KP2},
+    {KEY(KP_3), KEY_KP3},
+    {KEY(KP_4), KEY_KP4},
+    {KEY(KP_5), KEY_KP5},
+    {KEY(KP_6), KEY_KP6},
+    {KEY(KP_7), KEY_KP7},
+    {KEY(KP_8), KEY_KP8},
+    {KEY(KP_9), KEY_KP9},
+    {KEY(ADD), KEY_KPPLUS},
+    {KEY(SUBTRACT), KEY_KPMINUS},
+    {KEY(DECIMAL), KEY_KPDOT},
+    {KEY(KP_INSERT), 0},
+    {KEY(KP_END), 0},
+    {KEY(KP_DOWN), 0},
+    {KEY(KP_PAGE_DOWN), 0},
+    {KEY(KP_LEFT), 0},
+    {KEY(KP_CLEAR), 0},
+    {KEY(KP_RIGHT), 0},
+    {KEY(KP_HOME), 0},
+    {KEY(KP_UP), 0},
+    {KEY(KP_PAGE_UP), 0},
+    {KEY(KP_DELETE), 0},
+    {KEY(MAX), 0},
+    {KEY(ALL), 0},
 };
 
 #undef KEY
-#undef NO_KEY
 
 constexpr std::array FLAG_NAMES{
     BitName{"SHIFT", ZUST_MF_SHIFT},
@@ -192,13 +185,32 @@ constexpr std::array BUTTON_NAMES{
 };
 
 constexpr std::array PAD_BUTTON_NAMES{
-    PadButtonName{"DPAD_UP", 0x0001, 0},         PadButtonName{"DPAD_DOWN", 0x0002, 0},
-    PadButtonName{"DPAD_LEFT", 0x0004, 0},       PadButtonName{"DPAD_RIGHT", 0x0008, 0},
-    PadButtonName{"START", 0x0010, BTN_START},   PadButtonName{"SELECT", 0x0020, BTN_SELECT},
-    PadButtonName{"THUMBL", 0x0040, BTN_THUMBL}, PadButtonName{"THUMBR", 0x0080, BTN_THUMBR},
-    PadButtonName{"TL", 0x0100, BTN_TL},         PadButtonName{"TR", 0x0200, BTN_TR},
-    PadButtonName{"A", 0x1000, BTN_A},           PadButtonName{"B", 0x2000, BTN_B},
-    PadButtonName{"X", 0x4000, BTN_X},           PadButtonName{"Y", 0x8000, BTN_Y},
+    PadButtonName{"DPAD_UP", PAD_DPAD_UP, 0},
+    PadButtonName{"DPAD_DOWN", PAD_DPAD_DOWN, 0},
+    PadButtonName{"DPAD_LEFT", PAD_DPAD_LEFT, 0},
+    PadButtonName{"DPAD_RIGHT", PAD_DPAD_RIGHT, 0},
+    PadButtonName{"START", PAD_START, BTN_START},
+    PadButtonName{"SELECT", PAD_SELECT, BTN_SELECT},
+    PadButtonName{"THUMBL", PAD_THUMBL, BTN_THUMBL},
+    PadButtonName{"THUMBR", PAD_THUMBR, BTN_THUMBR},
+    PadButtonName{"TL", PAD_TL, BTN_TL},
+    PadButtonName{"TR", PAD_TR, BTN_TR},
+    PadButtonName{"A", PAD_A, BTN_A},
+    PadButtonName{"B", PAD_B, BTN_B},
+    PadButtonName{"X", PAD_X, BTN_X},
+    PadButtonName{"Y", PAD_Y, BTN_Y},
+};
+
+constexpr std::array PAD_AXIS_NAMES{
+    PadAxisName{"leftX", ABS_X, false},
+    PadAxisName{"leftY", ABS_Y, true},
+    PadAxisName{"rightX", ABS_RX, false},
+    PadAxisName{"rightY", ABS_RY, true},
+};
+
+constexpr std::array PAD_TRIGGER_NAMES{
+    PadAxisName{"leftTrigger", ABS_Z, false},
+    PadAxisName{"rightTrigger", ABS_RZ, false},
 };
 
 constexpr std::array PHASE_NAMES{
@@ -229,13 +241,6 @@ constexpr std::array MODIFIER_KEYS{
     ModifierKey{ZUST_KEY_RMETA, ZUST_MF_META_RIGHT},
 };
 
-template <typename Table, typename Field, typename Value>
-auto find(const Table& table, Field field, const Value& value) -> decltype(table.data())
-{
-    const auto found = std::find_if(table.begin(), table.end(), [&](const auto& row) { return row.*field == value; });
-    return found == table.end() ? nullptr : &*found;
-}
-
 template <typename Table>
 std::optional<uint16_t> parseBits(const Table& table, std::string_view text, std::string& unknown)
 {
@@ -244,8 +249,8 @@ std::optional<uint16_t> parseBits(const Table& table, std::string_view text, std
     {
         const size_t bar = text.find('|');
         const std::string_view name = text.substr(0, bar);
-        const auto found = std::find_if(table.begin(), table.end(), [&](const auto& row) { return row.name == name; });
-        if (found == table.end())
+        const auto* found = findRow(table, &Table::value_type::name, name);
+        if (!found)
         {
             unknown = name;
             return std::nullopt;
@@ -302,6 +307,16 @@ std::span<const PadButtonName> padButtonNames()
     return PAD_BUTTON_NAMES;
 }
 
+std::span<const PadAxisName> padAxisNames()
+{
+    return PAD_AXIS_NAMES;
+}
+
+std::span<const PadAxisName> padTriggerNames()
+{
+    return PAD_TRIGGER_NAMES;
+}
+
 std::span<const PhaseName> phaseNames()
 {
     return PHASE_NAMES;
@@ -309,42 +324,42 @@ std::span<const PhaseName> phaseNames()
 
 const KeyName* findKey(std::string_view name)
 {
-    return find(KEY_NAMES, &KeyName::name, name);
+    return findRow(KEY_NAMES, &KeyName::name, name);
 }
 
 const KeyName* findKey(ZustKeyCode code)
 {
-    return find(KEY_NAMES, &KeyName::code, code);
+    return findRow(KEY_NAMES, &KeyName::code, code);
 }
 
 const KeyName* findKeyByEvdev(uint16_t evdev)
 {
-    return evdev == 0 ? nullptr : find(KEY_NAMES, &KeyName::evdev, evdev);
-}
-
-const ButtonName* findButton(std::string_view name)
-{
-    return find(BUTTON_NAMES, &ButtonName::name, name);
+    return evdev == 0 ? nullptr : findRow(KEY_NAMES, &KeyName::evdev, evdev);
 }
 
 const ButtonName* findButton(ZustMouseButton button)
 {
-    return find(BUTTON_NAMES, &ButtonName::button, button);
+    return findRow(BUTTON_NAMES, &ButtonName::button, button);
 }
 
 const ButtonName* findButtonByEvdev(uint16_t evdev)
 {
-    return find(BUTTON_NAMES, &ButtonName::evdev, evdev);
+    return findRow(BUTTON_NAMES, &ButtonName::evdev, evdev);
 }
 
-const PhaseName* findPhase(std::string_view name)
+const PadButtonName* findPadButton(PadButton button)
 {
-    return find(PHASE_NAMES, &PhaseName::name, name);
+    return findRow(PAD_BUTTON_NAMES, &PadButtonName::bit, button);
+}
+
+const PadButtonName* findPadButtonByEvdev(uint16_t evdev)
+{
+    return evdev == 0 ? nullptr : findRow(PAD_BUTTON_NAMES, &PadButtonName::evdev, evdev);
 }
 
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase)
 {
-    const PhaseName* found = find(PHASE_NAMES, &PhaseName::phase, phase);
+    const PhaseName* found = findRow(PHASE_NAMES, &PhaseName::phase, phase);
     return found ? found->name : "?";
 }
 
@@ -355,7 +370,7 @@ bool isModifier(ZustKeyCode code)
 
 uint16_t modifierFlag(ZustKeyCode code)
 {
-    const ModifierKey* found = find(MODIFIER_KEYS, &ModifierKey::code, code);
+    const ModifierKey* found = findRow(MODIFIER_KEYS, &ModifierKey::code, code);
     return found ? found->flag : uint16_t{0};
 }
 

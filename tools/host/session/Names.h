@@ -3,9 +3,8 @@
 #ifndef TOOLS_HOST_SESSION_NAMES_H
 #define TOOLS_HOST_SESSION_NAMES_H
 
-#include "StreamSdk/include/ZuStreamInput.h"
+#include "tools/host/session/Session.h"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -39,8 +38,16 @@ struct ButtonName
 struct PadButtonName
 {
     std::string_view name;
-    uint16_t bit;   ///< in the report's button field
+    PadButton bit;  ///< in the report's button field
     uint16_t evdev; ///< 0 for the D-pad, which evdev reports as two axes
+};
+
+/// An axis or trigger of a pad.
+struct PadAxisName
+{
+    std::string_view name;
+    uint16_t evdev;
+    bool negated; ///< up is positive in the report, negative in evdev
 };
 
 struct PhaseName
@@ -53,6 +60,8 @@ std::span<const KeyName> keyNames();
 std::span<const BitName> flagNames();
 std::span<const ButtonName> buttonNames();
 std::span<const PadButtonName> padButtonNames();
+std::span<const PadAxisName> padAxisNames();    ///< in the order of PadReport::axes
+std::span<const PadAxisName> padTriggerNames(); ///< in the order of PadReport::triggers
 std::span<const PhaseName> phaseNames();
 
 /// \return null for an unknown key
@@ -62,10 +71,11 @@ const KeyName* findKey(ZustKeyCode code);
 /// The first client key that stands for an evdev key. \return null when there is none
 const KeyName* findKeyByEvdev(uint16_t evdev);
 
-const ButtonName* findButton(std::string_view name);
 const ButtonName* findButton(ZustMouseButton button);
 const ButtonName* findButtonByEvdev(uint16_t evdev);
-const PhaseName* findPhase(std::string_view name);
+const PadButtonName* findPadButton(PadButton button);
+/// \return null for what is no button of a pad
+const PadButtonName* findPadButtonByEvdev(uint16_t evdev);
 std::string_view phaseName(ZustTouchPointLowLevelFlags phase);
 
 /// Shift, Control, Alt and Meta, both sides.

@@ -1,9 +1,9 @@
 #include "tools/host/session/RecordFields.h"
 
+#include "tools/host/session/Names.h"
+
 #include <algorithm>
 #include <cmath>
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 
 namespace host
 {
@@ -105,6 +105,56 @@ std::optional<std::string> RecordFields::text(std::string_view name, bool requir
         return std::nullopt;
     }
     return value->get<std::string>();
+}
+
+std::optional<ZustKeyCode> RecordFields::key()
+{
+    constexpr std::string_view EXPECTED = "the name of a key (A, RETURN, F1, KP_0, ...) or a key code from 0 to 65535";
+    const json* value = take("key", true, EXPECTED);
+    if (!value)
+        return std::nullopt;
+    if (value->is_number_integer() && *value >= 0 && *value <= 65535)
+        return static_cast<ZustKeyCode>(value->get<int32_t>());
+    if (value->is_string())
+    {
+        if (const KeyName* known = findKey(value->get<std::string>()))
+            return known->code;
+    }
+    fail("key", fmt::format("{} is no key; expected {}", shown(*value), EXPECTED));
+    return std::nullopt;
+}
+
+std::optional<int64_t> RecordFields::flags(int64_t max)
+{
+    const json* value = take("flags");
+    if (!value)
+        return 0;
+    std::string unknown;
+    if (value->is_string())
+    {
+        if (const std::optional<uint16_t> bits = parseFlags(value->get<std::string>(), unknown))
+            return *bits;
+    }
+    else if (value->is_number_integer() && *value >= 0 && *value <= max)
+        return value->get<int64_t>();
+    fail("flags", fmt::format("{} holds an unknown flag \"{}\"; expected names joined by | ({}) or a number "
+                              "from 0 to {}",
+                              shown(*value), unknown, namesOf(flagNames()), max));
+    return std::nullopt;
+}
+
+std::optional<bool> RecordFields::down()
+{
+    constexpr std::string_view EXPECTED = R"("down" or "up")";
+    const std::optional<std::string> state = text("state", true, EXPECTED);
+    if (!state)
+        return std::nullopt;
+    if (*state != "down" && *state != "up")
+    {
+        fail("state", fmt::format("\"{}\" does not fit; expected {}", *state, EXPECTED));
+        return std::nullopt;
+    }
+    return *state == "down";
 }
 
 void RecordFields::fail(std::string_view name, std::string text)

@@ -2,11 +2,16 @@
 #ifndef TOOLS_HOST_SESSION_RECORD_FIELDS_H
 #define TOOLS_HOST_SESSION_RECORD_FIELDS_H
 
+#include "StreamSdk/include/ZuStreamInput.h"
 #include "tools/host/session/FileErrors.h"
+#include "tools/host/session/FindRow.h"
 
 #include <cstdint>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +40,19 @@ public:
     std::optional<bool> boolean(std::string_view name, bool required);
     std::optional<std::string> text(std::string_view name, bool required, std::string_view expected);
 
+    // Fields that several kinds of record have, by their usual names.
+
+    /// "key": the name of a key, or its number.
+    std::optional<ZustKeyCode> key();
+    /// "flags": names, or a number up to `max`; 0 when absent.
+    std::optional<int64_t> flags(int64_t max);
+    /// "state": whether it is "down"; else it is "up".
+    std::optional<bool> down();
+
+    /// The row of a table of names (Names.h) that a field names. \return null when there is none, which is noted
+    template <typename Row>
+    const Row* oneOf(std::string_view name, std::span<const Row> table);
+
     void fail(std::string_view name, std::string text);
 
     /// Notes every field that was not asked for, with those that were.
@@ -49,6 +67,28 @@ private:
     ErrorList& m_errors;
     std::vector<std::string> m_known;
 };
+
+/// The names of a table's rows, for messages.
+std::string namesOf(const auto& table)
+{
+    std::vector<std::string_view> names;
+    for (const auto& row : table)
+        names.push_back(row.name);
+    return fmt::format("{}", fmt::join(names, ", "));
+}
+
+template <typename Row>
+const Row* RecordFields::oneOf(std::string_view name, std::span<const Row> table)
+{
+    const std::string expected = fmt::format("one of {}", namesOf(table));
+    const std::optional<std::string> given = text(name, true, expected);
+    if (!given)
+        return nullptr;
+    const Row* row = findRow(table, &Row::name, *given);
+    if (!row)
+        fail(name, fmt::format("\"{}\" is no {}; expected {}", *given, name, expected));
+    return row;
+}
 
 /// A JSON value as it stands in messages: shortened when it is long.
 std::string shown(const nlohmann::json& value);

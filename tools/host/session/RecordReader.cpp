@@ -1,11 +1,12 @@
 #include "tools/host/session/RecordReader.h"
 
+#include "tools/host/session/FindRow.h"
 #include "tools/host/session/Names.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <limits>
 
 namespace host
 {
@@ -24,33 +25,54 @@ int64_t toUs(double ms)
     return std::llround(ms * 1000);
 }
 
+/// A stick or trigger: a share of the whole way, with `raw` the number of the pad's report.
+template <typename Number>
+std::optional<Number> readPosition(RecordFields& fields, std::string_view name, bool raw)
+{
+    using Limits = std::numeric_limits<Number>;
+    if (raw)
+    {
+        const auto value = fields.integer(name, Limits::min(), Limits::max(), false);
+        return value ? std::optional(static_cast<Number>(*value)) : std::nullopt;
+    }
+    const auto share = fields.number(name, Limits::is_signed ? -1 : 0, 1, false);
+    return share ? std::optional(static_cast<Number>(std::lround(*share * Limits::max()))) : std::nullopt;
+}
+
 } // namespace
 
-const std::array<RecordReader::Type, 20> RecordReader::TYPES{{
-    {"key", &RecordReader::readKeyRecord},
+constexpr std::array<RecordReader::Type, 20> RecordReader::TYPES{{
+    {KeyInput::TYPE, &RecordReader::readKeyRecord},
     {"tap", &RecordReader::readTap},
-    {"move", &RecordReader::readMove},
-    {"button", &RecordReader::readButton},
-    {"wheel", &RecordReader::readWheel},
-    {"mouse-settings", &RecordReader::readMouseSettings},
-    {"gamepad-connect", &RecordReader::readConnect},
-    {"gamepad-disconnect", &RecordReader::readDisconnect},
-    {"gamepad", &RecordReader::readGamepad},
-    {"gamepad-payload", &RecordReader::readPayload},
-    {"touch", &RecordReader::readTouch},
-    {"block", &RecordReader::readBlock},
-    {"unblock", &RecordReader::readUnblock},
-    {"unblock-all", &RecordReader::readUnblockAll},
-    {"pause", &RecordReader::readPause},
-    {"reset", &RecordReader::readReset},
-    {"touch-enable", &RecordReader::readTouchEnable},
-    {"allow-mouse-settings", &RecordReader::readAllowMouseSettings},
-    {"wait", &RecordReader::readWait},
-    {"expect", &RecordReader::readExpect},
+    {RelativeMove::TYPE, &RecordReader::readMove},
+    {ButtonInput::TYPE, &RecordReader::readButton},
+    {WheelInput::TYPE, &RecordReader::readWheel},
+    {MouseSettingsInput::TYPE, &RecordReader::readMouseSettings},
+    {PadConnection::TYPE, &RecordReader::readConnect},
+    {PadConnection::OFF_TYPE, &RecordReader::readDisconnect},
+    {PadReport::TYPE, &RecordReader::readGamepad},
+    {PadPayload::TYPE, &RecordReader::readPayload},
+    {TouchFrame::TYPE, &RecordReader::readTouch},
+    {BlockKey::TYPE, &RecordReader::readBlock},
+    {BlockKey::OFF_TYPE, &RecordReader::readUnblock},
+    {UnblockAll::TYPE, &RecordReader::readUnblockAll},
+    {Pause::TYPE, &RecordReader::readPause},
+    {Reset::TYPE, &RecordReader::readReset},
+    {TouchEnable::TYPE, &RecordReader::readTouchEnable},
+    {AllowMouseSettings::TYPE, &RecordReader::readAllowMouseSettings},
+    {Wait::TYPE, &RecordReader::readWait},
+    {Expect::TYPE, &RecordReader::readExpect},
 }};
+
+template <typename... Kinds>
+constexpr bool RecordReader::readsAll(std::type_identity<std::variant<Kinds...>>)
+{
+    return (findRow(TYPES, &Type::name, Kinds::TYPE) && ...);
+}
 
 void RecordReader::read(const json& record, int line)
 {
+    static_assert(readsAll(std::type_identity<Action>{}), "what is written can be read");
     const bool headerExpected = !m_sawHeader;
     m_sawHeader = true;
 
@@ -66,14 +88,11 @@ void RecordReader::read(const json& record, int line)
     }
     if (headerExpected)
         m_errors.add({line, 0, "type", R"(expected "session": the first record is the header)"});
-    const auto found = std::find_if(TYPES.begin(), TYPES.end(), [&](const Type& row) { return row.name == name; });
-    if (found == TYPES.end())
+    const Type* found = findRow(TYPES, &Type::name, name);
+    if (!found)
     {
-        std::vector<std::string_view> known;
-        for (const Type& row : TYPES)
-            known.push_back(row.name);
         const std::string given = type == record.end() ? "missing" : shown(*type) + " is no type of record";
-        fields.fail("type", fmt::format("{}; expected one of {}", given, fmt::join(known, ", ")));
+        fields.fail("type", fmt::format("{}; expected one of {}", given, namesOf(TYPES)));
         return;
     }
     (this->*found->read)(fields);
@@ -155,64 +174,11 @@ void RecordReader::addControl(RecordFields& fields, int64_t timeUs, Action actio
     add({timeUs, timeUs}, std::move(action), fields.line());
 }
 
-std::optional<ZustKeyCode> RecordReader::readKey(RecordFields& fields)
-{
-    constexpr std::string_view EXPECTED = "the name of a key (A, RETURN, F1, KP_0, ...) or a key code from 0 to 65535";
-    const json* value = fields.take("key", true, EXPECTED);
-    if (!value)
-        return std::nullopt;
-    if (value->is_number_integer() && *value >= 0 && *value <= 65535)
-        return static_cast<ZustKeyCode>(value->get<int32_t>());
-    if (value->is_string())
-    {
-        if (const KeyName* key = findKey(value->get<std::string>()))
-            return key->code;
-    }
-    fields.fail("key", fmt::format("{} is no key; expected {}", shown(*value), EXPECTED));
-    return std::nullopt;
-}
-
-std::optional<int64_t> RecordReader::readFlags(RecordFields& fields, int64_t max)
-{
-    const json* value = fields.take("flags");
-    if (!value)
-        return 0;
-    std::string unknown;
-    if (value->is_string())
-    {
-        if (const std::optional<uint16_t> flags = parseFlags(value->get<std::string>(), unknown))
-            return *flags;
-    }
-    else if (value->is_number_integer() && *value >= 0 && *value <= max)
-        return value->get<int64_t>();
-    std::vector<std::string_view> known;
-    for (const BitName& row : flagNames())
-        known.push_back(row.name);
-    fields.fail("flags", fmt::format("{} holds an unknown flag \"{}\"; expected names joined by | ({}) or a number "
-                                     "from 0 to {}",
-                                     shown(*value), unknown, fmt::join(known, ", "), max));
-    return std::nullopt;
-}
-
-std::optional<bool> RecordReader::readDown(RecordFields& fields)
-{
-    constexpr std::string_view EXPECTED = R"("down" or "up")";
-    const std::optional<std::string> state = fields.text("state", true, EXPECTED);
-    if (!state)
-        return std::nullopt;
-    if (*state != "down" && *state != "up")
-    {
-        fields.fail("state", fmt::format("\"{}\" does not fit; expected {}", *state, EXPECTED));
-        return std::nullopt;
-    }
-    return *state == "down";
-}
-
 void RecordReader::readKeyRecord(RecordFields& fields)
 {
     const Times times = readTimes(fields);
-    const std::optional<ZustKeyCode> key = readKey(fields);
-    const std::optional<bool> down = readDown(fields);
+    const std::optional<ZustKeyCode> key = fields.key();
+    const std::optional<bool> down = fields.down();
     const uint16_t flags = eventFlags(fields);
     const auto scan = static_cast<uint16_t>(fields.integer("scan", 0, 65535, false).value_or(0));
     if (key && down)
@@ -222,7 +188,7 @@ void RecordReader::readKeyRecord(RecordFields& fields)
 void RecordReader::readTap(RecordFields& fields)
 {
     const Times times = readTimes(fields);
-    const std::optional<ZustKeyCode> key = readKey(fields);
+    const std::optional<ZustKeyCode> key = fields.key();
     const uint16_t flags = eventFlags(fields);
     const int64_t hold = toUs(fields.number("hold", 0, LONGEST_MS, false).value_or(DEFAULT_HOLD_MS));
     m_endUs += hold;
@@ -276,15 +242,8 @@ void RecordReader::readButton(RecordFields& fields)
 {
     const Times times = readTimes(fields);
     const uint16_t flags = eventFlags(fields);
-    const std::optional<bool> down = readDown(fields);
-    std::vector<std::string_view> known;
-    for (const ButtonName& row : buttonNames())
-        known.push_back(row.name);
-    const std::string expected = fmt::format("one of {}", fmt::join(known, ", "));
-    const std::optional<std::string> name = fields.text("button", true, expected);
-    const ButtonName* button = name ? findButton(*name) : nullptr;
-    if (name && !button)
-        fields.fail("button", fmt::format("\"{}\" is no button; expected {}", *name, expected));
+    const std::optional<bool> down = fields.down();
+    const ButtonName* button = fields.oneOf("button", buttonNames());
     if (button && down)
         add(times, ButtonInput{button->button, *down, flags}, fields.line());
 }
@@ -332,15 +291,6 @@ void RecordReader::readConnection(RecordFields& fields, bool connected)
 
 void RecordReader::readGamepad(RecordFields& fields)
 {
-    struct AxisField
-    {
-        const char* name;
-        PadAxis axis;
-    };
-    constexpr std::array AXES{AxisField{"leftX", PAD_LEFT_X}, AxisField{"leftY", PAD_LEFT_Y},
-                              AxisField{"rightX", PAD_RIGHT_X}, AxisField{"rightY", PAD_RIGHT_Y}};
-    constexpr std::array TRIGGERS{"leftTrigger", "rightTrigger"};
-
     const Times times = readTimes(fields);
     const std::optional<int> pad = readPad(fields);
     if (pad && !m_padConnected[static_cast<size_t>(*pad)])
@@ -349,31 +299,12 @@ void RecordReader::readGamepad(RecordFields& fields)
 
     PadReport report;
     report.pad = pad.value_or(0);
-    for (const AxisField& row : AXES)
-    {
-        std::optional<int16_t>& axis = report.axes[row.axis];
-        if (raw)
-        {
-            if (const auto value = fields.integer(row.name, INT16_MIN, INT16_MAX, false))
-                axis = static_cast<int16_t>(*value);
-        }
-        else if (const auto value = fields.number(row.name, -1, 1, false))
-            axis = static_cast<int16_t>(std::lround(*value * INT16_MAX));
-    }
-    for (size_t i = 0; i < TRIGGERS.size(); ++i)
-    {
-        if (raw)
-        {
-            if (const auto value = fields.integer(TRIGGERS[i], 0, 255, false))
-                report.triggers[i] = static_cast<uint8_t>(*value);
-        }
-        else if (const auto value = fields.number(TRIGGERS[i], 0, 1, false))
-            report.triggers[i] = static_cast<uint8_t>(std::lround(*value * 255));
-    }
-    std::vector<std::string_view> known;
-    for (const PadButtonName& row : padButtonNames())
-        known.push_back(row.name);
-    const std::string expected = fmt::format("the names of all held buttons, joined by | ({})", fmt::join(known, ", "));
+    for (size_t i = 0; i < report.axes.size(); ++i)
+        report.axes[i] = readPosition<int16_t>(fields, padAxisNames()[i].name, raw);
+    for (size_t i = 0; i < report.triggers.size(); ++i)
+        report.triggers[i] = readPosition<uint8_t>(fields, padTriggerNames()[i].name, raw);
+    const std::string expected =
+        fmt::format("the names of all held buttons, joined by | ({})", namesOf(padButtonNames()));
     if (const std::optional<std::string> text = fields.text("buttons", false, expected))
     {
         std::string unknown;
@@ -416,15 +347,7 @@ std::optional<Finger> RecordReader::readFinger(const json& value, int line)
     }
     RecordFields fields(value, "finger of a \"touch\" record", line, m_errors);
     const auto id = fields.integer("id", 0, 65535, true);
-    std::vector<std::string_view> known;
-    for (const PhaseName& row : phaseNames())
-        known.push_back(row.name);
-    const std::string expected = fmt::format("one of {}", fmt::join(known, ", "));
-    const std::optional<std::string> name = fields.text("phase", true, expected);
-    const PhaseName* phase = name ? findPhase(*name) : nullptr;
-    if (name && !phase)
-        fields.fail("phase", fmt::format("\"{}\" is no phase; expected {}", *name, expected));
-
+    const PhaseName* phase = fields.oneOf("phase", phaseNames());
     const bool needsPosition = phase && (phase->phase == ZUST_TLL_DOWN || phase->phase == ZUST_TLL_MOVE);
     const auto x = fields.number("x", 0, 1, needsPosition);
     const auto y = fields.number("y", 0, 1, needsPosition);
@@ -462,8 +385,8 @@ void RecordReader::readTouch(RecordFields& fields)
 void RecordReader::readBlocking(RecordFields& fields, bool block)
 {
     const int64_t time = readTime(fields);
-    const std::optional<ZustKeyCode> key = readKey(fields);
-    const std::optional<int64_t> flags = readFlags(fields, UINT32_MAX);
+    const std::optional<ZustKeyCode> key = fields.key();
+    const std::optional<int64_t> flags = fields.flags(UINT32_MAX);
     if (key && flags)
         addControl(fields, time, BlockKey{*key, static_cast<uint32_t>(*flags), block});
 }

@@ -11,7 +11,9 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
 namespace host
 {
@@ -49,6 +51,9 @@ private:
     };
     static const std::array<Type, 20> TYPES;
 
+    template <typename... Kinds>
+    static constexpr bool readsAll(std::type_identity<std::variant<Kinds...>> kinds);
+
     void readHeader(RecordFields& fields);
 
     /// Notes a mistake of that field when the session comes to last more than a week. What is later could be played,
@@ -59,10 +64,7 @@ private:
     void add(const Times& times, Action action, int line);
     void addControl(RecordFields& fields, int64_t timeUs, Action action);
 
-    std::optional<ZustKeyCode> readKey(RecordFields& fields);
-    std::optional<int64_t> readFlags(RecordFields& fields, int64_t max);
-    uint16_t eventFlags(RecordFields& fields) { return static_cast<uint16_t>(readFlags(fields, 0xFFFF).value_or(0)); }
-    std::optional<bool> readDown(RecordFields& fields);
+    static uint16_t eventFlags(RecordFields& fields) { return static_cast<uint16_t>(fields.flags(0xFFFF).value_or(0)); }
     std::optional<int> readPad(RecordFields& fields);
     std::optional<Finger> readFinger(const nlohmann::json& value, int line);
 

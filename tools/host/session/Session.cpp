@@ -7,30 +7,37 @@ namespace host
 namespace
 {
 
-// In the order of Action's alternatives. Connection and state of a pad differ only by their fields' names.
-constexpr std::array<std::string_view, std::variant_size_v<Action>> TYPE_NAMES{"key",
-                                                                               "move",
-                                                                               "move",
-                                                                               "move",
-                                                                               "button",
-                                                                               "wheel",
-                                                                               "mouse-settings",
-                                                                               "gamepad-connect",
-                                                                               "gamepad",
-                                                                               "gamepad-payload",
-                                                                               "touch",
-                                                                               "block",
-                                                                               "unblock-all",
-                                                                               "pause",
-                                                                               "reset",
-                                                                               "touch-enable",
-                                                                               "allow-mouse-settings",
-                                                                               "wait",
-                                                                               "expect"};
+template <typename Kind>
+std::string_view typeOf(const Kind&)
+{
+    return Kind::TYPE;
+}
 
-constexpr size_t FIRST_CONTROL = Action(BlockKey{}).index();
+std::string_view typeOf(const PadConnection& connection)
+{
+    return connection.connected ? PadConnection::TYPE : PadConnection::OFF_TYPE;
+}
+
+std::string_view typeOf(const BlockKey& change)
+{
+    return change.block ? BlockKey::TYPE : BlockKey::OFF_TYPE;
+}
+
+Origin originOf(const Action& action)
+{
+    return std::visit([]<typename Kind>(const Kind&) { return Kind::ORIGIN; }, action);
+}
 
 } // namespace
+
+void PadState::take(const PadReport& report)
+{
+    buttons = report.buttons.value_or(buttons);
+    for (size_t i = 0; i < axes.size(); ++i)
+        axes[i] = report.axes[i].value_or(axes[i]);
+    for (size_t i = 0; i < triggers.size(); ++i)
+        triggers[i] = report.triggers[i].value_or(triggers[i]);
+}
 
 int64_t Session::durationUs() const
 {
@@ -55,27 +62,22 @@ const std::string* Session::expectedText() const
 
 bool isControl(const Action& action)
 {
-    return action.index() >= FIRST_CONTROL;
+    return originOf(action) == Origin::SERVER;
 }
 
 std::string_view typeName(const Action& action)
 {
-    if (const PadConnection* connection = std::get_if<PadConnection>(&action))
-        return connection->connected ? "gamepad-connect" : "gamepad-disconnect";
-    if (const BlockKey* blocked = std::get_if<BlockKey>(&action))
-        return blocked->block ? "block" : "unblock";
-    return TYPE_NAMES[action.index()];
+    return std::visit([](const auto& kind) { return typeOf(kind); }, action);
 }
 
 bool isMove(const Action& action)
 {
-    return std::holds_alternative<RelativeMove>(action) || std::holds_alternative<AbsoluteMove>(action)
-           || std::holds_alternative<PixelMove>(action);
+    return originOf(action) == Origin::MOUSE_MOVE;
 }
 
 bool isMouse(const Action& action)
 {
-    return isMove(action) || std::holds_alternative<ButtonInput>(action) || std::holds_alternative<WheelInput>(action);
+    return isMove(action) || originOf(action) == Origin::MOUSE;
 }
 
 } // namespace host

@@ -6,6 +6,7 @@
 #include "StreamSdk/include/ZuStreamInput.h"
 
 #include <array>
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,10 +20,28 @@ namespace host
 constexpr int SESSION_FORMAT_VERSION = 1;
 constexpr int MAX_PADS = 4;
 
+/// Who brings a record about.
+enum class Origin
+{
+    KEYBOARD,
+    MOUSE,      ///< clicks and turns
+    MOUSE_MOVE, ///< the pointer moves
+    MOUSE_SETTINGS,
+    PAD,
+    TOUCH,
+    SERVER ///< the server by itself; all others are the client's
+};
+
+// Each kind of record says its TYPE, the word that names it in a session file, and its ORIGIN. Where a switch has two
+// words, OFF_TYPE is the other one.
+
 // ---- what the client sends -------------------------------------------------------------------------------------
 
 struct KeyInput
 {
+    static constexpr std::string_view TYPE = "key";
+    static constexpr Origin ORIGIN = Origin::KEYBOARD;
+
     ZustKeyCode key{};
     ZustKeyState state{};
     uint16_t flags = 0;
@@ -33,6 +52,9 @@ struct KeyInput
 
 struct RelativeMove
 {
+    static constexpr std::string_view TYPE = "move";
+    static constexpr Origin ORIGIN = Origin::MOUSE_MOVE;
+
     int16_t dx = 0;
     int16_t dy = 0;
     uint16_t flags = 0;
@@ -43,6 +65,9 @@ struct RelativeMove
 /// Position as a share of the client's screen, 0..1; sent as 0..65535 without a client size.
 struct AbsoluteMove
 {
+    static constexpr std::string_view TYPE = "move";
+    static constexpr Origin ORIGIN = Origin::MOUSE_MOVE;
+
     double x = 0;
     double y = 0;
     uint16_t flags = 0;
@@ -53,6 +78,9 @@ struct AbsoluteMove
 /// Position in pixels of a client of that size.
 struct PixelMove
 {
+    static constexpr std::string_view TYPE = "move";
+    static constexpr Origin ORIGIN = Origin::MOUSE_MOVE;
+
     uint16_t x = 0;
     uint16_t y = 0;
     uint16_t width = 0;
@@ -64,6 +92,9 @@ struct PixelMove
 
 struct ButtonInput
 {
+    static constexpr std::string_view TYPE = "button";
+    static constexpr Origin ORIGIN = Origin::MOUSE;
+
     ZustMouseButton button{};
     bool down = false;
     uint16_t flags = 0;
@@ -73,6 +104,9 @@ struct ButtonInput
 
 struct WheelInput
 {
+    static constexpr std::string_view TYPE = "wheel";
+    static constexpr Origin ORIGIN = Origin::MOUSE;
+
     int16_t vertical = 0;
     int16_t horizontal = 0;
     uint16_t flags = 0;
@@ -82,6 +116,9 @@ struct WheelInput
 
 struct MouseSettingsInput
 {
+    static constexpr std::string_view TYPE = "mouse-settings";
+    static constexpr Origin ORIGIN = Origin::MOUSE_SETTINGS;
+
     uint32_t acceleration = 0;
     uint32_t sensitivity = 0;
 
@@ -90,34 +127,64 @@ struct MouseSettingsInput
 
 struct PadConnection
 {
+    static constexpr std::string_view TYPE = "gamepad-connect";
+    static constexpr std::string_view OFF_TYPE = "gamepad-disconnect";
+    static constexpr Origin ORIGIN = Origin::PAD;
+
     int pad = 0; ///< 0..3
     bool connected = false;
 
     bool operator==(const PadConnection&) const = default;
 };
 
-/// The axes of a pad's report, in the order of PadReport::axes.
-enum PadAxis
+/// The bits of PadReport::buttons.
+enum PadButton : uint16_t
 {
-    PAD_LEFT_X,
-    PAD_LEFT_Y, ///< up is positive, as in the report
-    PAD_RIGHT_X,
-    PAD_RIGHT_Y
+    PAD_DPAD_UP = 0x0001,
+    PAD_DPAD_DOWN = 0x0002,
+    PAD_DPAD_LEFT = 0x0004,
+    PAD_DPAD_RIGHT = 0x0008,
+    PAD_START = 0x0010,
+    PAD_SELECT = 0x0020,
+    PAD_THUMBL = 0x0040,
+    PAD_THUMBR = 0x0080,
+    PAD_TL = 0x0100,
+    PAD_TR = 0x0200,
+    PAD_A = 0x1000,
+    PAD_B = 0x2000,
+    PAD_X = 0x4000,
+    PAD_Y = 0x8000
 };
 
 /// What is not set stays as the pad's previous report had it.
 struct PadReport
 {
+    static constexpr std::string_view TYPE = "gamepad";
+    static constexpr Origin ORIGIN = Origin::PAD;
+
     int pad = 0;
     std::optional<uint16_t> buttons;
-    std::array<std::optional<int16_t>, 4> axes;
+    std::array<std::optional<int16_t>, 4> axes;     ///< left x and y, right x and y; up is positive
     std::array<std::optional<uint8_t>, 2> triggers; ///< left, right
 
     bool operator==(const PadReport&) const = default;
 };
 
+/// What the reports on a pad come to.
+struct PadState
+{
+    uint16_t buttons = 0;
+    std::array<int16_t, 4> axes{};
+    std::array<uint8_t, 2> triggers{};
+
+    void take(const PadReport& report);
+};
+
 struct PadPayload
 {
+    static constexpr std::string_view TYPE = "gamepad-payload";
+    static constexpr Origin ORIGIN = Origin::PAD;
+
     std::vector<uint8_t> bytes;
 
     bool operator==(const PadPayload&) const = default;
@@ -135,6 +202,9 @@ struct Finger
 
 struct TouchFrame
 {
+    static constexpr std::string_view TYPE = "touch";
+    static constexpr Origin ORIGIN = Origin::TOUCH;
+
     std::vector<Finger> fingers;
 
     bool operator==(const TouchFrame&) const = default;
@@ -144,6 +214,10 @@ struct TouchFrame
 
 struct BlockKey
 {
+    static constexpr std::string_view TYPE = "block";
+    static constexpr std::string_view OFF_TYPE = "unblock";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     ZustKeyCode key{};
     uint32_t flags = 0;
     bool block = false; ///< false: unblock
@@ -153,11 +227,17 @@ struct BlockKey
 
 struct UnblockAll
 {
+    static constexpr std::string_view TYPE = "unblock-all";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     bool operator==(const UnblockAll&) const = default;
 };
 
 struct Pause
 {
+    static constexpr std::string_view TYPE = "pause";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     bool paused = false;
 
     bool operator==(const Pause&) const = default;
@@ -165,11 +245,17 @@ struct Pause
 
 struct Reset
 {
+    static constexpr std::string_view TYPE = "reset";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     bool operator==(const Reset&) const = default;
 };
 
 struct TouchEnable
 {
+    static constexpr std::string_view TYPE = "touch-enable";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     bool enable = false;
 
     bool operator==(const TouchEnable&) const = default;
@@ -177,6 +263,9 @@ struct TouchEnable
 
 struct AllowMouseSettings
 {
+    static constexpr std::string_view TYPE = "allow-mouse-settings";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     bool allow = false;
 
     bool operator==(const AllowMouseSettings&) const = default;
@@ -185,6 +274,9 @@ struct AllowMouseSettings
 /// Nothing is sent for that long; what was sent before has been delivered when it starts.
 struct Wait
 {
+    static constexpr std::string_view TYPE = "wait";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     int64_t durationUs = 0;
 
     bool operator==(const Wait&) const = default;
@@ -193,11 +285,15 @@ struct Wait
 /// The text that the desktop should have received at the end.
 struct Expect
 {
+    static constexpr std::string_view TYPE = "expect";
+    static constexpr Origin ORIGIN = Origin::SERVER;
+
     std::string text;
 
     bool operator==(const Expect&) const = default;
 };
 
+/// A new kind of record is added here; whoever has to know it does not compile without it.
 using Action = std::variant<KeyInput, RelativeMove, AbsoluteMove, PixelMove, ButtonInput, WheelInput,
                             MouseSettingsInput, PadConnection, PadReport, PadPayload, TouchFrame, BlockKey, UnblockAll,
                             Pause, Reset, TouchEnable, AllowMouseSettings, Wait, Expect>;
@@ -236,6 +332,10 @@ std::string_view typeName(const Action& action);
 /// A mouse event that moves, clicks or turns.
 bool isMouse(const Action& action);
 bool isMove(const Action& action);
+
+/// One of these kinds: for those that mean nothing somewhere, so that a new kind is not taken for one of them unasked.
+template <typename Kind, typename... Kinds>
+concept AnyOf = (std::same_as<Kind, Kinds> || ...);
 
 /// Visits a variant with one lambda per alternative.
 template <typename... Handlers>

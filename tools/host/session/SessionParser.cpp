@@ -1,5 +1,6 @@
 #include "tools/host/session/SessionParser.h"
 
+#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/RecordReader.h"
 
 #include <algorithm>
@@ -32,6 +33,27 @@ std::string_view trimmed(std::string_view text)
 // stack at each level.
 constexpr int DEEPEST = 16;
 
+FileError syntaxError(const json::exception& error, const std::string& line, int number)
+{
+    int column = 0;
+    if (const auto* at = dynamic_cast<const json::parse_error*>(&error))
+    {
+        // The position counts bytes and stands behind the last one that was read.
+        const size_t bytes = std::min(at->byte == 0 ? size_t{0} : at->byte - 1, line.size());
+        column = 1
+                 + static_cast<int>(std::count_if(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(bytes),
+                                                  [](char byte)
+                                                  { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
+    }
+    std::string text = error.what();
+    // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error while ..."
+    if (const size_t prefix = text.find("syntax error"); prefix != std::string::npos)
+        text.erase(0, prefix);
+    else if (const size_t bracket = text.find("] "); bracket != std::string::npos)
+        text.erase(0, bracket + 2);
+    return {number, column, "", text};
+}
+
 void parseLine(const std::string& line, int number, RecordReader& reader, ErrorList& errors)
 {
     std::vector<std::set<std::string>> open;
@@ -60,24 +82,8 @@ void parseLine(const std::string& line, int number, RecordReader& reader, ErrorL
     }
     catch (const json::exception& error)
     {
-        int column = 0;
-        if (const auto* at = dynamic_cast<const json::parse_error*>(&error))
-        {
-            // The position counts bytes and stands behind the last one that was read.
-            const size_t bytes = std::min(at->byte == 0 ? size_t{0} : at->byte - 1, line.size());
-            column = 1
-                     + static_cast<int>(std::count_if(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(bytes),
-                                                      [](char byte)
-                                                      { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-        }
-        std::string text = error.what();
-        // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error while ..."
-        if (const size_t prefix = text.find("syntax error"); prefix != std::string::npos)
-            text.erase(0, prefix);
-        else if (const size_t bracket = text.find("] "); bracket != std::string::npos)
-            text.erase(0, bracket + 2);
         reader.skipHeader(); // an unreadable header is one mistake, not one per line
-        errors.add({number, column, "", text});
+        errors.add(syntaxError(error, line, number));
         return;
     }
     if (tooDeep)
@@ -113,11 +119,7 @@ Session parseSession(std::istream& in, const std::string& fileName)
         errors.add({0, 0, "", "cannot be read to its end"});
     else if (!reader.sawHeader())
         errors.add({0, 0, "", R"(holds no record; expected a header {"type":"session","version":1})"});
-    if (!errors.empty())
-    {
-        const size_t omitted = errors.omitted();
-        throw FileErrors(fileName, errors.take(), omitted);
-    }
+    errors.throwIfAny(fileName);
     return reader.takeSession();
 }
 

@@ -2,7 +2,6 @@
 #ifndef TOOLS_HOST_SESSION_SESSION_PARSER_H
 #define TOOLS_HOST_SESSION_SESSION_PARSER_H
 
-#include "tools/host/session/FileErrors.h"
 #include "tools/host/session/Session.h"
 
 #include <iosfwd>
