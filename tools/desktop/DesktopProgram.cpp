@@ -88,7 +88,7 @@ public:
             [this](unsigned keycode) { return m_model.isKeyHeld(keycode); }, [this] { onServerGone(); });
         if (m_recorder)
         {
-            m_recorder->start(monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
+            m_recorder->start(shared::monotonicNanoseconds(), m_window->geometry(), m_window->screen(),
                               DesktopPainter::canvas(m_window->geometry()));
         }
         m_screen.emplace(m_window->displayName(), static_cast<std::uint32_t>(m_window->id()), m_options.title,
@@ -98,7 +98,7 @@ public:
 
     int run()
     {
-        const std::int64_t started = monotonicNanoseconds();
+        const std::int64_t started = shared::monotonicNanoseconds();
         std::string reason;
         while (reason.empty())
         {
@@ -114,7 +114,7 @@ public:
                 tellReady();
             }
             reason = readSignals();
-            const std::int64_t now = monotonicNanoseconds();
+            const std::int64_t now = shared::monotonicNanoseconds();
             if (m_window->closeAsked())
             {
                 reason = "closed";
@@ -174,7 +174,7 @@ private:
         if (m_readySince && m_options.exitAfter)
         {
             const double left = *m_options.exitAfter * static_cast<double>(SECOND)
-                                - static_cast<double>(monotonicNanoseconds() - *m_readySince);
+                                - static_cast<double>(shared::monotonicNanoseconds() - *m_readySince);
             wait = std::clamp(static_cast<std::int64_t>(std::min(left, 1e9)), std::int64_t{0}, wait);
         }
         std::array<pollfd, 2> sources{{{m_window->connection(), POLLIN, 0}, {m_signals.get(), POLLIN, 0}}};
@@ -203,7 +203,7 @@ private:
 
     void tellReady()
     {
-        m_readySince = monotonicNanoseconds();
+        m_readySince = shared::monotonicNanoseconds();
         if (m_options.readyFile.empty())
         {
             fmt::print("ready\n");
@@ -221,7 +221,7 @@ private:
         m_screen.reset();
         if (m_recorder)
         {
-            m_recorder->end(monotonicNanoseconds(), m_model, reason);
+            m_recorder->end(shared::monotonicNanoseconds(), m_model, reason);
         }
         if (!m_options.png.empty() && m_model.geometry().width > 0)
         {

@@ -219,7 +219,7 @@ SeenGeometry DesktopWindow::screen() const
 
 void DesktopWindow::start()
 {
-    m_now = monotonicNanoseconds();
+    m_now = shared::monotonicNanoseconds();
     emit(0, m_geometry);
     Window root = 0;
     Window child = 0;
@@ -240,7 +240,7 @@ void DesktopWindow::readEvents()
     {
         XEvent event;
         XNextEvent(m_display.get(), &event);
-        m_now = monotonicNanoseconds();
+        m_now = shared::monotonicNanoseconds();
         handle(event);
     }
 }
@@ -254,7 +254,7 @@ void DesktopWindow::drain()
 void DesktopWindow::tendFocus()
 {
     // Not at every turn: two windows that both want the focus would keep the server busy with it.
-    const std::int64_t now = monotonicNanoseconds();
+    const std::int64_t now = shared::monotonicNanoseconds();
     if (m_mapped && !m_focused && (m_options.keepFocus || !m_wasFocused) && now - m_focusAsked >= FOCUS_INTERVAL)
     {
         m_focusAsked = now;

@@ -26,7 +26,7 @@ PadRecorder::PadRecorder(const std::string& path)
 void PadRecorder::added(std::size_t pad, const PadState& state)
 {
     write({{"event", "pad-added"},
-           {"t", desktop::monotonicNanoseconds()},
+           {"t", shared::monotonicNanoseconds()},
            {"pad", pad},
            {"name", state.name},
            {"id", state.identity},
@@ -47,7 +47,7 @@ void PadRecorder::input(std::size_t pad, const PadInput& input)
 
 void PadRecorder::happened(const char* what, std::size_t pad)
 {
-    write({{"event", what}, {"t", desktop::monotonicNanoseconds()}, {"pad", pad}});
+    write({{"event", what}, {"t", shared::monotonicNanoseconds()}, {"pad", pad}});
 }
 
 void PadRecorder::write(const nlohmann::ordered_json& line)

@@ -4,17 +4,17 @@
 #include <cstdint>
 #include <ctime>
 
-namespace desktop
+namespace shared
 {
 
 /// CLOCK_MONOTONIC in nanoseconds. Any thread.
-inline std::int64_t monotonicNanoseconds()
+inline int64_t monotonicNanoseconds()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-} // namespace desktop
+} // namespace shared
 
 #endif

@@ -1,7 +1,8 @@
 #include "tools/host/play/InjectionWatch.h"
 
+#include "tools/shared/MonotonicClock.h"
+
 #include <algorithm>
-#include <ctime>
 
 #include <linux/input-event-codes.h>
 
@@ -63,12 +64,10 @@ void InjectionWatch::forget(const void* device)
 
 void InjectionWatch::note(uint16_t deviceSlot, uint16_t type, uint16_t code, int32_t value)
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t now = shared::monotonicNanoseconds();
     const size_t index = m_next.fetch_add(1, std::memory_order_relaxed);
     if (index < m_writes.size())
-        m_writes[index] = {
-            int64_t{now.tv_sec} * 1000000000 + now.tv_nsec, deviceSlot, t_controlCall, type, code, value};
+        m_writes[index] = {now, deviceSlot, t_controlCall, type, code, value};
     if (type == EV_SYN && !t_controlCall && kind(deviceSlot) == DeviceKind::MOUSE)
         m_mouseReports.fetch_add(1, std::memory_order_relaxed);
 }

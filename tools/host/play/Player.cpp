@@ -1,5 +1,7 @@
 #include "tools/host/play/Player.h"
 
+#include "tools/shared/MonotonicClock.h"
+
 #include <algorithm>
 #include <cmath>
 #include <ctime>
@@ -9,9 +11,7 @@ namespace host
 
 int64_t SteadyClock::nowNs()
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+    return shared::monotonicNanoseconds();
 }
 
 bool SteadyClock::sleepUntil(int64_t timeNs)
