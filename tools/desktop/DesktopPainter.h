@@ -2,11 +2,12 @@
 #define TOOLS_DESKTOP_DESKTOP_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
-#include "tools/shared/Drawing.h"
 #include "tools/desktop/PanelPainter.h"
 #include "tools/desktop/TrailPainter.h"
 
 #include <string>
+
+#include <cairo.h>
 
 namespace desktop
 {

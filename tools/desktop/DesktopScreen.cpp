@@ -1,6 +1,7 @@
 #include "tools/desktop/DesktopScreen.h"
 
 #include "tools/desktop/DesktopPainter.h"
+#include "tools/shared/Drawing.h"
 
 #include <algorithm>
 #include <chrono>
@@ -82,9 +83,9 @@ public:
             return;
         }
         adopt(model.geometry(), title);
-        const ContextOwner back(cairo_create(m_back.get()));
+        const shared::ContextOwner back(cairo_create(m_back.get()));
         m_painter->paint(back.get(), model);
-        const ContextOwner front(cairo_create(m_front.get()));
+        const shared::ContextOwner front(cairo_create(m_front.get()));
         cairo_set_source_surface(front.get(), m_back.get(), 0, 0);
         cairo_paint(front.get());
         cairo_surface_flush(m_front.get());
@@ -116,8 +117,8 @@ private:
     std::uint32_t m_window;
     ConnectionOwner m_connection;
     xcb_visualtype_t* m_visual = nullptr;
-    SurfaceOwner m_front;
-    SurfaceOwner m_back;
+    shared::SurfaceOwner m_front;
+    shared::SurfaceOwner m_back;
     std::optional<DesktopPainter> m_painter;
 };
 } // namespace

@@ -1,5 +1,7 @@
 #include "tools/desktop/TrailPainter.h"
 
+#include "tools/desktop/Marks.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,6 +15,8 @@ namespace desktop
 
 namespace
 {
+using namespace shared;
+
 constexpr double MOVE_WIDTH = 1.6;
 constexpr double DRAG_WIDTH = 4.0;
 constexpr double TOUCH_WIDTH = 3.0;
@@ -94,7 +98,7 @@ void TrailPainter::paintGrid(cairo_t* cr, const SeenGeometry& canvas) const
     }
     cairo_stroke(cr);
 
-    setFont(cr, FontFace::Plain, 10.5 * m_scale);
+    setFont(cr, FontFace::PLAIN, 10.5 * m_scale);
     const double gap = 4 * m_scale;
     const double letter = 8 * m_scale;
     const double bottom = canvas.y + canvas.height;

@@ -89,6 +89,6 @@ int main(int argc, char** argv)
                "and picture are kept); above 100 wrong arguments.");
     CLI11_PARSE(app, argc, argv);
     const int code = desktop::runDesktop(options);
-    desktop::releaseDrawingCaches(); // else they look like leaks to a checker
+    shared::releaseDrawingCaches(); // else they look like leaks to a checker
     return code;
 }

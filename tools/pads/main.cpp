@@ -1,9 +1,9 @@
 // zuis-pads: reads gamepads from their event nodes, as a game does.
 
-#include "tools/shared/Drawing.h"
 #include "tools/pads/PadPainter.h"
 #include "tools/pads/PadRecorder.h"
 #include "tools/pads/PadWatcher.h"
+#include "tools/shared/Drawing.h"
 
 #include <cerrno>
 #include <csignal>
@@ -125,6 +125,6 @@ int main(int argc, char** argv)
     {
         fmt::print(stderr, "zuis-pads: {}\n", error.what());
     }
-    desktop::releaseDrawingCaches(); // else they look like leaks to a checker
+    shared::releaseDrawingCaches(); // else they look like leaks to a checker
     return code;
 }

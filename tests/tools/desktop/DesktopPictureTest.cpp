@@ -11,12 +11,14 @@
 
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/DesktopPainter.h"
+#include "tools/desktop/Marks.h"
 #include "tools/shared/Drawing.h"
 
 namespace
 {
 
 using namespace desktop;
+using namespace shared;
 
 constexpr SeenGeometry WINDOW{40, 30, 1280, 720};
 
