@@ -5,11 +5,13 @@
 #include "tools/desktop/DesktopRecorder.h"
 #include "tools/desktop/DesktopScreen.h"
 #include "tools/desktop/DesktopWindow.h"
+#include "tools/shared/FileDescriptor.h"
 #include "tools/shared/MonotonicClock.h"
+#include "tools/shared/ReadyFile.h"
+#include "tools/shared/Signals.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -18,9 +20,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -34,38 +34,10 @@ namespace
 constexpr std::int64_t SECOND = 1'000'000'000;
 constexpr std::int64_t START_LIMIT = 10 * SECOND;
 
-class FileDescriptor
+shared::FileDescriptor catchSignals()
 {
-public:
-    /// Throws std::system_error with `what` for a descriptor that could not be had.
-    FileDescriptor(int descriptor, const std::string& what)
-        : m_descriptor(descriptor)
-    {
-        if (descriptor < 0)
-        {
-            throw std::system_error(errno, std::generic_category(), what);
-        }
-    }
-    ~FileDescriptor() { close(m_descriptor); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
-FileDescriptor catchSignals()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
-    {
-        sigaddset(&signals, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads "ready" may be gone
-    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK), "cannot catch signals");
+    return shared::blockSignals({SIGTERM, SIGINT, SIGHUP, SIGUSR1});
 }
 
 class Program
@@ -210,8 +182,7 @@ private:
             std::fflush(stdout);
             return;
         }
-        const FileDescriptor file(open(m_options.readyFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644),
-                                  fmt::format("cannot create {}", m_options.readyFile));
+        shared::createReadyFile(m_options.readyFile);
     }
 
     /// Completes the files. Does not use the connection to the server.
@@ -231,7 +202,7 @@ private:
     }
 
     const DesktopOptions& m_options;
-    FileDescriptor m_signals;
+    shared::FileDescriptor m_signals;
     DesktopModel m_model;
     std::optional<DesktopRecorder> m_recorder;
     std::optional<DesktopWindow> m_window;

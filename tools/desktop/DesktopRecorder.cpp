@@ -135,15 +135,9 @@ struct LineMaker
 
 DesktopRecorder::DesktopRecorder(std::string path)
     : m_path(std::move(path))
-    , m_file(std::fopen(m_path.c_str(), "we"))
+    , m_file(m_path)
 {
-    if (!m_file)
-    {
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot write the record {}", m_path));
-    }
 }
-
-DesktopRecorder::~DesktopRecorder() = default;
 
 void DesktopRecorder::start(std::int64_t ns, const SeenGeometry& window, const SeenGeometry& screen,
                             const SeenGeometry& canvas)
@@ -195,16 +189,10 @@ void DesktopRecorder::end(std::int64_t ns, const DesktopModel& model, const std:
 
 void DesktopRecorder::write(const nlohmann::ordered_json& line)
 {
-    // Text comes from the input method; should it ever be broken UTF-8, the line must still be valid JSON.
-    const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-    const bool written =
-        std::fwrite(text.data(), 1, text.size(), m_file.get()) == text.size() && std::fflush(m_file.get()) == 0;
-    if (!written && m_good)
-    {
-        m_good = false;
+    const bool good = m_file.good();
+    if (!m_file.write(line) && good)
         fmt::print(stderr, "zuis-desktop: cannot write the record {}: {}\n", m_path,
                    std::generic_category().message(errno));
-    }
 }
 
 } // namespace desktop

@@ -2,25 +2,16 @@
 
 #include "tools/shared/MonotonicClock.h"
 
-#include <cerrno>
-#include <system_error>
-
-#include <fmt/core.h>
 #include <libevdev/libevdev.h>
 #include <nlohmann/json.hpp>
 
 namespace pads
 {
 
-using Json = nlohmann::ordered_json;
-
 PadRecorder::PadRecorder(const std::string& path)
 {
-    if (path.empty())
-        return;
-    m_file.reset(std::fopen(path.c_str(), "we"));
-    if (!m_file)
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot write the record {}", path));
+    if (!path.empty())
+        m_file.emplace(path);
 }
 
 void PadRecorder::added(std::size_t pad, const PadState& state)
@@ -52,12 +43,8 @@ void PadRecorder::happened(const char* what, std::size_t pad)
 
 void PadRecorder::write(const nlohmann::ordered_json& line)
 {
-    if (!m_file)
-        return;
-    // A device's name may be anything; the line must still be JSON.
-    const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-    if (std::fputs(text.c_str(), m_file.get()) < 0 || std::fflush(m_file.get()) != 0)
-        m_good = false;
+    if (m_file)
+        m_file->write(line);
 }
 
 } // namespace pads

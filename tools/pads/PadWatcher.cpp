@@ -8,9 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <libevdev/libevdev.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <time.h>
@@ -51,35 +49,14 @@ PadState describe(const libevdev* device, const std::string& node)
 
 } // namespace
 
-PadWatcher::Device::Device(std::string ownNode, int ownDescriptor)
-    : node(std::move(ownNode))
-    , descriptor(ownDescriptor)
-{
-}
-
-PadWatcher::Device::~Device()
-{
-    libevdev_free(device);
-    close(descriptor);
-}
-
 PadWatcher::PadWatcher(Listener listener)
     : m_listener(std::move(listener))
     , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
     // A node is made before udev gives it its rights, which shows as a change of attributes.
-    if (m_notify < 0 || inotify_add_watch(m_notify, DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
-    {
-        const int error = errno;
-        close(m_notify);
-        throw std::system_error(error, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
-    }
+    if (!m_notify || inotify_add_watch(m_notify.get(), DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
+        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
     readDirectory();
-}
-
-PadWatcher::~PadWatcher()
-{
-    close(m_notify);
 }
 
 void PadWatcher::readDirectory()
@@ -98,7 +75,7 @@ void PadWatcher::readNotices()
 {
     alignas(inotify_event) std::array<char, 4096> buffer;
     ssize_t size;
-    while ((size = ::read(m_notify, buffer.data(), buffer.size())) > 0)
+    while ((size = ::read(m_notify.get(), buffer.data(), buffer.size())) > 0)
     {
         for (const char* at = buffer.data(); at < buffer.data() + size;)
         {
@@ -114,61 +91,48 @@ void PadWatcher::readNotices()
 
 void PadWatcher::tryNode(const std::string& node)
 {
-    const auto known = [&](const std::unique_ptr<Device>& device) { return device->node == node; };
+    const auto known = [&](const Device& device) { return device.node == node; };
     if (!node.starts_with(NODE_PREFIX) || std::any_of(m_devices.begin(), m_devices.end(), known))
         return;
-    const int descriptor = open(fmt::format("{}/{}", DIRECTORY, node).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0)
+    shared::FileDescriptor descriptor = shared::openEventNode(fmt::format("{}/{}", DIRECTORY, node));
+    if (!descriptor)
         return; // not allowed, perhaps not yet
-    auto device = std::make_unique<Device>(node, descriptor);
-    if (libevdev_new_from_fd(descriptor, &device->device) != 0
-        || !libevdev_has_event_code(device->device, EV_KEY, BTN_GAMEPAD))
+    libevdev* device = nullptr;
+    if (libevdev_new_from_fd(descriptor.get(), &device) != 0)
         return;
-    libevdev_set_clock_id(device->device, CLOCK_MONOTONIC);
-    device->pad = m_found++;
-    m_listener.added(device->pad, describe(device->device, node));
-    m_devices.push_back(std::move(device));
+    shared::DeviceOwner owner(device);
+    if (!libevdev_has_event_code(device, EV_KEY, BTN_GAMEPAD))
+        return;
+    libevdev_set_clock_id(device, CLOCK_MONOTONIC);
+    m_listener.added(m_found, describe(device, node));
+    m_devices.push_back({node, std::move(descriptor), std::move(owner), m_found++});
 }
 
 bool PadWatcher::read(const Device& device)
 {
-    unsigned int flag = LIBEVDEV_READ_FLAG_NORMAL;
-    input_event event;
-    while (true)
+    const auto take = [&](const input_event& event)
     {
-        const int result = libevdev_next_event(device.device, flag, &event);
-        if (result == -EAGAIN && flag == LIBEVDEV_READ_FLAG_SYNC)
-        {
-            flag = LIBEVDEV_READ_FLAG_NORMAL;
-            continue;
-        }
-        if (result < 0)
-            return result == -EAGAIN || result == -EINTR;
-        if (result == LIBEVDEV_READ_STATUS_SYNC && flag == LIBEVDEV_READ_FLAG_NORMAL)
-        {
-            flag = LIBEVDEV_READ_FLAG_SYNC;
-            m_listener.overrun(device.pad);
-        }
         if (event.type == EV_SYN && event.code == SYN_REPORT)
             m_listener.frameEnd(device.pad);
         if (event.type == EV_KEY || event.type == EV_ABS)
             m_listener.input(device.pad, {event.input_event_sec * 1'000'000'000 + event.input_event_usec * 1000,
                                           event.type, event.code, event.value});
-    }
+    };
+    return shared::readEvents(device.device.get(), take, [&] { m_listener.overrun(device.pad); });
 }
 
 bool PadWatcher::wait(int signals)
 {
-    std::vector<pollfd> sources{{signals, POLLIN, 0}, {m_notify, POLLIN, 0}};
-    for (const std::unique_ptr<Device>& device : m_devices)
-        sources.push_back({device->descriptor, POLLIN, 0});
+    std::vector<pollfd> sources{{signals, POLLIN, 0}, {m_notify.get(), POLLIN, 0}};
+    for (const Device& device : m_devices)
+        sources.push_back({device.descriptor.get(), POLLIN, 0});
     poll(sources.data(), sources.size(), -1);
 
-    const auto gone = [&](const std::unique_ptr<Device>& device)
+    const auto gone = [&](const Device& device)
     {
-        if (read(*device))
+        if (read(device))
             return false;
-        m_listener.removed(device->pad);
+        m_listener.removed(device.pad);
         return true;
     };
     const auto end = std::remove_if(m_devices.begin(), m_devices.end(), gone);

@@ -2,13 +2,12 @@
 #define TOOLS_PADS_PAD_WATCHER_H
 
 #include "tools/pads/PadState.h"
+#include "tools/shared/EventNode.h"
+#include "tools/shared/FileDescriptor.h"
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
-
-struct libevdev;
 
 namespace pads
 {
@@ -29,7 +28,6 @@ public:
 
     /// Takes the pads that are there already, too. Throws std::system_error when /dev/input cannot be watched.
     explicit PadWatcher(Listener listener);
-    ~PadWatcher();
     PadWatcher(const PadWatcher&) = delete;
     PadWatcher& operator=(const PadWatcher&) = delete;
 
@@ -40,12 +38,10 @@ public:
 private:
     struct Device
     {
-        Device(std::string node, int descriptor);
-        ~Device();
         std::string node;
-        int descriptor;
-        libevdev* device = nullptr;
-        std::size_t pad = 0;
+        shared::FileDescriptor descriptor;
+        shared::DeviceOwner device;
+        std::size_t pad;
     };
 
     void readDirectory();
@@ -55,9 +51,9 @@ private:
     bool read(const Device& device);
 
     Listener m_listener;
-    int m_notify;
+    shared::FileDescriptor m_notify;
     std::size_t m_found = 0;
-    std::vector<std::unique_ptr<Device>> m_devices;
+    std::vector<Device> m_devices;
 };
 
 } // namespace pads

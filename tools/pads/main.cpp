@@ -4,18 +4,18 @@
 #include "tools/pads/PadRecorder.h"
 #include "tools/pads/PadWatcher.h"
 #include "tools/shared/Drawing.h"
+#include "tools/shared/FileDescriptor.h"
+#include "tools/shared/ReadyFile.h"
+#include "tools/shared/Signals.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
-#include <sys/signalfd.h>
 
 namespace
 {
@@ -28,30 +28,9 @@ struct Options
     bool quiet = false;
 };
 
-int catchSignals()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-        sigaddset(&signals, signal);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (descriptor < 0)
-        throw std::system_error(errno, std::generic_category(), "cannot catch signals");
-    return descriptor; // the process' own until it ends
-}
-
-void createFile(const std::string& path)
-{
-    std::FILE* const file = std::fopen(path.c_str(), "we");
-    if (!file)
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot create {}", path));
-    std::fclose(file);
-}
-
 int run(const Options& options)
 {
-    const int signals = catchSignals();
+    const shared::FileDescriptor signals = shared::blockSignals({SIGTERM, SIGINT, SIGHUP});
     pads::PadRecorder record(options.record);
     std::vector<pads::PadState> seen;
     const auto tell = [&](std::size_t pad, const std::string& what)
@@ -91,8 +70,8 @@ int run(const Options& options)
         },
     });
     if (!options.readyFile.empty())
-        createFile(options.readyFile);
-    while (!watcher.wait(signals))
+        shared::createReadyFile(options.readyFile);
+    while (!watcher.wait(signals.get()))
     {
     }
     if (!options.png.empty())
