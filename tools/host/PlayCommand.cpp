@@ -1,24 +1,35 @@
-#include "tools/host/PlayCommand.h"
+#include "tools/host/Commands.h"
 
 #include "devstack/zudev.h"
+#include "tools/host/Console.h"
+#include "tools/host/check/Expectation.h"
 #include "tools/host/play/InjectionHooks.h"
 #include "tools/host/play/InjectionWatch.h"
+#include "tools/host/play/Screen.h"
+#include "tools/host/play/StreamingServer.h"
+#include "tools/host/play/Telemetry.h"
 #include "tools/host/report/PacingPicture.h"
 #include "tools/host/report/Report.h"
 #include "tools/host/session/SessionParser.h"
-#include "tools/host/play/StreamingServer.h"
-#include "tools/host/play/Telemetry.h"
+#include "tools/shared/OutputFile.h"
+#include "tools/shared/Signals.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <stdexcept>
+#include <memory>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include <sys/prctl.h>
@@ -30,12 +41,24 @@ namespace
 
 using namespace std::chrono_literals;
 
-std::atomic<bool> s_interrupted{false};
-
-void interrupt(int)
+struct PlayOptions
 {
-    s_interrupted.store(true, std::memory_order_relaxed);
-}
+    std::string session;
+    double speed = 1;
+    Backend backend = Backend::DEFAULT;
+    std::optional<int> instance;
+    ZustLogLevel logLevel = ZUST_LL_INFO;
+    bool showTelemetry = false;
+    std::string network = "even";
+    uint64_t seed = 1;
+    std::string library = "libInputStreamShared.so";
+    std::optional<ScreenSize> screen;
+    std::string jsonFile;
+    std::string timelineFile;
+    std::string pacingPicture;
+    std::string desktopRecord;
+    std::string padsRecord;
+};
 
 void logSink(void* console, ZustLogLevel level, uint32_t, const char* tag, const char* text)
 {
@@ -59,21 +82,6 @@ public:
     Hooks(const Hooks&) = delete;
     Hooks& operator=(const Hooks&) = delete;
 };
-
-std::ofstream openOutput(const std::string& fileName)
-{
-    std::ofstream out(fileName);
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: cannot be written: {}", fileName, std::strerror(errno)));
-    return out;
-}
-
-void closeOutput(std::ofstream& out, const std::string& fileName)
-{
-    out.close();
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: could not be written completely", fileName));
-}
 
 TouchScale touchScale(const PlayOptions& options, const Session& session)
 {
@@ -103,7 +111,7 @@ size_t writesToExpect(const Session& session)
 }
 
 /// Waits until the mouse queue is empty; gives up when nothing has moved for a second, or when interrupted.
-void waitForInjection(size_t expectedReports, bool watched)
+void waitForInjection(size_t expectedReports, bool watched, const std::atomic<bool>& interrupted)
 {
     if (!watched)
     {
@@ -112,7 +120,7 @@ void waitForInjection(size_t expectedReports, bool watched)
     }
     size_t last = injectionWatch().mouseReports();
     auto lastChange = std::chrono::steady_clock::now();
-    while (last < expectedReports && !s_interrupted.load(std::memory_order_relaxed)
+    while (last < expectedReports && !interrupted.load(std::memory_order_relaxed)
            && std::chrono::steady_clock::now() - lastChange < 1s)
     {
         std::this_thread::sleep_for(5ms);
@@ -178,7 +186,7 @@ void comparePads(RunReport& report, const PlayOptions& options, const std::vecto
 }
 
 RunReport playSession(const PlayOptions& options, const Session& session, const NetworkModel& network,
-                      std::vector<Played>& played)
+                      const std::atomic<bool>& interrupted, std::vector<Played>& played)
 {
     const bool watched = options.backend != Backend::CONTAINER;
     RunReport report;
@@ -208,15 +216,15 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
 
         // Only now, so that the library's own threads keep the slack that they would have in any server.
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-        SteadyClock clock(s_interrupted);
+        SteadyClock clock(interrupted);
         PlayProgress progress;
         Player player(server, clock, network, options.speed, scale, progress);
         console.setProgress([&] { return progressText(session, progress, watched); });
         played = player.play(session);
         report.startNs = player.startNs();
         report.expectation = expectationOf(played, options.backend);
-        waitForInjection(report.expectation.mouseReports.size(), watched);
-        report.interrupted = s_interrupted.load(std::memory_order_relaxed);
+        waitForInjection(report.expectation.mouseReports.size(), watched, interrupted);
+        report.interrupted = interrupted.load(std::memory_order_relaxed);
         report.durationNs = clock.nowNs() - report.startNs;
         console.setProgress({});
         server.close();
@@ -243,17 +251,14 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
     return report;
 }
 
-} // namespace
-
-int play(const PlayOptions& options)
+int playAndReport(const PlayOptions& options)
 {
     const Session session = readSession(options.session);
     const NetworkModel network = NetworkModel::parse(options.network, options.seed);
 
-    std::signal(SIGINT, &interrupt);
-    std::signal(SIGTERM, &interrupt);
+    const std::atomic<bool>& interrupted = shared::flagSignals({SIGINT, SIGTERM});
     std::vector<Played> played;
-    RunReport report = playSession(options, session, network, played);
+    RunReport report = playSession(options, session, network, interrupted, played);
     if (!options.desktopRecord.empty())
         compareDesktop(report, options, session);
     if (!options.padsRecord.empty())
@@ -263,19 +268,72 @@ int play(const PlayOptions& options)
     std::cout.flush();
     if (!options.jsonFile.empty())
     {
-        std::ofstream out = openOutput(options.jsonFile);
-        writeJson(out, report);
-        closeOutput(out, options.jsonFile);
+        shared::OutputFile out(options.jsonFile);
+        writeJson(out.stream(), report);
+        out.finish();
     }
     if (!options.timelineFile.empty())
     {
-        std::ofstream out = openOutput(options.timelineFile);
-        writeTimeline(out, played, injectionWatch().writes(), injectionWatch(), report);
-        closeOutput(out, options.timelineFile);
+        shared::OutputFile out(options.timelineFile);
+        writeTimeline(out.stream(), played, injectionWatch().writes(), injectionWatch(), report);
+        out.finish();
     }
     if (!options.pacingPicture.empty())
         drawPacingPicture(report, options.pacingPicture);
     return report.good() ? 0 : 1;
+}
+
+/// A validator in CLI11's terms: an empty text accepts.
+std::string positive(const std::string& text)
+{
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    return end != text.c_str() && *end == '\0' && value >= 0.01 && value <= 1000
+               ? ""
+               : "expected a number from 0.01 to 1000";
+}
+
+} // namespace
+
+Command addPlay(CLI::App& app)
+{
+    const auto options = std::make_shared<PlayOptions>();
+    CLI::App* const play =
+        app.add_subcommand("play", "Play a session through the library and report what became of it");
+    play->add_option("SESSION", options->session, "Session file (docs/session-format.md)")->required();
+    play->add_option("--speed", options->speed, "2 plays twice as fast")->check(positive);
+    play->add_option_function<std::string>(
+            "--backend",
+            [options](const std::string& text) { options->backend = parseBackend(text).value_or(options->backend); },
+            "Where the library injects; without it the library's own settings decide")
+        ->check(CLI::IsMember({"uinput", "xtest", "container"}));
+    play->add_option("--instance", options->instance, "Number of the Android container")->check(CLI::Range(0, 1000000));
+    play->add_option("--network", options->network,
+                     "How the network delivers: even, bursts:N, jitter:MS, or a file with one delay in ms per line")
+        ->capture_default_str();
+    play->add_option("--seed", options->seed, "Of the jitter")->capture_default_str();
+    play->add_option("--library", options->library, "The library to load")->capture_default_str();
+    play->add_option_function<std::string>(
+            "--log-level",
+            [options](const std::string& text) { options->logLevel = parseLogLevel(text).value_or(options->logLevel); },
+            "Lowest level of the log lines that are shown (default: info)")
+        ->check(CLI::IsMember({"verbose", "debug", "info", "warning", "error", "critical", "silence"}));
+    play->add_flag("--telemetry", options->showTelemetry, "Show every telemetry record as it comes");
+    play->add_option_function<std::vector<int>>(
+            "--screen",
+            [options](const std::vector<int>& size) {
+                options->screen = {size[0], size[1]};
+            },
+            "Width and height in pixels that touches are scaled to over XTest; asked from X otherwise")
+        ->expected(2)
+        ->check(CLI::Range(1, 65535));
+    play->add_option("--json", options->jsonFile, "Write the summary as JSON");
+    play->add_option("--timeline", options->timelineFile, "Write every event and every write of the library, by time");
+    play->add_option("--pacing-png", options->pacingPicture, "Draw the intervals and latencies of mouse moves");
+    play->add_option("--desktop-record", options->desktopRecord,
+                     "Compare with what zuis-desktop recorded in this file");
+    play->add_option("--pads-record", options->padsRecord, "Compare with what zuis-pads recorded in this file");
+    return {play, [options] { return playAndReport(*options); }};
 }
 
 } // namespace host
