@@ -20,7 +20,6 @@ namespace pads
 namespace
 {
 
-constexpr char DIRECTORY[] = "/dev/input";
 constexpr std::string_view NODE_PREFIX = "event";
 
 PadState describe(const libevdev* device, const std::string& node)
@@ -49,20 +48,21 @@ PadState describe(const libevdev* device, const std::string& node)
 
 } // namespace
 
-PadWatcher::PadWatcher(Listener listener)
+PadWatcher::PadWatcher(Listener listener, std::string directory)
     : m_listener(std::move(listener))
+    , m_directory(std::move(directory))
     , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
     // A node is made before udev gives it its rights, which shows as a change of attributes.
-    if (!m_notify || inotify_add_watch(m_notify.get(), DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
+    if (!m_notify || inotify_add_watch(m_notify.get(), m_directory.c_str(), IN_CREATE | IN_ATTRIB) < 0)
+        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", m_directory));
     readDirectory();
 }
 
 void PadWatcher::readDirectory()
 {
     std::vector<std::string> nodes;
-    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY))
+    for (const auto& entry : std::filesystem::directory_iterator(m_directory))
         nodes.push_back(entry.path().filename());
     std::sort(nodes.begin(), nodes.end(),
               [](const std::string& a, const std::string& b)
@@ -94,7 +94,7 @@ void PadWatcher::tryNode(const std::string& node)
     const auto known = [&](const Device& device) { return device.node == node; };
     if (!node.starts_with(NODE_PREFIX) || std::any_of(m_devices.begin(), m_devices.end(), known))
         return;
-    shared::FileDescriptor descriptor = shared::openEventNode(fmt::format("{}/{}", DIRECTORY, node));
+    shared::FileDescriptor descriptor = shared::openEventNode(fmt::format("{}/{}", m_directory, node));
     if (!descriptor)
         return; // not allowed, perhaps not yet
     libevdev* device = nullptr;

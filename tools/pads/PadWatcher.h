@@ -12,7 +12,7 @@
 namespace pads
 {
 
-/// Finds the gamepads below /dev/input as they come and go, and reads them. One thread.
+/// Finds the gamepads among the event nodes of a directory as they come and go, and reads them. One thread.
 class PadWatcher
 {
 public:
@@ -26,8 +26,8 @@ public:
         std::function<void(std::size_t pad)> overrun; ///< the kernel dropped events of this pad
     };
 
-    /// Takes the pads that are there already, too. Throws std::system_error when /dev/input cannot be watched.
-    explicit PadWatcher(Listener listener);
+    /// Takes the pads that are there already, too. Throws std::system_error when the directory cannot be watched.
+    PadWatcher(Listener listener, std::string directory);
     PadWatcher(const PadWatcher&) = delete;
     PadWatcher& operator=(const PadWatcher&) = delete;
 
@@ -51,6 +51,7 @@ private:
     bool read(const Device& device);
 
     Listener m_listener;
+    std::string m_directory;
     shared::FileDescriptor m_notify;
     std::size_t m_found = 0;
     std::vector<Device> m_devices;

@@ -3,12 +3,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/tools/Pixels.h"
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/DesktopPainter.h"
 #include "tools/desktop/Marks.h"
@@ -44,30 +44,12 @@ public:
     }
 
     /// Colour at a position on the screen, RGB in the lower 24 bits.
-    std::uint32_t at(int x, int y) const
-    {
-        const unsigned char* row =
-            cairo_image_surface_get_data(m_image.get())
-            + static_cast<std::ptrdiff_t>(y - WINDOW.y) * cairo_image_surface_get_stride(m_image.get());
-        std::uint32_t pixel = 0;
-        std::memcpy(&pixel, row + static_cast<std::ptrdiff_t>(x - WINDOW.x) * 4, 4);
-        return pixel & 0xffffffU;
-    }
+    uint32_t at(int x, int y) const { return pixelAt(m_image.get(), x - WINDOW.x, y - WINDOW.y); }
 
     /// How many pixels of a window-wide band have this colour.
     int count(const Colour& colour, int top, int bottom) const
     {
-        int result = 0;
-        for (int y = top; y < bottom; ++y)
-            for (int x = WINDOW.x; x < WINDOW.x + WINDOW.width; ++x)
-                result += at(x, y) == rgb(colour) ? 1 : 0;
-        return result;
-    }
-
-    static std::uint32_t rgb(const Colour& colour)
-    {
-        const auto byte = [](double part) { return static_cast<std::uint32_t>(std::lround(part * 65535)) >> 8U; };
-        return byte(colour.red) << 16 | byte(colour.green) << 8 | byte(colour.blue);
+        return countPixels(m_image.get(), colour, top - WINDOW.y, bottom - WINDOW.y);
     }
 
 private:
@@ -115,7 +97,7 @@ TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
     for (std::size_t i = 0; i + 1 < samples.size(); ++i)
     {
         const Colour& dot = i < 199 ? colours::MOVE_DOT : colours::DRAG_DOT;
-        ASSERT_EQ(picture.at(samples[i].x, samples[i].y), Picture::rgb(dot)) << "sample " << i;
+        ASSERT_EQ(picture.at(samples[i].x, samples[i].y), rgb(dot)) << "sample " << i;
     }
 }
 
