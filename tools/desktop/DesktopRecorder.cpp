@@ -20,9 +20,7 @@ constexpr int RECORD_VERSION = 1;
 Json position(double value)
 {
     if (value == std::floor(value) && std::abs(value) < 1e9)
-    {
-        return static_cast<std::int64_t>(value);
-    }
+        return static_cast<int64_t>(value);
     return std::round(value * 1e4) / 1e4; // the protocol's own step is 1/65536
 }
 
@@ -30,9 +28,7 @@ Json lineOf(const char* name, const SeenTime& time)
 {
     Json line{{"event", name}, {"t", time.ns}};
     if (time.xtime != 0)
-    {
         line["xtime"] = time.xtime;
-    }
     return line;
 }
 
@@ -41,20 +37,18 @@ void addPlace(Json& line, double x, double y, std::string_view source)
     line["x"] = position(x);
     line["y"] = position(y);
     if (!source.empty())
-    {
         line["source"] = source;
-    }
 }
 
 const char* nameOf(TouchPhase phase)
 {
     switch (phase)
     {
-    case TouchPhase::Begin:
+    case TouchPhase::BEGIN:
         return "touch-begin";
-    case TouchPhase::Update:
+    case TouchPhase::UPDATE:
         return "touch-update";
-    case TouchPhase::End:
+    case TouchPhase::END:
         break;
     }
     return "touch-end";
@@ -139,7 +133,7 @@ DesktopRecorder::DesktopRecorder(std::string path)
 {
 }
 
-void DesktopRecorder::start(std::int64_t ns, const SeenGeometry& window, const SeenGeometry& screen,
+void DesktopRecorder::start(int64_t ns, const SeenGeometry& window, const SeenGeometry& screen,
                             const SeenGeometry& canvas)
 {
     Json line{{"event", "start"}, {"version", RECORD_VERSION}, {"width", window.width}, {"height", window.height}};
@@ -154,26 +148,20 @@ void DesktopRecorder::event(const SeenEvent& event)
 {
     const Json line = std::visit(LineMaker{event.time}, event.body);
     if (!line.is_null())
-    {
         write(line);
-    }
 }
 
-void DesktopRecorder::end(std::int64_t ns, const DesktopModel& model, const std::string& reason)
+void DesktopRecorder::end(int64_t ns, const DesktopModel& model, const std::string& reason)
 {
     Json line = lineOf("end", {ns, 0});
     line["reason"] = reason;
     line["text"] = model.text();
     line["keys_held"] = Json::array();
     for (const auto& [keycode, keysym] : model.keysHeld())
-    {
         line["keys_held"].push_back({{"keycode", keycode}, {"keysym", keysym}});
-    }
     line["buttons_held"] = Json::array();
     for (const int button : model.buttonsHeld())
-    {
         line["buttons_held"].push_back(button);
-    }
     line["touches_down"] = model.touchesDown();
     line["pointer"] = {position(model.pointer().x), position(model.pointer().y)};
     const DesktopModel::Counts& counts = model.counts();

@@ -25,11 +25,11 @@ public:
 
     /// First line: size and position of the window, size of the screen, and the part of the screen that the picture
     /// keeps free for the pointer.
-    void start(std::int64_t ns, const SeenGeometry& window, const SeenGeometry& screen, const SeenGeometry& canvas);
+    void start(int64_t ns, const SeenGeometry& window, const SeenGeometry& screen, const SeenGeometry& canvas);
     /// One line, or none for events that are not part of the record.
     void event(const SeenEvent& event);
     /// Last line: the text, what is still held, counts, and why the program ends.
-    void end(std::int64_t ns, const DesktopModel& model, const std::string& reason);
+    void end(int64_t ns, const DesktopModel& model, const std::string& reason);
 
     /// False after a line could not be written. The first failure is told on stderr; later lines are still tried.
     bool good() const { return m_file.good(); }

@@ -52,7 +52,7 @@ public:
     /// Asks for the focus if it should be here and is not, every FOCUS_INTERVAL at most. To be called after
     /// `readEvents`, and every FOCUS_INTERVAL while the window is not ready.
     void tendFocus();
-    static constexpr std::int64_t FOCUS_INTERVAL = 50'000'000; ///< ns
+    static constexpr int64_t FOCUS_INTERVAL = 50'000'000; ///< ns
 
     /// Mapped, focused, and all events selected.
     bool isReady() const { return m_mapped && m_focused; }
@@ -121,10 +121,10 @@ private:
     bool m_wasFocused = false;
     bool m_exposed = false;
     bool m_closeAsked = false;
-    std::int64_t m_focusAsked = std::numeric_limits<std::int64_t>::min() / 2; ///< when the focus was last asked for, ns
-    std::int64_t m_now = 0;                                                   ///< when the event in hand was read, ns
-    std::map<int, std::string_view> m_deviceNames;                            ///< forgotten when devices come or go
-    std::set<std::string, std::less<>> m_namesEverSeen;                       ///< what the views point to
+    int64_t m_focusAsked = std::numeric_limits<int64_t>::min() / 2; ///< when the focus was last asked for, ns
+    int64_t m_now = 0;                                              ///< when the event in hand was read, ns
+    std::map<int, std::string_view> m_deviceNames;                  ///< forgotten when devices come or go
+    std::set<std::string, std::less<>> m_namesEverSeen;             ///< what the views point to
 };
 
 } // namespace desktop

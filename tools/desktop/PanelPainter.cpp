@@ -39,7 +39,7 @@ constexpr double LINE_FACTOR = 1.38;
 // The largest at which the whole text fits; at the smallest its beginning is left out.
 constexpr std::array<double, 5> TEXT_SIZES{26, 21, 18, 15.5, 13.5};
 // Far more than the panel holds at the smallest size.
-constexpr std::size_t LONGEST_SHOWN = 6000;
+constexpr size_t LONGEST_SHOWN = 6000;
 
 struct ModifierCap
 {
@@ -48,11 +48,11 @@ struct ModifierCap
 };
 
 constexpr std::array<ModifierCap, 5> MODIFIER_CAPS{{
-    {"Shift", DesktopModel::Modifier::Shift},
-    {"Ctrl", DesktopModel::Modifier::Ctrl},
-    {"Alt", DesktopModel::Modifier::Alt},
-    {"AltGr", DesktopModel::Modifier::AltGr},
-    {"Super", DesktopModel::Modifier::Super},
+    {"Shift", DesktopModel::Modifier::SHIFT},
+    {"Ctrl", DesktopModel::Modifier::CTRL},
+    {"Alt", DesktopModel::Modifier::ALT},
+    {"AltGr", DesktopModel::Modifier::ALT_GR},
+    {"Super", DesktopModel::Modifier::SUPER},
 }};
 
 struct ButtonCap
@@ -103,7 +103,7 @@ double cap(cairo_t* cr, double x, double y, std::string_view label, bool lit)
     return x + width + 6;
 }
 
-std::string counted(std::uint64_t count, std::string_view one, std::string_view many)
+std::string counted(uint64_t count, std::string_view one, std::string_view many)
 {
     return fmt::format("{} {}", count, count == 1 ? one : many);
 }
@@ -115,9 +115,7 @@ std::string heldKeys(const DesktopModel& model)
     for (const auto& [keycode, keysym] : model.keysHeld())
     {
         if (!DesktopModel::isModifier(keysym))
-        {
             names.push_back(keysym.empty() ? fmt::format("code {}", keycode) : keysym);
-        }
     }
     return names.empty() ? std::string() : fmt::format(", held: {}", fmt::join(names, ", "));
 }
@@ -167,9 +165,7 @@ double PanelPainter::monoAdvance(cairo_t* cr, std::string_view character)
 {
     const auto known = m_monoAdvance.find(character);
     if (known != m_monoAdvance.end())
-    {
         return known->second;
-    }
     setFont(cr, FontFace::MONO, 100);
     return m_monoAdvance.emplace(character, textWidth(cr, character) / 100).first->second;
 }
@@ -184,7 +180,7 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
     bool cut = text.size() > LONGEST_SHOWN;
     if (cut)
     {
-        std::size_t from = text.size() - LONGEST_SHOWN;
+        size_t from = text.size() - LONGEST_SHOWN;
         from = std::min(text.find_first_of(" \n", from), text.size() - 1);
         text.remove_prefix(from + 1);
     }
@@ -193,16 +189,14 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
     const double width = box.width - 2 * PADDING - 4;
     std::vector<std::string> lines;
     double size = 0;
-    std::size_t fit = 0;
+    size_t fit = 0;
     for (const double candidate : TEXT_SIZES)
     {
         size = candidate;
-        fit = static_cast<std::size_t>(room / (size * LINE_FACTOR));
+        fit = static_cast<size_t>(room / (size * LINE_FACTOR));
         lines = wrapText(text, width, [&](std::string_view character) { return monoAdvance(cr, character) * size; });
         if (lines.size() <= fit)
-        {
             break;
-        }
     }
     if (lines.size() > fit)
     {
@@ -243,16 +237,12 @@ void PanelPainter::paintState(cairo_t* cr, const DesktopModel& model) const
     constexpr std::array<double, 5> WIDTHS{312, 384, 186, 150, 120};
     double used = 0;
     for (const double width : WIDTHS)
-    {
         used += width;
-    }
     const double gap = (box.width - 2 * PADDING - used) / (WIDTHS.size() - 1);
     std::array<double, WIDTHS.size()> left{};
     left[0] = box.x + PADDING;
-    for (std::size_t i = 1; i < left.size(); ++i)
-    {
+    for (size_t i = 1; i < left.size(); ++i)
         left[i] = left[i - 1] + WIDTHS[i - 1] + gap;
-    }
 
     paintModifiers(cr, model, left[0], box.y, WIDTHS[0]);
     paintButtons(cr, model, left[1], box.y, WIDTHS[1]);
@@ -263,11 +253,11 @@ void PanelPainter::paintState(cairo_t* cr, const DesktopModel& model) const
     struct Wheel
     {
         std::string_view label;
-        std::uint64_t count;
+        uint64_t count;
     };
     const std::array<Wheel, 4> wheels{
         {{"up", counts.wheelUp}, {"down", counts.wheelDown}, {"left", counts.wheelLeft}, {"right", counts.wheelRight}}};
-    for (std::size_t i = 0; i < wheels.size(); ++i)
+    for (size_t i = 0; i < wheels.size(); ++i)
     {
         const double x = left[2] + static_cast<double>(i % 2) * 96;
         const double y = box.y + VALUE_BASELINE + static_cast<double>(i / 2) * (NOTE_BASELINE - VALUE_BASELINE);
@@ -300,15 +290,11 @@ void PanelPainter::paintModifiers(cairo_t* cr, const DesktopModel& model, double
     caption(cr, x, y + CAPTION_BASELINE, "KEYS");
     double at = x;
     for (const ModifierCap& modifier : MODIFIER_CAPS)
-    {
         at = cap(cr, at, y + CAP_TOP, modifier.label, model.isModifierHeld(modifier.modifier));
-    }
     const DesktopModel::Counts& counts = model.counts();
     std::string text = counted(counts.keyPresses, "press", "presses");
     if (counts.keyRepeats > 0)
-    {
         text += fmt::format(" + {}", counted(counts.keyRepeats, "repeat", "repeats"));
-    }
     note(cr, x, y + NOTE_BASELINE, text + heldKeys(model), width);
 }
 
@@ -325,9 +311,7 @@ void PanelPainter::paintButtons(cairo_t* cr, const DesktopModel& model, double x
     std::string text = counted(model.counts().buttonPresses, "press", "presses") + ", "
                        + counted(model.counts().buttonReleases, "release", "releases");
     if (!others.empty())
-    {
         text += fmt::format(", held too: {}", fmt::join(others, ", "));
-    }
     note(cr, x, y + NOTE_BASELINE, text, width);
 }
 

@@ -24,7 +24,7 @@ constexpr double BUTTON_RADIUS = 17;
 
 struct ButtonPlace
 {
-    std::uint16_t code;
+    uint16_t code;
     const char* label;
     double x;
     double y;
@@ -40,8 +40,8 @@ constexpr ButtonPlace BUTTONS[] = {
 
 struct StickPlace
 {
-    std::uint16_t xAxis;
-    std::uint16_t yAxis;
+    uint16_t xAxis;
+    uint16_t yAxis;
     double x;
     double y;
 };
@@ -49,13 +49,13 @@ constexpr StickPlace STICKS[] = {{ABS_X, ABS_Y, 200, 250}, {ABS_RX, ABS_RY, 420,
 
 struct TriggerPlace
 {
-    std::uint16_t axis;
+    uint16_t axis;
     const char* label;
     double x;
 };
 constexpr TriggerPlace TRIGGERS[] = {{ABS_Z, "LT", 44}, {ABS_RZ, "RT", 576}};
 
-int valueOr(const std::map<std::uint16_t, int>& values, std::uint16_t code, int otherwise)
+int valueOr(const std::map<uint16_t, int>& values, uint16_t code, int otherwise)
 {
     const auto found = values.find(code);
     return found == values.end() ? otherwise : found->second;
@@ -89,7 +89,7 @@ void paintDpad(cairo_t* cr, const PadState& pad, double x, double y)
     constexpr double ARM = 22;
     struct Arm
     {
-        std::uint16_t axis;
+        uint16_t axis;
         int value;
         double dx;
         double dy;
@@ -161,7 +161,7 @@ void paintTrigger(cairo_t* cr, const PadState& pad, const TriggerPlace& place)
     drawCentredText(cr, place.x, TOP + HEIGHT + 12, fmt::format("max {}", largest), colours::FAINT);
 }
 
-void paintPad(cairo_t* cr, std::size_t number, const PadState& pad)
+void paintPad(cairo_t* cr, size_t number, const PadState& pad)
 {
     roundedRectangle(cr, 0, 0, CARD_WIDTH, CARD_HEIGHT, 8);
     fill(cr, colours::PANEL);
@@ -174,7 +174,7 @@ void paintPad(cairo_t* cr, std::size_t number, const PadState& pad)
     for (const TriggerPlace& trigger : TRIGGERS)
         paintTrigger(cr, pad, trigger);
     paintDpad(cr, pad, 150, 140);
-    for (std::size_t stick = 0; stick < pad.trails.size(); ++stick)
+    for (size_t stick = 0; stick < pad.trails.size(); ++stick)
         paintStick(cr, pad, STICKS[stick], pad.trails[stick]);
     for (const ButtonPlace& button : BUTTONS)
         paintButton(cr, pad, button);
@@ -184,8 +184,8 @@ void paintPad(cairo_t* cr, std::size_t number, const PadState& pad)
 
 void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
 {
-    const std::size_t columns = pads.size() > 1 ? 2 : 1;
-    const std::size_t rows = std::max<std::size_t>((pads.size() + columns - 1) / columns, 1);
+    const size_t columns = pads.size() > 1 ? 2 : 1;
+    const size_t rows = std::max<size_t>((pads.size() + columns - 1) / columns, 1);
     const double width = MARGIN + static_cast<double>(columns) * (CARD_WIDTH + MARGIN);
     const double height = HEADER + static_cast<double>(rows) * (CARD_HEIGHT + MARGIN);
     const SurfaceOwner image(
@@ -195,7 +195,7 @@ void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
     cairo_paint(cr.get());
     setFont(cr.get(), FontFace::BOLD, 18);
     drawText(cr.get(), MARGIN, 36, fmt::format("Gamepads as a game sees them: {}", pads.size()), colours::INK);
-    for (std::size_t number = 0; number < pads.size(); ++number)
+    for (size_t number = 0; number < pads.size(); ++number)
     {
         cairo_save(cr.get());
         cairo_translate(cr.get(), MARGIN + static_cast<double>(number % columns) * (CARD_WIDTH + MARGIN),

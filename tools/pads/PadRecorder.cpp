@@ -14,7 +14,7 @@ PadRecorder::PadRecorder(const std::string& path)
         m_file.emplace(path);
 }
 
-void PadRecorder::added(std::size_t pad, const PadState& state)
+void PadRecorder::added(size_t pad, const PadState& state)
 {
     write({{"event", "pad-added"},
            {"t", shared::monotonicNanoseconds()},
@@ -24,7 +24,7 @@ void PadRecorder::added(std::size_t pad, const PadState& state)
            {"node", state.node}});
 }
 
-void PadRecorder::input(std::size_t pad, const PadInput& input)
+void PadRecorder::input(size_t pad, const PadInput& input)
 {
     const char* const name = libevdev_event_code_get_name(input.type, input.code);
     write({{"event", "pad-input"},
@@ -36,7 +36,7 @@ void PadRecorder::input(std::size_t pad, const PadInput& input)
            {"value", input.value}});
 }
 
-void PadRecorder::happened(const char* what, std::size_t pad)
+void PadRecorder::happened(const char* what, size_t pad)
 {
     write({{"event", what}, {"t", shared::monotonicNanoseconds()}, {"pad", pad}});
 }

@@ -20,9 +20,9 @@ public:
     /// \param path empty for none. Throws std::system_error when the file cannot be made.
     explicit PadRecorder(const std::string& path);
 
-    void added(std::size_t pad, const PadState& state);
-    void input(std::size_t pad, const PadInput& input);
-    void happened(const char* what, std::size_t pad);
+    void added(size_t pad, const PadState& state);
+    void input(size_t pad, const PadInput& input);
+    void happened(const char* what, size_t pad);
 
     /// Whether everything could be written.
     bool good() const { return !m_file || m_file->good(); }

@@ -33,15 +33,15 @@ PadState describe(const libevdev* device, const std::string& node)
     for (unsigned int code = BTN_MISC; code < KEY_OK; ++code)
     {
         if (libevdev_has_event_code(device, EV_KEY, code))
-            state.buttons[static_cast<std::uint16_t>(code)] = libevdev_get_event_value(device, EV_KEY, code) != 0;
+            state.buttons[static_cast<uint16_t>(code)] = libevdev_get_event_value(device, EV_KEY, code) != 0;
     }
     for (unsigned int code = 0; code < ABS_CNT; ++code)
     {
         const input_absinfo* const info = libevdev_get_abs_info(device, code);
         if (!info)
             continue;
-        state.ranges[static_cast<std::uint16_t>(code)] = {info->minimum, info->maximum};
-        state.axes[static_cast<std::uint16_t>(code)] = info->value;
+        state.ranges[static_cast<uint16_t>(code)] = {info->minimum, info->maximum};
+        state.axes[static_cast<uint16_t>(code)] = info->value;
     }
     return state;
 }

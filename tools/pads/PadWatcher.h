@@ -19,11 +19,11 @@ public:
     /// Pads are numbered from 0 in the order in which they were found; numbers are not used again.
     struct Listener
     {
-        std::function<void(std::size_t pad, const PadState& state)> added;
-        std::function<void(std::size_t pad, const PadInput& input)> input;
-        std::function<void(std::size_t pad)> frameEnd;
-        std::function<void(std::size_t pad)> removed;
-        std::function<void(std::size_t pad)> overrun; ///< the kernel dropped events of this pad
+        std::function<void(size_t pad, const PadState& state)> added;
+        std::function<void(size_t pad, const PadInput& input)> input;
+        std::function<void(size_t pad)> frameEnd;
+        std::function<void(size_t pad)> removed;
+        std::function<void(size_t pad)> overrun; ///< the kernel dropped events of this pad
     };
 
     /// Takes the pads that are there already, too. Throws std::system_error when the directory cannot be watched.
@@ -41,7 +41,7 @@ private:
         std::string node;
         shared::FileDescriptor descriptor;
         shared::DeviceOwner device;
-        std::size_t pad;
+        size_t pad;
     };
 
     void readDirectory();
@@ -53,7 +53,7 @@ private:
     Listener m_listener;
     std::string m_directory;
     shared::FileDescriptor m_notify;
-    std::size_t m_found = 0;
+    size_t m_found = 0;
     std::vector<Device> m_devices;
 };
 

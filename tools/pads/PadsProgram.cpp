@@ -26,7 +26,7 @@ int run(const PadsOptions& options)
     const shared::FileDescriptor signals = shared::blockSignals({SIGTERM, SIGINT, SIGHUP});
     PadRecorder record(options.record);
     std::vector<PadState> seen;
-    const auto tell = [&](std::size_t pad, const std::string& what)
+    const auto tell = [&](size_t pad, const std::string& what)
     {
         if (options.quiet)
             return;
@@ -35,28 +35,28 @@ int run(const PadsOptions& options)
     };
     PadWatcher::Listener listener{
         .added =
-            [&](std::size_t pad, const PadState& state)
+            [&](size_t pad, const PadState& state)
         {
             seen.push_back(state);
             record.added(pad, state);
             tell(pad, fmt::format("{} ({}, {})", state.name, state.identity, state.node));
         },
         .input =
-            [&](std::size_t pad, const PadInput& input)
+            [&](size_t pad, const PadInput& input)
         {
             seen[pad].apply(input);
             record.input(pad, input);
         },
-        .frameEnd = [&](std::size_t pad) { seen[pad].endFrame(); },
+        .frameEnd = [&](size_t pad) { seen[pad].endFrame(); },
         .removed =
-            [&](std::size_t pad)
+            [&](size_t pad)
         {
             seen[pad].present = false;
             record.happened("pad-removed", pad);
             tell(pad, fmt::format("gone after {} changes", seen[pad].changes));
         },
         .overrun =
-            [&](std::size_t pad)
+            [&](size_t pad)
         {
             record.happened("pad-overrun", pad);
             fmt::print(stderr, "zuis-pads: pad {}: the kernel dropped events, this reader was too slow\n", pad);

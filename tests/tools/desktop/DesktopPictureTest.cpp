@@ -80,8 +80,8 @@ TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
             {canvas.x + 20 + 3 * i, canvas.y + canvas.height / 2 + static_cast<int>(90 * std::sin(i / 20.0))});
 
     Picture picture;
-    std::size_t untilFrame = 1;
-    for (std::size_t i = 0; i < samples.size(); ++i)
+    size_t untilFrame = 1;
+    for (size_t i = 0; i < samples.size(); ++i)
     {
         if (i == 200)
             picture.apply(SeenButton{true, 1, 0, 0, ""});
@@ -94,7 +94,7 @@ TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
     }
     picture.apply(SeenPointer{0, 0}); // out of the way
     picture.paint();
-    for (std::size_t i = 0; i + 1 < samples.size(); ++i)
+    for (size_t i = 0; i + 1 < samples.size(); ++i)
     {
         const Colour& dot = i < 199 ? colours::MOVE_DOT : colours::DRAG_DOT;
         ASSERT_EQ(picture.at(samples[i].x, samples[i].y), rgb(dot)) << "sample " << i;
@@ -116,7 +116,7 @@ TEST_F(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
 
     picture.apply(SeenKeyPress{50, "Shift_L", "", 0, false, false});
     picture.apply(SeenButton{true, 3, x, y, ""});
-    picture.apply(SeenTouch{TouchPhase::Begin, 2, x + 200, y, ""});
+    picture.apply(SeenTouch{TouchPhase::BEGIN, 2, x + 200, y, ""});
     picture.paint();
     EXPECT_GT(picture.count(colours::LIT, stateTop, stateBottom), noneLit + 1000);
     EXPECT_GT(picture.count(colours::MARK, canvas.y, stateTop), 20);
@@ -125,7 +125,7 @@ TEST_F(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
 
     picture.apply(SeenKeyRelease{50, "Shift_L", 1});
     picture.apply(SeenButton{false, 3, x, y, ""});
-    picture.apply(SeenTouch{TouchPhase::End, 2, x + 200, y, ""});
+    picture.apply(SeenTouch{TouchPhase::END, 2, x + 200, y, ""});
     picture.paint();
     EXPECT_EQ(picture.count(colours::LIT, stateTop, stateBottom), noneLit);
     EXPECT_GT(picture.count(colours::MARK, canvas.y, stateTop), 20); // the click stays
