@@ -7,7 +7,6 @@
 #include <clocale>
 #include <cstdio>
 #include <stdexcept>
-#include <type_traits>
 #include <utility>
 
 #include <X11/XKBlib.h>
@@ -50,22 +49,6 @@ KeySym lookUpKeysym(XKeyEvent& event)
     XLookupString(&event, unused.data(), static_cast<int>(unused.size()), &keysym, nullptr);
     return keysym;
 }
-
-/// What a text field would put in for what the keyboard gave.
-std::string typeable(std::string text)
-{
-    if (text == "\r" || text == "\n")
-        return "\n";
-    if (text == "\t")
-        return text;
-    const bool control = std::any_of(text.begin(), text.end(),
-                                     [](char c)
-                                     {
-                                         const auto byte = static_cast<unsigned char>(c);
-                                         return byte < 0x20 || byte == 0x7f;
-                                     });
-    return control ? std::string() : text;
-}
 } // namespace
 
 DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld, OnServerGone onServerGone)
@@ -88,7 +71,7 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
     m_root = RootWindow(m_display.get(), m_screen);
     queryExtensions();
     createWindow();
-    openInputMethod();
+    m_inputMethod.emplace(m_display.get(), m_window);
     selectInput();
     if (m_options.noAutorepeat)
         switchAutorepeatOff();
@@ -142,19 +125,6 @@ void DesktopWindow::createWindow()
                          &sizes, nullptr, &classes);
     m_deleteWindow = XInternAtom(m_display.get(), "WM_DELETE_WINDOW", False);
     XSetWMProtocols(m_display.get(), m_window, &m_deleteWindow, 1);
-}
-
-void DesktopWindow::openInputMethod()
-{
-    // The built-in method only: it composes dead keys at once and in order, where a server would answer when it likes.
-    XSetLocaleModifiers("@im=none");
-    m_inputMethod.reset(XOpenIM(m_display.get(), nullptr, nullptr, nullptr));
-    if (m_inputMethod)
-        m_inputContext.reset(XCreateIC(m_inputMethod.get(), XNInputStyle, XIMPreeditNothing | XIMStatusNothing,
-                                       XNClientWindow, m_window, XNFocusWindow, m_window, nullptr));
-    if (!m_inputContext)
-        throw std::runtime_error("X's built-in input method cannot be opened (is the package libx11-data installed?)");
-    XSetICFocus(m_inputContext.get());
 }
 
 void DesktopWindow::selectInput()
@@ -301,7 +271,7 @@ void DesktopWindow::onKeyPress(XKeyEvent& event, bool filtered)
     // A press without a key is how the input method hands over a character that it composed.
     if (event.keycode == 0)
     {
-        if (std::string text = typeable(lookUpText(event)); !text.empty())
+        if (std::string text = m_inputMethod->textOf(event); !text.empty())
             emit(event.time, SeenComposedText{std::move(text)});
         return;
     }
@@ -314,7 +284,7 @@ void DesktopWindow::onKeyPress(XKeyEvent& event, bool filtered)
     if (!filtered && (event.state & SHORTCUT_MODIFIERS) == 0)
     {
         press.erases = keysym == XK_BackSpace;
-        press.text = typeable(lookUpText(event));
+        press.text = m_inputMethod->textOf(event);
     }
     emit(event.time, std::move(press));
 }
@@ -324,28 +294,10 @@ void DesktopWindow::onKeyRelease(XKeyEvent& event)
     emit(event.time, SeenKeyRelease{event.keycode, keysymName(lookUpKeysym(event)), event.state});
 }
 
-std::string DesktopWindow::lookUpText(XKeyEvent& event)
-{
-    std::string text(64, '\0');
-    Status status = 0;
-    KeySym keysym = NoSymbol;
-    int length =
-        Xutf8LookupString(m_inputContext.get(), &event, text.data(), static_cast<int>(text.size()), &keysym, &status);
-    if (status == XBufferOverflow)
-    {
-        text.resize(static_cast<size_t>(length));
-        length = Xutf8LookupString(m_inputContext.get(), &event, text.data(), length, &keysym, &status);
-    }
-    text.resize(status == XLookupChars || status == XLookupBoth ? static_cast<size_t>(length) : 0);
-    return text;
-}
-
 void DesktopWindow::onFocus(const XFocusChangeEvent& event)
 {
     if (event.mode == NotifyGrab || event.mode == NotifyUngrab || event.detail == NotifyPointer)
-    {
         return; // the focus itself stays where it is
-    }
     const bool focused = event.type == FocusIn;
     if (focused == m_focused)
         return;
