@@ -17,19 +17,19 @@ struct ModifierKey
 
 // With Shift held, most layouts give Meta on the Alt keys.
 constexpr std::array<ModifierKey, 13> MODIFIER_KEYS{{
-    {"Shift_L", DesktopModel::Modifier::Shift},
-    {"Shift_R", DesktopModel::Modifier::Shift},
-    {"Control_L", DesktopModel::Modifier::Ctrl},
-    {"Control_R", DesktopModel::Modifier::Ctrl},
-    {"Alt_L", DesktopModel::Modifier::Alt},
-    {"Alt_R", DesktopModel::Modifier::Alt},
-    {"Meta_L", DesktopModel::Modifier::Alt},
-    {"Meta_R", DesktopModel::Modifier::Alt},
-    {"ISO_Level3_Shift", DesktopModel::Modifier::AltGr},
-    {"Mode_switch", DesktopModel::Modifier::AltGr},
-    {"ISO_Next_Group", DesktopModel::Modifier::AltGr},
-    {"Super_L", DesktopModel::Modifier::Super},
-    {"Super_R", DesktopModel::Modifier::Super},
+    {"Shift_L", DesktopModel::Modifier::SHIFT},
+    {"Shift_R", DesktopModel::Modifier::SHIFT},
+    {"Control_L", DesktopModel::Modifier::CTRL},
+    {"Control_R", DesktopModel::Modifier::CTRL},
+    {"Alt_L", DesktopModel::Modifier::ALT},
+    {"Alt_R", DesktopModel::Modifier::ALT},
+    {"Meta_L", DesktopModel::Modifier::ALT},
+    {"Meta_R", DesktopModel::Modifier::ALT},
+    {"ISO_Level3_Shift", DesktopModel::Modifier::ALT_GR},
+    {"Mode_switch", DesktopModel::Modifier::ALT_GR},
+    {"ISO_Next_Group", DesktopModel::Modifier::ALT_GR},
+    {"Super_L", DesktopModel::Modifier::SUPER},
+    {"Super_R", DesktopModel::Modifier::SUPER},
 }};
 
 constexpr int FIRST_WHEEL_BUTTON = 4;
@@ -50,13 +50,9 @@ bool isContinuationByte(char c)
 void eraseLastCharacter(std::string& text)
 {
     while (!text.empty() && isContinuationByte(text.back()))
-    {
         text.pop_back();
-    }
     if (!text.empty())
-    {
         text.pop_back();
-    }
 }
 } // namespace
 
@@ -80,9 +76,9 @@ bool DesktopModel::isModifier(std::string_view keysym)
     return findModifier(keysym) != nullptr;
 }
 
-std::size_t DesktopModel::textLength() const
+size_t DesktopModel::textLength() const
 {
-    return static_cast<std::size_t>(
+    return static_cast<size_t>(
         std::count_if(m_text.begin(), m_text.end(), [](char c) { return !isContinuationByte(c); }));
 }
 
@@ -91,9 +87,7 @@ void DesktopModel::on(const SeenKeyPress& press)
     ++(press.repeat ? m_counts.keyRepeats : m_counts.keyPresses);
     m_keysHeld.try_emplace(press.keycode, press.keysym);
     if (press.erases)
-    {
         eraseLastCharacter(m_text);
-    }
     m_text += press.text;
 }
 
@@ -121,9 +115,7 @@ void DesktopModel::on(const SeenButton& button)
     if (button.button >= FIRST_WHEEL_BUTTON && button.button <= LAST_WHEEL_BUTTON)
     {
         if (button.press)
-        {
             countWheel(button.button);
-        }
         return;
     }
     m_marks.push_back({button.button, button.press, button.x, button.y});
@@ -139,38 +131,34 @@ void DesktopModel::on(const SeenButton& button)
 
 void DesktopModel::countWheel(int button)
 {
-    const std::array<std::uint64_t*, 4> counters{&m_counts.wheelUp, &m_counts.wheelDown, &m_counts.wheelLeft,
-                                                 &m_counts.wheelRight};
-    ++*counters.at(static_cast<std::size_t>(button - FIRST_WHEEL_BUTTON));
+    const std::array<uint64_t*, 4> counters{&m_counts.wheelUp, &m_counts.wheelDown, &m_counts.wheelLeft,
+                                            &m_counts.wheelRight};
+    ++*counters.at(static_cast<size_t>(button - FIRST_WHEEL_BUTTON));
 }
 
 void DesktopModel::on(const SeenTouch& touch)
 {
     const TrailPoint point{touch.x, touch.y, true};
     const auto known = m_touchesDown.find(touch.id);
-    if (touch.phase == TouchPhase::Begin || known == m_touchesDown.end())
+    if (touch.phase == TouchPhase::BEGIN || known == m_touchesDown.end())
     {
         // A touch that began before the window was there is first seen by an update; its end alone shows nothing.
-        if (touch.phase == TouchPhase::End)
-        {
+        if (touch.phase == TouchPhase::END)
             return;
-        }
         ++m_counts.touches;
         m_touchesDown[touch.id] = m_touches.size();
         m_touches.push_back({touch.id, true, {point}});
         return;
     }
     TouchPath& path = m_touches[known->second];
-    if (touch.phase == TouchPhase::Update)
+    if (touch.phase == TouchPhase::UPDATE)
     {
         ++m_counts.touchUpdates;
         path.points.push_back(point);
         return;
     }
     if (path.points.back().x != touch.x || path.points.back().y != touch.y)
-    {
         path.points.push_back(point);
-    }
     path.down = false;
     m_touchesDown.erase(known);
 }

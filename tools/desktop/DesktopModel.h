@@ -44,29 +44,29 @@ public:
 
     struct Counts
     {
-        std::uint64_t keyPresses = 0; ///< without repeats
-        std::uint64_t keyRepeats = 0;
-        std::uint64_t keyReleases = 0;
-        std::uint64_t motions = 0;
-        std::uint64_t rawMotions = 0;
-        std::uint64_t buttonPresses = 0; ///< without the wheel
-        std::uint64_t buttonReleases = 0;
-        std::uint64_t wheelUp = 0;
-        std::uint64_t wheelDown = 0;
-        std::uint64_t wheelLeft = 0;
-        std::uint64_t wheelRight = 0;
-        std::uint64_t touches = 0;
-        std::uint64_t touchUpdates = 0;
-        std::uint64_t focusLosses = 0;
+        uint64_t keyPresses = 0; ///< without repeats
+        uint64_t keyRepeats = 0;
+        uint64_t keyReleases = 0;
+        uint64_t motions = 0;
+        uint64_t rawMotions = 0;
+        uint64_t buttonPresses = 0; ///< without the wheel
+        uint64_t buttonReleases = 0;
+        uint64_t wheelUp = 0;
+        uint64_t wheelDown = 0;
+        uint64_t wheelLeft = 0;
+        uint64_t wheelRight = 0;
+        uint64_t touches = 0;
+        uint64_t touchUpdates = 0;
+        uint64_t focusLosses = 0;
     };
 
     enum class Modifier
     {
-        Shift,
-        Ctrl,
-        Alt,
-        AltGr,
-        Super
+        SHIFT,
+        CTRL,
+        ALT,
+        ALT_GR,
+        SUPER
     };
 
     /// Takes one event into account. Events must come in the order in which the server sent them.
@@ -81,7 +81,7 @@ public:
     /// The text so far, UTF-8, with '\n' and '\t'.
     const std::string& text() const { return m_text; }
     /// Number of characters (code points) in the text.
-    std::size_t textLength() const;
+    size_t textLength() const;
     /// Key code to key symbol name of every key that was pressed and not released.
     const std::map<unsigned, std::string>& keysHeld() const { return m_keysHeld; }
     /// Buttons (not the wheel) that were pressed and not released.
@@ -90,7 +90,7 @@ public:
     const std::vector<ButtonMark>& marks() const { return m_marks; }
     /// Every touch seen, in order of appearance; the ended ones stay.
     const std::vector<TouchPath>& touches() const { return m_touches; }
-    std::size_t touchesDown() const { return m_touchesDown.size(); }
+    size_t touchesDown() const { return m_touchesDown.size(); }
     const Counts& counts() const { return m_counts; }
     /// Last known position of the pointer, in screen pixels.
     const SeenPointer& pointer() const { return m_pointer; }
@@ -116,7 +116,7 @@ private:
     std::vector<TrailPoint> m_trail;
     std::vector<ButtonMark> m_marks;
     std::vector<TouchPath> m_touches;
-    std::map<unsigned, std::size_t> m_touchesDown; ///< id to index in m_touches
+    std::map<unsigned, size_t> m_touchesDown; ///< id to index in m_touches
     Counts m_counts;
     SeenPointer m_pointer;
     SeenGeometry m_geometry;

@@ -1,8 +1,9 @@
 #include "tools/desktop/DesktopPainter.h"
 
+#include "tools/shared/Drawing.h"
+
 #include <algorithm>
 #include <cmath>
-#include <stdexcept>
 
 #include <fmt/core.h>
 
@@ -54,21 +55,13 @@ void DesktopPainter::writePng(const std::string& path, const DesktopModel& model
 {
     const SeenGeometry& window = model.geometry();
     const double shrink = std::min(1.0, LARGEST_PNG_SCALE / scaleOf(window));
-    const SurfaceOwner image(cairo_image_surface_create(CAIRO_FORMAT_RGB24,
-                                                        static_cast<int>(std::lround(window.width * shrink)),
-                                                        static_cast<int>(std::lround(window.height * shrink))));
+    const shared::SurfaceOwner image(cairo_image_surface_create(CAIRO_FORMAT_RGB24,
+                                                                static_cast<int>(std::lround(window.width * shrink)),
+                                                                static_cast<int>(std::lround(window.height * shrink))));
     cairo_surface_set_device_scale(image.get(), shrink, shrink);
-    const ContextOwner cr(cairo_create(image.get()));
+    const shared::ContextOwner cr(cairo_create(image.get()));
     DesktopPainter(image.get(), window, title).paint(cr.get(), model);
-    cairo_status_t status = cairo_status(cr.get());
-    if (status == CAIRO_STATUS_SUCCESS)
-    {
-        status = cairo_surface_write_to_png(image.get(), path.c_str());
-    }
-    if (status != CAIRO_STATUS_SUCCESS)
-    {
-        throw std::runtime_error(fmt::format("cannot write the picture {}: {}", path, cairo_status_to_string(status)));
-    }
+    shared::writePng(cr.get(), path, fmt::format("cannot write the picture {}", path));
 }
 
 } // namespace desktop

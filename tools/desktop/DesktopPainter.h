@@ -4,9 +4,10 @@
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/PanelPainter.h"
 #include "tools/desktop/TrailPainter.h"
-#include "tools/shared/Drawing.h"
 
 #include <string>
+
+#include <cairo.h>
 
 namespace desktop
 {

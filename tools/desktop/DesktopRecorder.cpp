@@ -20,9 +20,7 @@ constexpr int RECORD_VERSION = 1;
 Json position(double value)
 {
     if (value == std::floor(value) && std::abs(value) < 1e9)
-    {
-        return static_cast<std::int64_t>(value);
-    }
+        return static_cast<int64_t>(value);
     return std::round(value * 1e4) / 1e4; // the protocol's own step is 1/65536
 }
 
@@ -30,9 +28,7 @@ Json lineOf(const char* name, const SeenTime& time)
 {
     Json line{{"event", name}, {"t", time.ns}};
     if (time.xtime != 0)
-    {
         line["xtime"] = time.xtime;
-    }
     return line;
 }
 
@@ -41,20 +37,18 @@ void addPlace(Json& line, double x, double y, std::string_view source)
     line["x"] = position(x);
     line["y"] = position(y);
     if (!source.empty())
-    {
         line["source"] = source;
-    }
 }
 
 const char* nameOf(TouchPhase phase)
 {
     switch (phase)
     {
-    case TouchPhase::Begin:
+    case TouchPhase::BEGIN:
         return "touch-begin";
-    case TouchPhase::Update:
+    case TouchPhase::UPDATE:
         return "touch-update";
-    case TouchPhase::End:
+    case TouchPhase::END:
         break;
     }
     return "touch-end";
@@ -135,17 +129,11 @@ struct LineMaker
 
 DesktopRecorder::DesktopRecorder(std::string path)
     : m_path(std::move(path))
-    , m_file(std::fopen(m_path.c_str(), "we"))
+    , m_file(m_path)
 {
-    if (!m_file)
-    {
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot write the record {}", m_path));
-    }
 }
 
-DesktopRecorder::~DesktopRecorder() = default;
-
-void DesktopRecorder::start(std::int64_t ns, const SeenGeometry& window, const SeenGeometry& screen,
+void DesktopRecorder::start(int64_t ns, const SeenGeometry& window, const SeenGeometry& screen,
                             const SeenGeometry& canvas)
 {
     Json line{{"event", "start"}, {"version", RECORD_VERSION}, {"width", window.width}, {"height", window.height}};
@@ -160,26 +148,20 @@ void DesktopRecorder::event(const SeenEvent& event)
 {
     const Json line = std::visit(LineMaker{event.time}, event.body);
     if (!line.is_null())
-    {
         write(line);
-    }
 }
 
-void DesktopRecorder::end(std::int64_t ns, const DesktopModel& model, const std::string& reason)
+void DesktopRecorder::end(int64_t ns, const DesktopModel& model, const std::string& reason)
 {
     Json line = lineOf("end", {ns, 0});
     line["reason"] = reason;
     line["text"] = model.text();
     line["keys_held"] = Json::array();
     for (const auto& [keycode, keysym] : model.keysHeld())
-    {
         line["keys_held"].push_back({{"keycode", keycode}, {"keysym", keysym}});
-    }
     line["buttons_held"] = Json::array();
     for (const int button : model.buttonsHeld())
-    {
         line["buttons_held"].push_back(button);
-    }
     line["touches_down"] = model.touchesDown();
     line["pointer"] = {position(model.pointer().x), position(model.pointer().y)};
     const DesktopModel::Counts& counts = model.counts();
@@ -195,16 +177,10 @@ void DesktopRecorder::end(std::int64_t ns, const DesktopModel& model, const std:
 
 void DesktopRecorder::write(const nlohmann::ordered_json& line)
 {
-    // Text comes from the input method; should it ever be broken UTF-8, the line must still be valid JSON.
-    const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-    const bool written =
-        std::fwrite(text.data(), 1, text.size(), m_file.get()) == text.size() && std::fflush(m_file.get()) == 0;
-    if (!written && m_good)
-    {
-        m_good = false;
+    const bool good = m_file.good();
+    if (!m_file.write(line) && good)
         fmt::print(stderr, "zuis-desktop: cannot write the record {}: {}\n", m_path,
                    std::generic_category().message(errno));
-    }
 }
 
 } // namespace desktop

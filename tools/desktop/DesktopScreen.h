@@ -22,7 +22,7 @@ class DesktopScreen
 public:
     /// `window`: an X window on `display`, made by another connection with the screen's default visual. `png`: where
     /// `savePng` writes.
-    DesktopScreen(std::string display, std::uint32_t window, std::string title, std::string png);
+    DesktopScreen(std::string display, uint32_t window, std::string title, std::string png);
     /// Ends the thread; what was posted and not drawn yet is dropped.
     ~DesktopScreen();
     DesktopScreen(const DesktopScreen&) = delete;
@@ -40,7 +40,7 @@ private:
     void wake();
 
     std::string m_displayName;
-    std::uint32_t m_window;
+    uint32_t m_window;
     std::string m_title;
     std::string m_png;
 

@@ -7,7 +7,6 @@
 #include <clocale>
 #include <cstdio>
 #include <stdexcept>
-#include <type_traits>
 #include <utility>
 
 #include <X11/XKBlib.h>
@@ -50,26 +49,6 @@ KeySym lookUpKeysym(XKeyEvent& event)
     XLookupString(&event, unused.data(), static_cast<int>(unused.size()), &keysym, nullptr);
     return keysym;
 }
-
-/// What a text field would put in for what the keyboard gave.
-std::string typeable(std::string text)
-{
-    if (text == "\r" || text == "\n")
-    {
-        return "\n";
-    }
-    if (text == "\t")
-    {
-        return text;
-    }
-    const bool control = std::any_of(text.begin(), text.end(),
-                                     [](char c)
-                                     {
-                                         const auto byte = static_cast<unsigned char>(c);
-                                         return byte < 0x20 || byte == 0x7f;
-                                     });
-    return control ? std::string() : text;
-}
 } // namespace
 
 DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld isKeyHeld, OnServerGone onServerGone)
@@ -80,14 +59,10 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
 {
     // The input method works in the locale's encoding: one that has every character, whatever the caller's may be.
     if (!std::setlocale(LC_CTYPE, "C.UTF-8") || !XSupportsLocale())
-    {
         throw std::runtime_error("the locale C.UTF-8 is missing");
-    }
     m_display.reset(XOpenDisplay(nullptr));
     if (!m_display)
-    {
         throw std::runtime_error(fmt::format("cannot open the display \"{}\"", XDisplayName(nullptr)));
-    }
     XSetErrorHandler(tellError);
     XSetIOErrorHandler([](Display*) { return 0; }); // the default one ends the process at once
     XSetIOErrorExitHandler(
@@ -96,12 +71,10 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
     m_root = RootWindow(m_display.get(), m_screen);
     queryExtensions();
     createWindow();
-    openInputMethod();
+    m_inputMethod.emplace(m_display.get(), m_window);
     selectInput();
     if (m_options.noAutorepeat)
-    {
         switchAutorepeatOff();
-    }
     XMapRaised(m_display.get(), m_window);
     XFlush(m_display.get());
 }
@@ -109,9 +82,7 @@ DesktopWindow::DesktopWindow(const DesktopOptions& options, Sink sink, IsKeyHeld
 DesktopWindow::~DesktopWindow()
 {
     if (m_restoreAutorepeat)
-    {
         XAutoRepeatOn(m_display.get());
-    }
 }
 
 void DesktopWindow::queryExtensions()
@@ -122,15 +93,11 @@ void DesktopWindow::queryExtensions()
     int minor = 2; // the first with touch
     if (!XQueryExtension(m_display.get(), "XInputExtension", &m_inputOpcode, &event, &error)
         || XIQueryVersion(m_display.get(), &major, &minor) != Success)
-    {
         throw std::runtime_error("the X server lacks XInput 2.2");
-    }
     Bool supported = False;
     XkbSetDetectableAutoRepeat(m_display.get(), True, &supported);
     if (!supported)
-    {
         throw std::runtime_error("the X server cannot tell a repeated key from a pressed one");
-    }
 }
 
 void DesktopWindow::createWindow()
@@ -138,9 +105,7 @@ void DesktopWindow::createWindow()
     const SeenGeometry whole = screen();
     m_geometry = {0, 0, std::min(m_options.width, whole.width), std::min(m_options.height, whole.height)};
     if (m_options.fullscreen)
-    {
         m_geometry = whole;
-    }
     XSetWindowAttributes attributes{};
     attributes.override_redirect = m_options.fullscreen ? True : False;
     attributes.background_pixmap = None; // painted whole at once: clearing it would only flicker
@@ -162,30 +127,11 @@ void DesktopWindow::createWindow()
     XSetWMProtocols(m_display.get(), m_window, &m_deleteWindow, 1);
 }
 
-void DesktopWindow::openInputMethod()
-{
-    // The built-in method only: it composes dead keys at once and in order, where a server would answer when it likes.
-    XSetLocaleModifiers("@im=none");
-    m_inputMethod.reset(XOpenIM(m_display.get(), nullptr, nullptr, nullptr));
-    if (m_inputMethod)
-    {
-        m_inputContext.reset(XCreateIC(m_inputMethod.get(), XNInputStyle, XIMPreeditNothing | XIMStatusNothing,
-                                       XNClientWindow, m_window, XNFocusWindow, m_window, nullptr));
-    }
-    if (!m_inputContext)
-    {
-        throw std::runtime_error("X's built-in input method cannot be opened (is the package libx11-data installed?)");
-    }
-    XSetICFocus(m_inputContext.get());
-}
-
 void DesktopWindow::selectInput()
 {
     std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> ours{};
     for (const int type : {XI_ButtonPress, XI_ButtonRelease, XI_Motion, XI_TouchBegin, XI_TouchUpdate, XI_TouchEnd})
-    {
         XISetMask(ours.data(), type);
-    }
     XIEventMask mask{XIAllMasterDevices, static_cast<int>(ours.size()), ours.data()};
     XISelectEvents(m_display.get(), m_window, &mask, 1);
 
@@ -193,9 +139,7 @@ void DesktopWindow::selectInput()
     std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> everywhere{};
     XISetMask(everywhere.data(), XI_Motion);
     if (m_options.raw)
-    {
         XISetMask(everywhere.data(), XI_RawMotion);
-    }
     std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> devices{};
     XISetMask(devices.data(), XI_HierarchyChanged);
     std::array<XIEventMask, 2> masks{{{XIAllMasterDevices, static_cast<int>(everywhere.size()), everywhere.data()},
@@ -229,9 +173,7 @@ void DesktopWindow::start()
     int windowY = 0;
     unsigned state = 0;
     if (XQueryPointer(m_display.get(), m_root, &root, &child, &x, &y, &windowX, &windowY, &state))
-    {
         emit(0, SeenPointer{static_cast<double>(x), static_cast<double>(y)});
-    }
 }
 
 void DesktopWindow::readEvents()
@@ -254,7 +196,7 @@ void DesktopWindow::drain()
 void DesktopWindow::tendFocus()
 {
     // Not at every turn: two windows that both want the focus would keep the server busy with it.
-    const std::int64_t now = shared::monotonicNanoseconds();
+    const int64_t now = shared::monotonicNanoseconds();
     if (m_mapped && !m_focused && (m_options.keepFocus || !m_wasFocused) && now - m_focusAsked >= FOCUS_INTERVAL)
     {
         m_focusAsked = now;
@@ -329,10 +271,8 @@ void DesktopWindow::onKeyPress(XKeyEvent& event, bool filtered)
     // A press without a key is how the input method hands over a character that it composed.
     if (event.keycode == 0)
     {
-        if (std::string text = typeable(lookUpText(event)); !text.empty())
-        {
+        if (std::string text = m_inputMethod->textOf(event); !text.empty())
             emit(event.time, SeenComposedText{std::move(text)});
-        }
         return;
     }
     SeenKeyPress press;
@@ -344,7 +284,7 @@ void DesktopWindow::onKeyPress(XKeyEvent& event, bool filtered)
     if (!filtered && (event.state & SHORTCUT_MODIFIERS) == 0)
     {
         press.erases = keysym == XK_BackSpace;
-        press.text = typeable(lookUpText(event));
+        press.text = m_inputMethod->textOf(event);
     }
     emit(event.time, std::move(press));
 }
@@ -354,33 +294,13 @@ void DesktopWindow::onKeyRelease(XKeyEvent& event)
     emit(event.time, SeenKeyRelease{event.keycode, keysymName(lookUpKeysym(event)), event.state});
 }
 
-std::string DesktopWindow::lookUpText(XKeyEvent& event)
-{
-    std::string text(64, '\0');
-    Status status = 0;
-    KeySym keysym = NoSymbol;
-    int length =
-        Xutf8LookupString(m_inputContext.get(), &event, text.data(), static_cast<int>(text.size()), &keysym, &status);
-    if (status == XBufferOverflow)
-    {
-        text.resize(static_cast<std::size_t>(length));
-        length = Xutf8LookupString(m_inputContext.get(), &event, text.data(), length, &keysym, &status);
-    }
-    text.resize(status == XLookupChars || status == XLookupBoth ? static_cast<std::size_t>(length) : 0);
-    return text;
-}
-
 void DesktopWindow::onFocus(const XFocusChangeEvent& event)
 {
     if (event.mode == NotifyGrab || event.mode == NotifyUngrab || event.detail == NotifyPointer)
-    {
         return; // the focus itself stays where it is
-    }
     const bool focused = event.type == FocusIn;
     if (focused == m_focused)
-    {
         return;
-    }
     m_focused = focused;
     m_wasFocused = m_wasFocused || focused;
     emit(0, SeenFocus{focused});
@@ -391,10 +311,8 @@ void DesktopWindow::onConfigure(const XConfigureEvent& event)
     if (event.window == m_root)
     {
         if (m_options.fullscreen)
-        {
             XResizeWindow(m_display.get(), m_window, static_cast<unsigned>(event.width),
                           static_cast<unsigned>(event.height));
-        }
         return;
     }
     // The event's own position is relative to a frame that a window manager may have put around the window.
@@ -413,9 +331,7 @@ void DesktopWindow::onConfigure(const XConfigureEvent& event)
 void DesktopWindow::onExtension(XGenericEventCookie& cookie)
 {
     if (cookie.extension != m_inputOpcode || !XGetEventData(m_display.get(), &cookie))
-    {
         return;
-    }
     switch (cookie.evtype)
     {
     case XI_Motion:
@@ -454,13 +370,13 @@ void DesktopWindow::onDeviceEvent(const XIDeviceEvent& event)
         emit(event.time, SeenButton{event.evtype == XI_ButtonPress, event.detail, event.root_x, event.root_y, source});
         break;
     case XI_TouchBegin:
-        touch(TouchPhase::Begin);
+        touch(TouchPhase::BEGIN);
         break;
     case XI_TouchUpdate:
-        touch(TouchPhase::Update);
+        touch(TouchPhase::UPDATE);
         break;
     default:
-        touch(TouchPhase::End);
+        touch(TouchPhase::END);
         break;
     }
 }
@@ -480,25 +396,19 @@ void DesktopWindow::onRawMotion(const XIRawEvent& event)
         }
     }
     if (moved)
-    {
         emit(event.time, motion);
-    }
 }
 
 std::string_view DesktopWindow::deviceName(int device)
 {
     const auto known = m_deviceNames.find(device);
     if (known != m_deviceNames.end())
-    {
         return known->second;
-    }
     int count = 0;
     XIDeviceInfo* info = XIQueryDevice(m_display.get(), device, &count);
     const std::string name = info && count > 0 ? info->name : fmt::format("device {}", device);
     if (info)
-    {
         XIFreeDeviceInfo(info);
-    }
     const std::string_view kept = *m_namesEverSeen.insert(name).first;
     m_deviceNames.emplace(device, kept);
     return kept;
@@ -506,7 +416,7 @@ std::string_view DesktopWindow::deviceName(int device)
 
 void DesktopWindow::emit(Time time, SeenBody body)
 {
-    m_sink({{m_now, static_cast<std::uint32_t>(time)}, std::move(body)});
+    m_sink({{m_now, static_cast<uint32_t>(time)}, std::move(body)});
 }
 
 } // namespace desktop

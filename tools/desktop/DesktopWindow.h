@@ -2,6 +2,7 @@
 #define TOOLS_DESKTOP_DESKTOP_WINDOW_H
 
 #include "tools/desktop/DesktopOptions.h"
+#include "tools/desktop/InputMethod.h"
 #include "tools/desktop/SeenEvent.h"
 
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -52,7 +54,7 @@ public:
     /// Asks for the focus if it should be here and is not, every FOCUS_INTERVAL at most. To be called after
     /// `readEvents`, and every FOCUS_INTERVAL while the window is not ready.
     void tendFocus();
-    static constexpr std::int64_t FOCUS_INTERVAL = 50'000'000; ///< ns
+    static constexpr int64_t FOCUS_INTERVAL = 50'000'000; ///< ns
 
     /// Mapped, focused, and all events selected.
     bool isReady() const { return m_mapped && m_focused; }
@@ -72,21 +74,10 @@ private:
     {
         void operator()(Display* display) const { XCloseDisplay(display); }
     };
-    struct CloseInputMethod
-    {
-        void operator()(XIM method) const { XCloseIM(method); }
-    };
-    struct DestroyInputContext
-    {
-        void operator()(XIC context) const { XDestroyIC(context); }
-    };
     using DisplayOwner = std::unique_ptr<Display, CloseDisplay>;
-    using InputMethodOwner = std::unique_ptr<std::remove_pointer_t<XIM>, CloseInputMethod>;
-    using InputContextOwner = std::unique_ptr<std::remove_pointer_t<XIC>, DestroyInputContext>;
 
     void queryExtensions();
     void createWindow();
-    void openInputMethod();
     void selectInput();
     void switchAutorepeatOff();
     void takeFocus();
@@ -98,7 +89,6 @@ private:
     void onExtension(XGenericEventCookie& cookie);
     void onDeviceEvent(const XIDeviceEvent& event);
     void onRawMotion(const XIRawEvent& event);
-    std::string lookUpText(XKeyEvent& event);
     std::string_view deviceName(int device);
     void emit(Time time, SeenBody body);
 
@@ -107,8 +97,7 @@ private:
     IsKeyHeld m_isKeyHeld;
     OnServerGone m_onServerGone;
     DisplayOwner m_display;
-    InputMethodOwner m_inputMethod;
-    InputContextOwner m_inputContext;
+    std::optional<InputMethod> m_inputMethod; // made once the window is, and gone before the display
     int m_screen = 0;
     int m_inputOpcode = 0;
     Window m_root = 0;
@@ -121,10 +110,10 @@ private:
     bool m_wasFocused = false;
     bool m_exposed = false;
     bool m_closeAsked = false;
-    std::int64_t m_focusAsked = std::numeric_limits<std::int64_t>::min() / 2; ///< when the focus was last asked for, ns
-    std::int64_t m_now = 0;                                                   ///< when the event in hand was read, ns
-    std::map<int, std::string_view> m_deviceNames;                            ///< forgotten when devices come or go
-    std::set<std::string, std::less<>> m_namesEverSeen;                       ///< what the views point to
+    int64_t m_focusAsked = std::numeric_limits<int64_t>::min() / 2; ///< when the focus was last asked for, ns
+    int64_t m_now = 0;                                              ///< when the event in hand was read, ns
+    std::map<int, std::string_view> m_deviceNames;                  ///< forgotten when devices come or go
+    std::set<std::string, std::less<>> m_namesEverSeen;             ///< what the views point to
 };
 
 } // namespace desktop

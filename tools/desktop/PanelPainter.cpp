@@ -1,6 +1,8 @@
 #include "tools/desktop/PanelPainter.h"
 
+#include "tools/desktop/Marks.h"
 #include "tools/desktop/TextLayout.h"
+#include "tools/shared/Drawing.h"
 
 #include <algorithm>
 #include <array>
@@ -16,6 +18,8 @@ namespace desktop
 
 namespace
 {
+using namespace shared;
+
 constexpr double MARGIN = 20;
 constexpr double PADDING = 16;
 constexpr double TITLE_BASELINE = 36;
@@ -35,7 +39,7 @@ constexpr double LINE_FACTOR = 1.38;
 // The largest at which the whole text fits; at the smallest its beginning is left out.
 constexpr std::array<double, 5> TEXT_SIZES{26, 21, 18, 15.5, 13.5};
 // Far more than the panel holds at the smallest size.
-constexpr std::size_t LONGEST_SHOWN = 6000;
+constexpr size_t LONGEST_SHOWN = 6000;
 
 struct ModifierCap
 {
@@ -44,11 +48,11 @@ struct ModifierCap
 };
 
 constexpr std::array<ModifierCap, 5> MODIFIER_CAPS{{
-    {"Shift", DesktopModel::Modifier::Shift},
-    {"Ctrl", DesktopModel::Modifier::Ctrl},
-    {"Alt", DesktopModel::Modifier::Alt},
-    {"AltGr", DesktopModel::Modifier::AltGr},
-    {"Super", DesktopModel::Modifier::Super},
+    {"Shift", DesktopModel::Modifier::SHIFT},
+    {"Ctrl", DesktopModel::Modifier::CTRL},
+    {"Alt", DesktopModel::Modifier::ALT},
+    {"AltGr", DesktopModel::Modifier::ALT_GR},
+    {"Super", DesktopModel::Modifier::SUPER},
 }};
 
 struct ButtonCap
@@ -67,24 +71,19 @@ double textPanelHeight(double height)
 
 void panel(cairo_t* cr, const PanelPainter::Box& box)
 {
-    cairo_new_path(cr);
     roundedRectangle(cr, box.x + 0.5, box.y + 0.5, box.width - 1, box.height - 1, 8);
-    setColour(cr, colours::PANEL);
-    cairo_fill_preserve(cr);
-    setColour(cr, colours::PANEL_EDGE);
-    cairo_set_line_width(cr, 1);
-    cairo_stroke(cr);
+    fillWithEdge(cr, colours::PANEL, colours::PANEL_EDGE, 1);
 }
 
 void caption(cairo_t* cr, double x, double y, std::string_view text)
 {
-    setFont(cr, FontFace::Bold, CAPTION_SIZE);
+    setFont(cr, FontFace::BOLD, CAPTION_SIZE);
     drawText(cr, x, y, text, colours::FAINT);
 }
 
 void note(cairo_t* cr, double x, double y, std::string_view text, double maxWidth)
 {
-    setFont(cr, FontFace::Plain, NOTE_SIZE);
+    setFont(cr, FontFace::PLAIN, NOTE_SIZE);
     const auto advance = [cr](std::string_view character) { return textWidth(cr, character); };
     drawText(cr, x, y, shortenText(text, maxWidth, advance), colours::FAINT);
 }
@@ -92,24 +91,19 @@ void note(cairo_t* cr, double x, double y, std::string_view text, double maxWidt
 /// A key or button: filled while it is held. Gives the x behind it.
 double cap(cairo_t* cr, double x, double y, std::string_view label, bool lit)
 {
-    setFont(cr, lit ? FontFace::Bold : FontFace::Plain, 12.5);
+    setFont(cr, lit ? FontFace::BOLD : FontFace::PLAIN, 12.5);
     const double labelWidth = textWidth(cr, label);
     // The bold label must fit as well, without the caps moving when one lights up.
-    setFont(cr, FontFace::Bold, 12.5);
+    setFont(cr, FontFace::BOLD, 12.5);
     const double width = std::round(textWidth(cr, label) + 18);
-    cairo_new_path(cr);
     roundedRectangle(cr, x + 0.5, y + 0.5, width - 1, CAP_HEIGHT - 1, 5);
-    setColour(cr, lit ? colours::LIT : colours::KEY_DIM);
-    cairo_fill_preserve(cr);
-    setColour(cr, lit ? colours::LIT : colours::PANEL_EDGE);
-    cairo_set_line_width(cr, 1);
-    cairo_stroke(cr);
-    setFont(cr, lit ? FontFace::Bold : FontFace::Plain, 12.5);
+    fillWithEdge(cr, lit ? colours::LIT : colours::KEY_DIM, lit ? colours::LIT : colours::PANEL_EDGE, 1);
+    setFont(cr, lit ? FontFace::BOLD : FontFace::PLAIN, 12.5);
     drawText(cr, x + (width - labelWidth) / 2, y + CAP_HEIGHT / 2 + 4.5, label, lit ? colours::WHITE : colours::FAINT);
     return x + width + 6;
 }
 
-std::string counted(std::uint64_t count, std::string_view one, std::string_view many)
+std::string counted(uint64_t count, std::string_view one, std::string_view many)
 {
     return fmt::format("{} {}", count, count == 1 ? one : many);
 }
@@ -121,9 +115,7 @@ std::string heldKeys(const DesktopModel& model)
     for (const auto& [keycode, keysym] : model.keysHeld())
     {
         if (!DesktopModel::isModifier(keysym))
-        {
             names.push_back(keysym.empty() ? fmt::format("code {}", keycode) : keysym);
-        }
     }
     return names.empty() ? std::string() : fmt::format(", held: {}", fmt::join(names, ", "));
 }
@@ -152,9 +144,9 @@ void PanelPainter::paint(cairo_t* cr, const DesktopModel& model)
 void PanelPainter::paintHeader(cairo_t* cr, const DesktopModel& model) const
 {
     const std::string size = fmt::format("window {} × {} px", model.geometry().width, model.geometry().height);
-    setFont(cr, FontFace::Plain, 13);
+    setFont(cr, FontFace::PLAIN, 13);
     const double sizeWidth = textWidth(cr, size);
-    setFont(cr, FontFace::Bold, 19);
+    setFont(cr, FontFace::BOLD, 19);
     const auto advance = [cr](std::string_view character) { return textWidth(cr, character); };
     const std::string title = shortenText(m_title, m_width - 2 * MARGIN - sizeWidth - 40, advance);
     const double titleWidth = textWidth(cr, title);
@@ -165,7 +157,7 @@ void PanelPainter::paintHeader(cairo_t* cr, const DesktopModel& model) const
     cairo_rectangle(cr, m_width - MARGIN - sizeWidth - 6, TITLE_BASELINE - 21, sizeWidth + 12, 30);
     cairo_fill(cr);
     drawText(cr, MARGIN, TITLE_BASELINE, title, colours::INK);
-    setFont(cr, FontFace::Plain, 13);
+    setFont(cr, FontFace::PLAIN, 13);
     drawText(cr, m_width - MARGIN - sizeWidth, TITLE_BASELINE, size, colours::FAINT);
 }
 
@@ -173,10 +165,8 @@ double PanelPainter::monoAdvance(cairo_t* cr, std::string_view character)
 {
     const auto known = m_monoAdvance.find(character);
     if (known != m_monoAdvance.end())
-    {
         return known->second;
-    }
-    setFont(cr, FontFace::Mono, 100);
+    setFont(cr, FontFace::MONO, 100);
     return m_monoAdvance.emplace(character, textWidth(cr, character) / 100).first->second;
 }
 
@@ -190,7 +180,7 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
     bool cut = text.size() > LONGEST_SHOWN;
     if (cut)
     {
-        std::size_t from = text.size() - LONGEST_SHOWN;
+        size_t from = text.size() - LONGEST_SHOWN;
         from = std::min(text.find_first_of(" \n", from), text.size() - 1);
         text.remove_prefix(from + 1);
     }
@@ -199,16 +189,14 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
     const double width = box.width - 2 * PADDING - 4;
     std::vector<std::string> lines;
     double size = 0;
-    std::size_t fit = 0;
+    size_t fit = 0;
     for (const double candidate : TEXT_SIZES)
     {
         size = candidate;
-        fit = static_cast<std::size_t>(room / (size * LINE_FACTOR));
+        fit = static_cast<size_t>(room / (size * LINE_FACTOR));
         lines = wrapText(text, width, [&](std::string_view character) { return monoAdvance(cr, character) * size; });
         if (lines.size() <= fit)
-        {
             break;
-        }
     }
     if (lines.size() > fit)
     {
@@ -216,12 +204,12 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
         cut = true;
     }
 
-    setFont(cr, FontFace::Plain, NOTE_SIZE);
+    setFont(cr, FontFace::PLAIN, NOTE_SIZE);
     const std::string length =
         counted(model.textLength(), "character", "characters") + (cut ? ", the end is shown" : "");
     drawText(cr, box.x + box.width - PADDING - textWidth(cr, length), box.y + CAPTION_BASELINE, length, colours::FAINT);
 
-    setFont(cr, FontFace::Mono, size);
+    setFont(cr, FontFace::MONO, size);
     double baseline = top + size;
     double end = 0;
     for (const std::string& line : lines)
@@ -232,7 +220,7 @@ void PanelPainter::paintText(cairo_t* cr, const DesktopModel& model)
     baseline -= size * LINE_FACTOR;
     if (text.empty())
     {
-        setFont(cr, FontFace::Plain, 15);
+        setFont(cr, FontFace::PLAIN, 15);
         drawText(cr, end + 10, baseline - 3, "nothing typed yet", colours::GRID_LABEL);
     }
     setColour(cr, colours::LIT);
@@ -249,49 +237,45 @@ void PanelPainter::paintState(cairo_t* cr, const DesktopModel& model) const
     constexpr std::array<double, 5> WIDTHS{312, 384, 186, 150, 120};
     double used = 0;
     for (const double width : WIDTHS)
-    {
         used += width;
-    }
     const double gap = (box.width - 2 * PADDING - used) / (WIDTHS.size() - 1);
     std::array<double, WIDTHS.size()> left{};
     left[0] = box.x + PADDING;
-    for (std::size_t i = 1; i < left.size(); ++i)
-    {
+    for (size_t i = 1; i < left.size(); ++i)
         left[i] = left[i - 1] + WIDTHS[i - 1] + gap;
-    }
 
     paintModifiers(cr, model, left[0], box.y, WIDTHS[0]);
     paintButtons(cr, model, left[1], box.y, WIDTHS[1]);
 
     const DesktopModel::Counts& counts = model.counts();
     caption(cr, left[2], box.y + CAPTION_BASELINE, "WHEEL, NOTCHES");
-    setFont(cr, FontFace::Plain, 13);
+    setFont(cr, FontFace::PLAIN, 13);
     struct Wheel
     {
         std::string_view label;
-        std::uint64_t count;
+        uint64_t count;
     };
     const std::array<Wheel, 4> wheels{
         {{"up", counts.wheelUp}, {"down", counts.wheelDown}, {"left", counts.wheelLeft}, {"right", counts.wheelRight}}};
-    for (std::size_t i = 0; i < wheels.size(); ++i)
+    for (size_t i = 0; i < wheels.size(); ++i)
     {
-        const std::size_t row = i / 2;
+        const size_t row = i / 2;
         const double x = left[2] + static_cast<double>(i % 2) * 96;
         const double y = box.y + VALUE_BASELINE + static_cast<double>(row) * (NOTE_BASELINE - VALUE_BASELINE);
-        setFont(cr, FontFace::Plain, NOTE_SIZE);
+        setFont(cr, FontFace::PLAIN, NOTE_SIZE);
         drawText(cr, x, y, wheels[i].label, colours::FAINT);
-        setFont(cr, FontFace::Bold, VALUE_SIZE - 1);
+        setFont(cr, FontFace::BOLD, VALUE_SIZE - 1);
         drawText(cr, x + 40, y, std::to_string(wheels[i].count), wheels[i].count ? colours::INK : colours::GRID_LABEL);
     }
 
     caption(cr, left[3], box.y + CAPTION_BASELINE, "POINTER X, Y");
-    setFont(cr, FontFace::Bold, VALUE_SIZE);
+    setFont(cr, FontFace::BOLD, VALUE_SIZE);
     const SeenPointer& pointer = model.pointer();
     drawText(cr, left[3], box.y + VALUE_BASELINE, fmt::format("{:.0f}, {:.0f} px", pointer.x, pointer.y), colours::INK);
     note(cr, left[3], box.y + NOTE_BASELINE, counted(counts.motions, "motion event", "motion events"), WIDTHS[3]);
 
     caption(cr, left[4], box.y + CAPTION_BASELINE, "TOUCHES");
-    setFont(cr, FontFace::Bold, VALUE_SIZE);
+    setFont(cr, FontFace::BOLD, VALUE_SIZE);
     drawText(cr, left[4], box.y + VALUE_BASELINE, fmt::format("{} down", model.touchesDown()),
              model.touchesDown() ? colours::INK : colours::GRID_LABEL);
     note(cr, left[4], box.y + NOTE_BASELINE, fmt::format("{} in all", counts.touches), WIDTHS[4]);
@@ -307,15 +291,11 @@ void PanelPainter::paintModifiers(cairo_t* cr, const DesktopModel& model, double
     caption(cr, x, y + CAPTION_BASELINE, "KEYS");
     double at = x;
     for (const ModifierCap& modifier : MODIFIER_CAPS)
-    {
         at = cap(cr, at, y + CAP_TOP, modifier.label, model.isModifierHeld(modifier.modifier));
-    }
     const DesktopModel::Counts& counts = model.counts();
     std::string text = counted(counts.keyPresses, "press", "presses");
     if (counts.keyRepeats > 0)
-    {
         text += fmt::format(" + {}", counted(counts.keyRepeats, "repeat", "repeats"));
-    }
     note(cr, x, y + NOTE_BASELINE, text + heldKeys(model), width);
 }
 
@@ -332,9 +312,7 @@ void PanelPainter::paintButtons(cairo_t* cr, const DesktopModel& model, double x
     std::string text = counted(model.counts().buttonPresses, "press", "presses") + ", "
                        + counted(model.counts().buttonReleases, "release", "releases");
     if (!others.empty())
-    {
         text += fmt::format(", held too: {}", fmt::join(others, ", "));
-    }
     note(cr, x, y + NOTE_BASELINE, text, width);
 }
 
@@ -358,7 +336,7 @@ void PanelPainter::paintLegend(cairo_t* cr, double x, double y) const
     };
     const auto label = [cr, y](double at, std::string_view text)
     {
-        setFont(cr, FontFace::Plain, NOTE_SIZE);
+        setFont(cr, FontFace::PLAIN, NOTE_SIZE);
         return drawText(cr, at, y + 4.5, text, colours::FAINT) + 24;
     };
 

@@ -2,11 +2,12 @@
 #define TOOLS_DESKTOP_PANEL_PAINTER_H
 
 #include "tools/desktop/DesktopModel.h"
-#include "tools/shared/Drawing.h"
 
 #include <map>
 #include <string>
 #include <string_view>
+
+#include <cairo.h>
 
 namespace desktop
 {

@@ -16,8 +16,8 @@ namespace desktop
 /// When an event was seen.
 struct SeenTime
 {
-    std::int64_t ns = 0;     ///< CLOCK_MONOTONIC when the event was read, in nanoseconds
-    std::uint32_t xtime = 0; ///< the X server's time of the event, in milliseconds; 0 where the server gave none
+    int64_t ns = 0;     ///< CLOCK_MONOTONIC when the event was read, in nanoseconds
+    uint32_t xtime = 0; ///< the X server's time of the event, in milliseconds; 0 where the server gave none
 };
 
 struct SeenKeyPress
@@ -61,14 +61,14 @@ struct SeenButton
 
 enum class TouchPhase
 {
-    Begin,
-    Update,
-    End
+    BEGIN,
+    UPDATE,
+    END
 };
 
 struct SeenTouch
 {
-    TouchPhase phase = TouchPhase::Begin;
+    TouchPhase phase = TouchPhase::BEGIN;
     unsigned id = 0; ///< the server's number for this contact, unique as long as the server runs
     double x = 0;
     double y = 0;
@@ -91,7 +91,7 @@ struct SeenFocus
 /// The keys that the server holds down, one bit per key code. Comes with the focus; not part of the record.
 struct SeenKeymap
 {
-    std::array<std::uint8_t, 32> bits{};
+    std::array<uint8_t, 32> bits{};
 };
 
 /// Where the pointer is, known without a motion (at the start). Not part of the record.

@@ -7,17 +7,15 @@ namespace desktop
 
 namespace
 {
-constexpr std::size_t TAB_COLUMNS = 4;
+constexpr size_t TAB_COLUMNS = 4;
 constexpr std::string_view ELLIPSIS = "…";
 
 /// The character that starts at `at`, with the bytes that continue it.
-std::string_view characterAt(std::string_view text, std::size_t at)
+std::string_view characterAt(std::string_view text, size_t at)
 {
-    std::size_t end = at + 1;
+    size_t end = at + 1;
     while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
-    {
         ++end;
-    }
     return text.substr(at, end - at);
 }
 
@@ -38,26 +36,20 @@ public:
         {
             breakLine(space);
             if (space)
-            {
                 return;
-            }
         }
         m_line += character;
         m_width += width;
         ++m_columns;
         if (space)
-        {
             m_breakAt = m_line.size();
-        }
     }
 
     void putTab()
     {
-        const std::size_t spaces = TAB_COLUMNS - m_columns % TAB_COLUMNS;
-        for (std::size_t i = 0; i < spaces; ++i)
-        {
+        const size_t spaces = TAB_COLUMNS - m_columns % TAB_COLUMNS;
+        for (size_t i = 0; i < spaces; ++i)
             put(" ");
-        }
     }
 
     void newLine()
@@ -81,7 +73,7 @@ private:
         const std::string rest = atSpace || m_breakAt == 0 ? std::string() : m_line.substr(m_breakAt);
         m_line.resize(m_line.size() - rest.size());
         newLine();
-        for (std::size_t at = 0; at < rest.size();)
+        for (size_t at = 0; at < rest.size();)
         {
             const std::string_view character = characterAt(rest, at);
             put(character);
@@ -94,8 +86,8 @@ private:
     std::vector<std::string> m_lines;
     std::string m_line;
     double m_width = 0;
-    std::size_t m_columns = 0;
-    std::size_t m_breakAt = 0; ///< in m_line, behind its last space
+    size_t m_columns = 0;
+    size_t m_breakAt = 0; ///< in m_line, behind its last space
 };
 } // namespace
 
@@ -103,22 +95,16 @@ std::vector<std::string> wrapText(std::string_view text, double maxWidth,
                                   const std::function<double(std::string_view)>& advance)
 {
     Wrapper wrapper(maxWidth, advance);
-    for (std::size_t at = 0; at < text.size();)
+    for (size_t at = 0; at < text.size();)
     {
         const std::string_view character = characterAt(text, at);
         at += character.size();
         if (character == "\n")
-        {
             wrapper.newLine();
-        }
         else if (character == "\t")
-        {
             wrapper.putTab();
-        }
         else
-        {
             wrapper.put(character);
-        }
     }
     return wrapper.take();
 }
@@ -127,16 +113,14 @@ std::string shortenText(std::string_view text, double maxWidth, const std::funct
 {
     const double room = maxWidth - advance(ELLIPSIS);
     double width = 0;
-    std::size_t keep = 0;
-    for (std::size_t at = 0; at < text.size();)
+    size_t keep = 0;
+    for (size_t at = 0; at < text.size();)
     {
         const std::string_view character = characterAt(text, at);
         width += advance(character);
         at += character.size();
         if (width <= room)
-        {
             keep = at;
-        }
     }
     return width <= maxWidth ? std::string(text) : std::string(text.substr(0, keep)) + std::string(ELLIPSIS);
 }

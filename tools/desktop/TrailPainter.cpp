@@ -1,5 +1,7 @@
 #include "tools/desktop/TrailPainter.h"
 
+#include "tools/desktop/Marks.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,12 +15,14 @@ namespace desktop
 
 namespace
 {
+using namespace shared;
+
 constexpr double MOVE_WIDTH = 1.6;
 constexpr double DRAG_WIDTH = 4.0;
 constexpr double TOUCH_WIDTH = 3.0;
 constexpr double DOT_RADIUS = 1.25;
 // A stroke's cost grows faster than its length; and one that crosses the screen needs a mask of the whole screen.
-constexpr std::size_t CHUNK = 48;
+constexpr size_t CHUNK = 48;
 constexpr double MIN_GRID_STEP = 90;
 
 struct Vector
@@ -41,14 +45,14 @@ Vector unit(const Vector& vector)
 }
 
 /// Direction of the way at a point: the middle between the way in and the way out. None where it turns back: a corner.
-Vector directionAt(const std::vector<DesktopModel::TrailPoint>& points, std::size_t index)
+Vector directionAt(const std::vector<DesktopModel::TrailPoint>& points, size_t index)
 {
     const Vector in = index > 0 ? unit(between(points[index - 1], points[index])) : Vector{0, 0};
     const Vector out = index + 1 < points.size() ? unit(between(points[index], points[index + 1])) : Vector{0, 0};
     return in.x * out.x + in.y * out.y < 0 ? Vector{0, 0} : unit({in.x + out.x, in.y + out.y});
 }
 
-double stepLength(const std::vector<DesktopModel::TrailPoint>& points, std::size_t index)
+double stepLength(const std::vector<DesktopModel::TrailPoint>& points, size_t index)
 {
     return index > 0 && index < points.size() ? between(points[index - 1], points[index]).length() : 0;
 }
@@ -56,10 +60,8 @@ double stepLength(const std::vector<DesktopModel::TrailPoint>& points, std::size
 double gridStep(double scale)
 {
     double step = 100;
-    for (std::size_t i = 0; step / scale < MIN_GRID_STEP; ++i)
-    {
+    for (size_t i = 0; step / scale < MIN_GRID_STEP; ++i)
         step *= i % 3 == 1 ? 2.5 : 2; // 100, 200, 500, 1000, 2000, ...
-    }
     return step;
 }
 } // namespace
@@ -94,7 +96,7 @@ void TrailPainter::paintGrid(cairo_t* cr, const SeenGeometry& canvas) const
     }
     cairo_stroke(cr);
 
-    setFont(cr, FontFace::Plain, 10.5 * m_scale);
+    setFont(cr, FontFace::PLAIN, 10.5 * m_scale);
     const double gap = 4 * m_scale;
     const double letter = 8 * m_scale;
     const double bottom = canvas.y + canvas.height;
@@ -103,17 +105,13 @@ void TrailPainter::paintGrid(cairo_t* cr, const SeenGeometry& canvas) const
     {
         const std::string label = fmt::format("{} px", static_cast<int>(x + m_window.x));
         if (x > leftRoom && x + gap + textWidth(cr, label) < canvas.x + canvas.width)
-        {
             drawText(cr, x + gap, bottom - gap, label, colours::GRID_LABEL);
-        }
     }
     for (double y = firstLine(m_window.y); y < m_window.height; y += step)
     {
         if (y + gap + letter > canvas.y + letter && y + gap + letter < bottom - 2 * letter)
-        {
             drawText(cr, canvas.x, y + gap + letter, fmt::format("{} px", static_cast<int>(y + m_window.y)),
                      colours::GRID_LABEL);
-        }
     }
 }
 
@@ -124,17 +122,17 @@ void TrailPainter::paint(cairo_t* cr, const DesktopModel& model)
     m_touchDone.resize(touches.size(), 0);
 
     // The line to a point bends with the point that follows, so the last one waits.
-    const auto final = [](const Points& points) { return points.size() - std::min<std::size_t>(points.size(), 1); };
+    const auto final = [](const Points& points) { return points.size() - std::min<size_t>(points.size(), 1); };
     {
         const ContextOwner paper(cairo_create(m_paper.get()));
         toWindow(paper.get());
-        paintWay(paper.get(), trail, m_trailDone, final(trail), Style::Pointer, {});
+        paintWay(paper.get(), trail, m_trailDone, final(trail), Style::POINTER, {});
         m_trailDone = std::max(m_trailDone, final(trail));
-        for (std::size_t i = 0; i < touches.size(); ++i)
+        for (size_t i = 0; i < touches.size(); ++i)
         {
             const Points& points = touches[i].points;
-            const std::size_t last = touches[i].down ? final(points) : points.size();
-            paintWay(paper.get(), points, m_touchDone[i], last, Style::Touch, touchColour(touches[i].id));
+            const size_t last = touches[i].down ? final(points) : points.size();
+            paintWay(paper.get(), points, m_touchDone[i], last, Style::TOUCH, touchColour(touches[i].id));
             m_touchDone[i] = std::max(m_touchDone[i], last);
         }
     }
@@ -144,35 +142,27 @@ void TrailPainter::paint(cairo_t* cr, const DesktopModel& model)
 
     cairo_save(cr);
     toWindow(cr);
-    paintWay(cr, trail, m_trailDone, trail.size(), Style::Pointer, {});
-    for (std::size_t i = 0; i < touches.size(); ++i)
-    {
-        paintWay(cr, touches[i].points, m_touchDone[i], touches[i].points.size(), Style::Touch,
+    paintWay(cr, trail, m_trailDone, trail.size(), Style::POINTER, {});
+    for (size_t i = 0; i < touches.size(); ++i)
+        paintWay(cr, touches[i].points, m_touchDone[i], touches[i].points.size(), Style::TOUCH,
                  touchColour(touches[i].id));
-    }
     cairo_restore(cr);
 
     // Presses over releases: of a click, the number is what counts.
     for (const DesktopModel::ButtonMark& mark : model.marks())
     {
         if (!mark.press)
-        {
             at(cr, mark.x, mark.y, [&] { drawReleaseMark(cr, 0, 0); });
-        }
     }
     for (const DesktopModel::ButtonMark& mark : model.marks())
     {
         if (mark.press)
-        {
             at(cr, mark.x, mark.y, [&] { drawPressMark(cr, 0, 0, mark.button); });
-        }
     }
     for (const DesktopModel::TouchPath& touch : touches)
     {
         if (!touch.down)
-        {
             at(cr, touch.points.back().x, touch.points.back().y, [&] { drawTouchRing(cr, 0, 0, touch.id); });
-        }
     }
 }
 
@@ -181,25 +171,21 @@ void TrailPainter::paintLive(cairo_t* cr, const DesktopModel& model) const
     for (const DesktopModel::TouchPath& touch : model.touches())
     {
         if (touch.down)
-        {
             at(cr, touch.points.back().x, touch.points.back().y, [&] { drawTouchDisc(cr, 0, 0, touch.id); });
-        }
     }
     at(cr, model.pointer().x, model.pointer().y, [&] { drawPointer(cr, 0, 0); });
 }
 
-void TrailPainter::paintWay(cairo_t* cr, const Points& points, std::size_t first, std::size_t last, Style style,
+void TrailPainter::paintWay(cairo_t* cr, const Points& points, size_t first, size_t last, Style style,
                             const Colour& colour) const
 {
     while (first < last)
     {
         const bool held = points[first].held;
-        std::size_t end = first;
+        size_t end = first;
         while (end < last && end < first + CHUNK && points[end].held == held)
-        {
             ++end;
-        }
-        if (style == Style::Touch)
+        if (style == Style::TOUCH)
         {
             Colour line = colour;
             line.red = (line.red + 1) / 2;
@@ -216,23 +202,21 @@ void TrailPainter::paintWay(cairo_t* cr, const Points& points, std::size_t first
     }
 }
 
-void TrailPainter::paintChunk(cairo_t* cr, const Points& points, std::size_t first, std::size_t last,
-                              const Colour& line, const Colour& dot, double width) const
+void TrailPainter::paintChunk(cairo_t* cr, const Points& points, size_t first, size_t last, const Colour& line,
+                              const Colour& dot, double width) const
 {
     cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
     cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
     cairo_set_line_width(cr, width * m_scale);
-    const std::size_t from = first > 0 ? first - 1 : 0;
+    const size_t from = first > 0 ? first - 1 : 0;
     cairo_move_to(cr, points[from].x, points[from].y);
-    for (std::size_t i = from + 1; i < last; ++i)
-    {
+    for (size_t i = from + 1; i < last; ++i)
         segmentTo(cr, points, i);
-    }
     setColour(cr, line);
     cairo_stroke(cr);
 
     // The line starts on the last dot of the chunk before, which it must not hide.
-    for (std::size_t i = from; i < last; ++i)
+    for (size_t i = from; i < last; ++i)
     {
         cairo_new_sub_path(cr);
         cairo_arc(cr, points[i].x, points[i].y, DOT_RADIUS * m_scale, 0, 2 * std::numbers::pi);
@@ -241,7 +225,7 @@ void TrailPainter::paintChunk(cairo_t* cr, const Points& points, std::size_t fir
     cairo_fill(cr);
 }
 
-void TrailPainter::segmentTo(cairo_t* cr, const Points& points, std::size_t index) const
+void TrailPainter::segmentTo(cairo_t* cr, const Points& points, size_t index) const
 {
     const auto& from = points[index - 1];
     const auto& to = points[index];

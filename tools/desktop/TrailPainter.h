@@ -28,18 +28,18 @@ public:
 private:
     enum class Style
     {
-        Pointer,
-        Touch
+        POINTER,
+        TOUCH
     };
     using Points = std::vector<DesktopModel::TrailPoint>;
 
     void paintGrid(cairo_t* cr, const SeenGeometry& canvas) const;
     /// Draws the lines that end at the points [first, last) and the dots of these points.
-    void paintWay(cairo_t* cr, const Points& points, std::size_t first, std::size_t last, Style style,
-                  const Colour& colour) const;
-    void paintChunk(cairo_t* cr, const Points& points, std::size_t first, std::size_t last, const Colour& line,
-                    const Colour& dot, double width) const;
-    void segmentTo(cairo_t* cr, const Points& points, std::size_t index) const;
+    void paintWay(cairo_t* cr, const Points& points, size_t first, size_t last, Style style,
+                  const shared::Colour& colour) const;
+    void paintChunk(cairo_t* cr, const Points& points, size_t first, size_t last, const shared::Colour& line,
+                    const shared::Colour& dot, double width) const;
+    void segmentTo(cairo_t* cr, const Points& points, size_t index) const;
     void toWindow(cairo_t* cr) const;
     /// Calls `draw` with the origin at the point and lengths in units.
     template <class Draw>
@@ -47,9 +47,9 @@ private:
 
     SeenGeometry m_window;
     double m_scale;
-    SurfaceOwner m_paper;
-    std::size_t m_trailDone = 0;          ///< points of the trail that are on the paper
-    std::vector<std::size_t> m_touchDone; ///< the same for each touch
+    shared::SurfaceOwner m_paper;
+    size_t m_trailDone = 0;          ///< points of the trail that are on the paper
+    std::vector<size_t> m_touchDone; ///< the same for each touch
 };
 
 } // namespace desktop

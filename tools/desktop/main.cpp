@@ -26,14 +26,10 @@ std::string parseSize(const std::string& text, DesktopOptions& options)
     const bool crossed = first.ec == std::errc() && first.ptr != end && *first.ptr == 'x';
     const auto second = crossed ? std::from_chars(first.ptr + 1, end, height) : first;
     if (!crossed || second.ec != std::errc() || second.ptr != end)
-    {
         return fmt::format("\"{}\" is not a size such as 1280x720", text);
-    }
     if (width < SMALLEST_WIDTH || width > LARGEST_SIDE || height < SMALLEST_HEIGHT || height > LARGEST_SIDE)
-    {
         return fmt::format("{} is not between {}x{} and {}x{}", text, SMALLEST_WIDTH, SMALLEST_HEIGHT, LARGEST_SIDE,
                            LARGEST_SIDE);
-    }
     options.width = width;
     options.height = height;
     return {};
@@ -53,9 +49,7 @@ int main(int argc, char** argv)
                                      [&options](const std::string& text)
                                      {
                                          if (const std::string wrong = parseSize(text, options); !wrong.empty())
-                                         {
                                              throw CLI::ValidationError("--size", wrong);
-                                         }
                                      },
                                      "Size of the window in pixels [1280x720]")
                                   ->type_name("WxH");
@@ -89,6 +83,6 @@ int main(int argc, char** argv)
                "and picture are kept); above 100 wrong arguments.");
     CLI11_PARSE(app, argc, argv);
     const int code = desktop::runDesktop(options);
-    desktop::releaseDrawingCaches(); // else they look like leaks to a checker
+    shared::releaseDrawingCaches(); // else they look like leaks to a checker
     return code;
 }

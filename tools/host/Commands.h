@@ -1,4 +1,4 @@
-/// The sub-commands of zuis-host, a source file each.
+/// The commands of zuis-host, a file each.
 #ifndef TOOLS_HOST_COMMANDS_H
 #define TOOLS_HOST_COMMANDS_H
 
@@ -12,21 +12,22 @@ class App;
 namespace host
 {
 
-/// What the command line asked for. \return the exit status
-/// \throws FileErrors, NetworkModelError for what was given and cannot be used, before anything is done;
-///         std::runtime_error when the library cannot be used or an output cannot be written
-using Command = std::function<int()>;
+/// A command and what it does with the options that were given to it.
+struct Command
+{
+    const CLI::App* parser; ///< belongs to the program's; knows whether the command was given
 
-// Each adds a sub-command with its options; parsing it puts it into `chosen`, which has to live as long as the parser.
+    /// \return the exit status: 0 good, 1 (only from `play`) something was lost, stuck or different
+    /// \throws FileErrors, NetworkModelError for input that cannot be used, before anything is injected or written;
+    ///         std::runtime_error for what else stands in the way
+    std::function<int()> run;
+};
 
-/// One session, from the check of its file to the summary. The status is 1 when something was lost, stuck or different.
-void addPlay(CLI::App& app, Command& chosen);
-/// A session as text.
-void addShow(CLI::App& app, Command& chosen);
-/// What happens on local devices, as a session: until it is interrupted, the time is over or the last device has gone.
-void addRecord(CLI::App& app, Command& chosen);
-/// A recording of evemu, as a session.
-void addImport(CLI::App& app, Command& chosen);
+/// Each adds its command to the program.
+Command addPlay(CLI::App& app);   ///< one session, from the check of its file to the summary
+Command addShow(CLI::App& app);   ///< a session as text
+Command addRecord(CLI::App& app); ///< what happens on local devices, as a session
+Command addImport(CLI::App& app); ///< a recording of evemu, as a session
 
 } // namespace host
 

@@ -1,4 +1,5 @@
 #include "tools/host/Commands.h"
+
 #include "tools/host/capture/EvemuImport.h"
 #include "tools/host/session/SessionWriter.h"
 #include "tools/shared/OutputFile.h"
@@ -6,8 +7,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <fmt/format.h>
-#include <iostream>
 #include <memory>
+#include <string>
 
 namespace host
 {
@@ -21,19 +22,12 @@ struct ImportOptions
     std::string output;
 };
 
-int import(const ImportOptions& options)
+int importRecording(const ImportOptions& options)
 {
     const ConvertedSession result = importEvemuFiles(options.events, options.device);
-    if (options.output.empty())
-    {
-        writeSession(std::cout, result.session);
-    }
-    else
-    {
-        std::ofstream out = shared::openOutput(options.output);
-        writeSession(out, result.session);
-        shared::closeOutput(out, options.output);
-    }
+    shared::OutputFile out(options.output);
+    writeSession(out.stream(), result.session);
+    out.finish();
     for (const std::string& note : result.notes)
         fmt::print(stderr, "zuis-host: {}\n", note);
     return 0;
@@ -41,15 +35,14 @@ int import(const ImportOptions& options)
 
 } // namespace
 
-void addImport(CLI::App& app, Command& chosen)
+Command addImport(CLI::App& app)
 {
-    const auto owned = std::make_shared<ImportOptions>();
-    ImportOptions& options = *owned;
-    CLI::App* command = app.add_subcommand("import", "Turn an evemu recording into a session");
-    command->add_option("RECORDING", options.events, "Recording (FILE.events)")->required();
-    command->add_option("--device", options.device, "Device description, where the recording holds none (FILE.desc)");
-    command->add_option("-o,--output", options.output, "Session file to write (default: standard output)");
-    command->callback([owned, &chosen] { chosen = [owned] { return import(*owned); }; });
+    const auto options = std::make_shared<ImportOptions>();
+    CLI::App* const import = app.add_subcommand("import", "Turn an evemu recording into a session");
+    import->add_option("RECORDING", options->events, "Recording (FILE.events)")->required();
+    import->add_option("--device", options->device, "Device description, where the recording holds none (FILE.desc)");
+    import->add_option("-o,--output", options->output, "Session file to write (default: standard output)");
+    return {import, [options] { return importRecording(*options); }};
 }
 
 } // namespace host

@@ -1,6 +1,9 @@
-#include "devstack/zudev.h"
 #include "tools/host/Commands.h"
+
+#include "devstack/zudev.h"
 #include "tools/host/Console.h"
+#include "tools/host/check/Expectation.h"
+#include "tools/host/play/Backend.h"
 #include "tools/host/play/InjectionHooks.h"
 #include "tools/host/play/InjectionWatch.h"
 #include "tools/host/play/Screen.h"
@@ -19,6 +22,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
 #include <fstream>
@@ -26,7 +31,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
+#include <string>
 #include <thread>
 
 #include <sys/prctl.h>
@@ -248,12 +253,12 @@ RunReport playSession(const PlayOptions& options, const Session& session, const 
     return report;
 }
 
-int play(const PlayOptions& options)
+int playAndReport(const PlayOptions& options)
 {
     const Session session = readSession(options.session);
     const NetworkModel network = NetworkModel::parse(options.network, options.seed);
 
-    const std::atomic<bool>& interrupted = shared::interruptedBy({SIGINT, SIGTERM});
+    const std::atomic<bool>& interrupted = shared::flagSignals({SIGINT, SIGTERM});
     std::vector<Played> played;
     RunReport report = playSession(options, session, network, interrupted, played);
     if (!options.desktopRecord.empty())
@@ -265,15 +270,15 @@ int play(const PlayOptions& options)
     std::cout.flush();
     if (!options.jsonFile.empty())
     {
-        std::ofstream out = shared::openOutput(options.jsonFile);
-        writeJson(out, report);
-        shared::closeOutput(out, options.jsonFile);
+        shared::OutputFile out(options.jsonFile);
+        writeJson(out.stream(), report);
+        out.finish();
     }
     if (!options.timelineFile.empty())
     {
-        std::ofstream out = shared::openOutput(options.timelineFile);
-        writeTimeline(out, played, injectionWatch().writes(), injectionWatch(), report);
-        shared::closeOutput(out, options.timelineFile);
+        shared::OutputFile out(options.timelineFile);
+        writeTimeline(out.stream(), played, injectionWatch().writes(), injectionWatch(), report);
+        out.finish();
     }
     if (!options.pacingPicture.empty())
         drawPacingPicture(report, options.pacingPicture);
@@ -292,51 +297,45 @@ std::string positive(const std::string& text)
 
 } // namespace
 
-void addPlay(CLI::App& app, Command& chosen)
+Command addPlay(CLI::App& app)
 {
-    const auto owned = std::make_shared<PlayOptions>();
-    PlayOptions& options = *owned;
-    CLI::App* command = app.add_subcommand("play", "Play a session through the library and report what became of it");
-    command->add_option("SESSION", options.session, "Session file (docs/session-format.md)")->required();
-    command->add_option("--speed", options.speed, "2 plays twice as fast")->check(positive);
-    command
-        ->add_option_function<std::string>(
+    const auto options = std::make_shared<PlayOptions>();
+    CLI::App* const play =
+        app.add_subcommand("play", "Play a session through the library and report what became of it");
+    play->add_option("SESSION", options->session, "Session file (docs/session-format.md)")->required();
+    play->add_option("--speed", options->speed, "2 plays twice as fast")->check(positive);
+    play->add_option_function<std::string>(
             "--backend",
-            [&options](const std::string& text) { options.backend = parseBackend(text).value_or(options.backend); },
+            [options](const std::string& text) { options->backend = parseBackend(text).value_or(options->backend); },
             "Where the library injects; without it the library's own settings decide")
         ->check(CLI::IsMember({"uinput", "xtest", "container"}));
-    command->add_option("--instance", options.instance, "Number of the Android container")
-        ->check(CLI::Range(0, 1000000));
-    command
-        ->add_option("--network", options.network,
+    play->add_option("--instance", options->instance, "Number of the Android container")->check(CLI::Range(0, 1000000));
+    play->add_option("--network", options->network,
                      "How the network delivers: even, bursts:N, jitter:MS, or a file with one delay in ms per line")
         ->capture_default_str();
-    command->add_option("--seed", options.seed, "Of the jitter")->capture_default_str();
-    command->add_option("--library", options.library, "The library to load")->capture_default_str();
-    command
-        ->add_option_function<std::string>(
+    play->add_option("--seed", options->seed, "Of the jitter")->capture_default_str();
+    play->add_option("--library", options->library, "The library to load")->capture_default_str();
+    play->add_option_function<std::string>(
             "--log-level",
-            [&options](const std::string& text) { options.logLevel = parseLogLevel(text).value_or(options.logLevel); },
+            [options](const std::string& text) { options->logLevel = parseLogLevel(text).value_or(options->logLevel); },
             "Lowest level of the log lines that are shown (default: info)")
         ->check(CLI::IsMember({"verbose", "debug", "info", "warning", "error", "critical", "silence"}));
-    command->add_flag("--telemetry", options.showTelemetry, "Show every telemetry record as it comes");
-    command
-        ->add_option_function<std::vector<int>>(
+    play->add_flag("--telemetry", options->showTelemetry, "Show every telemetry record as it comes");
+    play->add_option_function<std::vector<int>>(
             "--screen",
-            [&options](const std::vector<int>& size) {
-                options.screen = {size[0], size[1]};
+            [options](const std::vector<int>& size) {
+                options->screen = {size[0], size[1]};
             },
             "Width and height in pixels that touches are scaled to over XTest; asked from X otherwise")
         ->expected(2)
         ->check(CLI::Range(1, 65535));
-    command->add_option("--json", options.jsonFile, "Write the summary as JSON");
-    command->add_option("--timeline", options.timelineFile,
-                        "Write every event and every write of the library, by time");
-    command->add_option("--pacing-png", options.pacingPicture, "Draw the intervals and latencies of mouse moves");
-    command->add_option("--desktop-record", options.desktopRecord,
-                        "Compare with what zuis-desktop recorded in this file");
-    command->add_option("--pads-record", options.padsRecord, "Compare with what zuis-pads recorded in this file");
-    command->callback([owned, &chosen] { chosen = [owned] { return play(*owned); }; });
+    play->add_option("--json", options->jsonFile, "Write the summary as JSON");
+    play->add_option("--timeline", options->timelineFile, "Write every event and every write of the library, by time");
+    play->add_option("--pacing-png", options->pacingPicture, "Draw the intervals and latencies of mouse moves");
+    play->add_option("--desktop-record", options->desktopRecord,
+                     "Compare with what zuis-desktop recorded in this file");
+    play->add_option("--pads-record", options->padsRecord, "Compare with what zuis-pads recorded in this file");
+    return {play, [options] { return playAndReport(*options); }};
 }
 
 } // namespace host

@@ -1,10 +1,12 @@
 #include "tools/host/Commands.h"
+
 #include "tools/host/session/SessionParser.h"
 #include "tools/host/session/SessionWriter.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
+#include <string>
 
 namespace host
 {
@@ -18,7 +20,7 @@ struct ShowOptions
     bool layout = false;
 };
 
-int show(const ShowOptions& options)
+int showSession(const ShowOptions& options)
 {
     const Session session = readSession(options.session);
     if (options.layout)
@@ -32,15 +34,14 @@ int show(const ShowOptions& options)
 
 } // namespace
 
-void addShow(CLI::App& app, Command& chosen)
+Command addShow(CLI::App& app)
 {
-    const auto owned = std::make_shared<ShowOptions>();
-    ShowOptions& options = *owned;
-    CLI::App* command = app.add_subcommand("show", "Show a session as text");
-    command->add_option("SESSION", options.session, "Session file")->required();
-    command->add_flag("--stats", options.statistics, "Counts, rates and intervals instead of the records");
-    command->add_flag("--layout", options.layout, "Only the keyboard layout that the session is meant for");
-    command->callback([owned, &chosen] { chosen = [owned] { return show(*owned); }; });
+    const auto options = std::make_shared<ShowOptions>();
+    CLI::App* const show = app.add_subcommand("show", "Show a session as text");
+    show->add_option("SESSION", options->session, "Session file")->required();
+    show->add_flag("--stats", options->statistics, "Counts, rates and intervals instead of the records");
+    show->add_flag("--layout", options->layout, "Only the keyboard layout that the session is meant for");
+    return {show, [options] { return showSession(*options); }};
 }
 
 } // namespace host

@@ -2,14 +2,11 @@
 
 #include "tools/host/Commands.h"
 #include "tools/host/play/NetworkModel.h"
-#include "tools/host/PlayCommand.h"
-#include "tools/host/RecordCommand.h"
-#include "tools/host/report/LogLevels.h"
 #include "tools/host/session/FileErrors.h"
-#include "tools/host/session/SessionParser.h"
-#include "tools/host/session/SessionWriter.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <fmt/format.h>
 
 namespace
@@ -24,11 +21,7 @@ int main(int argc, char** argv)
 {
     CLI::App app{"Plays the streaming server in front of libInputStreamShared.so"};
     app.require_subcommand(1);
-    host::Command chosen;
-    host::addPlay(app, chosen);
-    host::addShow(app, chosen);
-    host::addRecord(app, chosen);
-    host::addImport(app, chosen);
+    const std::array commands{host::addPlay(app), host::addShow(app), host::addRecord(app), host::addImport(app)};
     try
     {
         app.parse(argc, argv);
@@ -40,7 +33,8 @@ int main(int argc, char** argv)
 
     try
     {
-        return chosen();
+        const auto given = [](const host::Command& command) { return command.parser->parsed(); };
+        return std::find_if(commands.begin(), commands.end(), given)->run();
     }
     catch (const host::FileErrors& error)
     {

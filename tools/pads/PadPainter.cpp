@@ -3,8 +3,6 @@
 #include "tools/shared/Drawing.h"
 
 #include <algorithm>
-#include <numbers>
-#include <stdexcept>
 
 #include <fmt/core.h>
 #include <linux/input-event-codes.h>
@@ -15,7 +13,7 @@ namespace pads
 namespace
 {
 
-using namespace desktop;
+using namespace shared;
 
 constexpr double CARD_WIDTH = 620;
 constexpr double CARD_HEIGHT = 330;
@@ -26,7 +24,7 @@ constexpr double BUTTON_RADIUS = 17;
 
 struct ButtonPlace
 {
-    std::uint16_t code;
+    uint16_t code;
     const char* label;
     double x;
     double y;
@@ -42,8 +40,8 @@ constexpr ButtonPlace BUTTONS[] = {
 
 struct StickPlace
 {
-    std::uint16_t xAxis;
-    std::uint16_t yAxis;
+    uint16_t xAxis;
+    uint16_t yAxis;
     double x;
     double y;
 };
@@ -51,13 +49,13 @@ constexpr StickPlace STICKS[] = {{ABS_X, ABS_Y, 200, 250}, {ABS_RX, ABS_RY, 420,
 
 struct TriggerPlace
 {
-    std::uint16_t axis;
+    uint16_t axis;
     const char* label;
     double x;
 };
 constexpr TriggerPlace TRIGGERS[] = {{ABS_Z, "LT", 44}, {ABS_RZ, "RT", 576}};
 
-int valueOr(const std::map<std::uint16_t, int>& values, std::uint16_t code, int otherwise)
+int valueOr(const std::map<uint16_t, int>& values, uint16_t code, int otherwise)
 {
     const auto found = values.find(code);
     return found == values.end() ? otherwise : found->second;
@@ -65,17 +63,7 @@ int valueOr(const std::map<std::uint16_t, int>& values, std::uint16_t code, int 
 
 void fill(cairo_t* cr, const Colour& colour)
 {
-    setColour(cr, colour);
-    cairo_fill_preserve(cr);
-    setColour(cr, colours::PANEL_EDGE);
-    cairo_set_line_width(cr, 1);
-    cairo_stroke(cr);
-}
-
-void circle(cairo_t* cr, double x, double y, double radius)
-{
-    cairo_new_path(cr);
-    cairo_arc(cr, x, y, radius, 0, 2 * std::numbers::pi);
+    fillWithEdge(cr, colour, colours::PANEL_EDGE, 1);
 }
 
 void paintButton(cairo_t* cr, const PadState& pad, const ButtonPlace& place)
@@ -86,12 +74,12 @@ void paintButton(cairo_t* cr, const PadState& pad, const ButtonPlace& place)
     const auto presses = pad.presses.find(place.code);
     circle(cr, place.x, place.y, BUTTON_RADIUS);
     fill(cr, held->second ? colours::MARK : presses != pad.presses.end() ? colours::LIT : colours::KEY_DIM);
-    setFont(cr, FontFace::Bold, 11);
+    setFont(cr, FontFace::BOLD, 11);
     drawCentredText(cr, place.x, place.y, place.label,
                     held->second || presses != pad.presses.end() ? colours::WHITE : colours::FAINT);
     if (presses == pad.presses.end())
         return;
-    setFont(cr, FontFace::Plain, 10);
+    setFont(cr, FontFace::PLAIN, 10);
     drawText(cr, place.x + BUTTON_RADIUS - 3, place.y - BUTTON_RADIUS + 5, fmt::format("{}", presses->second),
              colours::INK);
 }
@@ -101,7 +89,7 @@ void paintDpad(cairo_t* cr, const PadState& pad, double x, double y)
     constexpr double ARM = 22;
     struct Arm
     {
-        std::uint16_t axis;
+        uint16_t axis;
         int value;
         double dx;
         double dy;
@@ -115,7 +103,7 @@ void paintDpad(cairo_t* cr, const PadState& pad, double x, double y)
         fill(cr, held ? colours::MARK : visits != pad.hatVisits.end() ? colours::LIT : colours::KEY_DIM);
         if (visits == pad.hatVisits.end())
             continue;
-        setFont(cr, FontFace::Bold, 10);
+        setFont(cr, FontFace::BOLD, 10);
         drawCentredText(cr, x + arm.dx, y + arm.dy, fmt::format("{}", visits->second), colours::WHITE);
     }
 }
@@ -167,26 +155,26 @@ void paintTrigger(cairo_t* cr, const PadState& pad, const TriggerPlace& place)
     const int largest = valueOr(pad.largest, place.axis, 0);
     bar(pad.share(place.axis, largest), colours::DRAG_LINE);
     bar(pad.share(place.axis, valueOr(pad.axes, place.axis, 0)), colours::MARK);
-    setFont(cr, FontFace::Bold, 11);
+    setFont(cr, FontFace::BOLD, 11);
     drawCentredText(cr, place.x, TOP - 12, place.label, colours::INK);
-    setFont(cr, FontFace::Plain, 10);
+    setFont(cr, FontFace::PLAIN, 10);
     drawCentredText(cr, place.x, TOP + HEIGHT + 12, fmt::format("max {}", largest), colours::FAINT);
 }
 
-void paintPad(cairo_t* cr, std::size_t number, const PadState& pad)
+void paintPad(cairo_t* cr, size_t number, const PadState& pad)
 {
     roundedRectangle(cr, 0, 0, CARD_WIDTH, CARD_HEIGHT, 8);
     fill(cr, colours::PANEL);
-    setFont(cr, FontFace::Bold, 14);
+    setFont(cr, FontFace::BOLD, 14);
     double x = drawText(cr, 16, 26, fmt::format("{}  {}", number, pad.name), colours::INK);
-    setFont(cr, FontFace::Plain, 11);
+    setFont(cr, FontFace::PLAIN, 11);
     x = drawText(cr, x + 12, 26, fmt::format("{}  {}", pad.identity, pad.node), colours::FAINT);
     const std::string state = fmt::format("{} changes{}", pad.changes, pad.present ? "" : ", gone");
     drawText(cr, std::max(x + 12, CARD_WIDTH - 16 - textWidth(cr, state)), 26, state, colours::FAINT);
     for (const TriggerPlace& trigger : TRIGGERS)
         paintTrigger(cr, pad, trigger);
     paintDpad(cr, pad, 150, 140);
-    for (std::size_t stick = 0; stick < pad.trails.size(); ++stick)
+    for (size_t stick = 0; stick < pad.trails.size(); ++stick)
         paintStick(cr, pad, STICKS[stick], pad.trails[stick]);
     for (const ButtonPlace& button : BUTTONS)
         paintButton(cr, pad, button);
@@ -196,8 +184,8 @@ void paintPad(cairo_t* cr, std::size_t number, const PadState& pad)
 
 void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
 {
-    const std::size_t columns = pads.size() > 1 ? 2 : 1;
-    const std::size_t rows = std::max<std::size_t>((pads.size() + columns - 1) / columns, 1);
+    const size_t columns = pads.size() > 1 ? 2 : 1;
+    const size_t rows = std::max<size_t>((pads.size() + columns - 1) / columns, 1);
     const double width = MARGIN + static_cast<double>(columns) * (CARD_WIDTH + MARGIN);
     const double height = HEADER + static_cast<double>(rows) * (CARD_HEIGHT + MARGIN);
     const SurfaceOwner image(
@@ -205,9 +193,9 @@ void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
     const ContextOwner cr(cairo_create(image.get()));
     setColour(cr.get(), colours::PAPER);
     cairo_paint(cr.get());
-    setFont(cr.get(), FontFace::Bold, 18);
+    setFont(cr.get(), FontFace::BOLD, 18);
     drawText(cr.get(), MARGIN, 36, fmt::format("Gamepads as a game sees them: {}", pads.size()), colours::INK);
-    for (std::size_t number = 0; number < pads.size(); ++number)
+    for (size_t number = 0; number < pads.size(); ++number)
     {
         const auto row = number / columns;
         cairo_save(cr.get());
@@ -216,11 +204,7 @@ void writePadPicture(const std::string& path, const std::vector<PadState>& pads)
         paintPad(cr.get(), number, pads[number]);
         cairo_restore(cr.get());
     }
-    cairo_status_t status = cairo_status(cr.get());
-    if (status == CAIRO_STATUS_SUCCESS)
-        status = cairo_surface_write_to_png(image.get(), path.c_str());
-    if (status != CAIRO_STATUS_SUCCESS)
-        throw std::runtime_error(fmt::format("cannot write the picture {}: {}", path, cairo_status_to_string(status)));
+    writePng(cr.get(), path, fmt::format("cannot write the picture {}", path));
 }
 
 } // namespace pads

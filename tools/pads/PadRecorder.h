@@ -2,9 +2,9 @@
 #define TOOLS_PADS_PAD_RECORDER_H
 
 #include "tools/pads/PadState.h"
+#include "tools/shared/RecordFile.h"
 
-#include <cstdio>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -12,30 +12,25 @@
 namespace pads
 {
 
-/// Writes what was seen, one JSON object a line, each line at once: "pad-added", "pad-input", "pad-removed",
-/// "pad-overrun". Times are CLOCK_MONOTONIC in nanoseconds.
+/// Writes what was seen, an object each: "pad-added", "pad-input", "pad-removed", "pad-overrun". Times are
+/// CLOCK_MONOTONIC in nanoseconds.
 class PadRecorder
 {
 public:
     /// \param path empty for none. Throws std::system_error when the file cannot be made.
     explicit PadRecorder(const std::string& path);
 
-    void added(std::size_t pad, const PadState& state);
-    void input(std::size_t pad, const PadInput& input);
-    void happened(const char* what, std::size_t pad);
+    void added(size_t pad, const PadState& state);
+    void input(size_t pad, const PadInput& input);
+    void happened(const char* what, size_t pad);
 
     /// Whether everything could be written.
-    bool good() const { return m_good; }
+    bool good() const { return !m_file || m_file->good(); }
 
 private:
-    struct CloseFile
-    {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
     void write(const nlohmann::ordered_json& line);
 
-    std::unique_ptr<std::FILE, CloseFile> m_file;
-    bool m_good = true;
+    std::optional<shared::RecordFile> m_file;
 };
 
 } // namespace pads

@@ -26,7 +26,7 @@ void PadState::apply(const PadInput& input)
 
 void PadState::endFrame()
 {
-    const auto place = [&](std::size_t stick, std::uint16_t x, std::uint16_t y)
+    const auto place = [&](size_t stick, uint16_t x, uint16_t y)
     {
         const Point now{2 * share(x, axes[x]) - 1, 2 * share(y, axes[y]) - 1};
         std::vector<Point>& trail = trails[stick];
@@ -37,7 +37,7 @@ void PadState::endFrame()
     place(1, ABS_RX, ABS_RY);
 }
 
-double PadState::share(std::uint16_t axis, int value) const
+double PadState::share(uint16_t axis, int value) const
 {
     const auto range = ranges.find(axis);
     if (range == ranges.end() || range->second.minimum >= range->second.maximum)

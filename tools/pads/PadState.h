@@ -15,10 +15,10 @@ namespace pads
 /// One change of a pad, as a reader of its node gets it.
 struct PadInput
 {
-    std::int64_t ns = 0; ///< CLOCK_MONOTONIC, by the kernel
-    std::uint16_t type = 0;
-    std::uint16_t code = 0;
-    std::int32_t value = 0;
+    int64_t ns = 0; ///< CLOCK_MONOTONIC, by the kernel
+    uint16_t type = 0;
+    uint16_t code = 0;
+    int32_t value = 0;
 };
 
 /// Range of an axis as its device declares it.
@@ -42,14 +42,14 @@ struct PadState
     std::string identity; ///< bus, vendor, product and version, hexadecimal: "0003:045e:028e:0104"
     std::string node;     ///< "event7"
     bool present = true;
-    std::map<std::uint16_t, bool> buttons;                          ///< every declared button, and whether it is held
-    std::map<std::uint16_t, std::size_t> presses;                   ///< of each button that was pressed
-    std::map<std::uint16_t, AxisRange> ranges;                      ///< of every declared axis
-    std::map<std::uint16_t, int> axes;                              ///< present values
-    std::map<std::uint16_t, int> largest;                           ///< largest value that each axis had
-    std::map<std::pair<std::uint16_t, int>, std::size_t> hatVisits; ///< how often a D-pad axis took a value but 0
-    std::array<std::vector<Point>, 2> trails;                       ///< way of the left and of the right stick
-    std::size_t changes = 0;
+    std::map<uint16_t, bool> buttons;                     ///< every declared button, and whether it is held
+    std::map<uint16_t, size_t> presses;                   ///< of each button that was pressed
+    std::map<uint16_t, AxisRange> ranges;                 ///< of every declared axis
+    std::map<uint16_t, int> axes;                         ///< present values
+    std::map<uint16_t, int> largest;                      ///< largest value that each axis had
+    std::map<std::pair<uint16_t, int>, size_t> hatVisits; ///< how often a D-pad axis took a value but 0
+    std::array<std::vector<Point>, 2> trails;             ///< way of the left and of the right stick
+    size_t changes = 0;
 
     /// Takes a change into account.
     void apply(const PadInput& input);
@@ -57,7 +57,7 @@ struct PadState
     void endFrame();
 
     /// Value of an axis within its range, 0..1; 0 for an axis that is not declared.
-    double share(std::uint16_t axis, int value) const;
+    double share(uint16_t axis, int value) const;
 };
 
 } // namespace pads

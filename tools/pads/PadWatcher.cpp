@@ -8,9 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <libevdev/libevdev.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <time.h>
@@ -22,7 +20,6 @@ namespace pads
 namespace
 {
 
-constexpr char DIRECTORY[] = "/dev/input";
 constexpr std::string_view NODE_PREFIX = "event";
 
 PadState describe(const libevdev* device, const std::string& node)
@@ -36,35 +33,36 @@ PadState describe(const libevdev* device, const std::string& node)
     for (unsigned int code = BTN_MISC; code < KEY_OK; ++code)
     {
         if (libevdev_has_event_code(device, EV_KEY, code))
-            state.buttons[static_cast<std::uint16_t>(code)] = libevdev_get_event_value(device, EV_KEY, code) != 0;
+            state.buttons[static_cast<uint16_t>(code)] = libevdev_get_event_value(device, EV_KEY, code) != 0;
     }
     for (unsigned int code = 0; code < ABS_CNT; ++code)
     {
         const input_absinfo* const info = libevdev_get_abs_info(device, code);
         if (!info)
             continue;
-        state.ranges[static_cast<std::uint16_t>(code)] = {info->minimum, info->maximum};
-        state.axes[static_cast<std::uint16_t>(code)] = info->value;
+        state.ranges[static_cast<uint16_t>(code)] = {info->minimum, info->maximum};
+        state.axes[static_cast<uint16_t>(code)] = info->value;
     }
     return state;
 }
 
 } // namespace
 
-PadWatcher::PadWatcher(Listener listener)
+PadWatcher::PadWatcher(Listener listener, std::string directory)
     : m_listener(std::move(listener))
-    , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK), fmt::format("cannot watch {}", DIRECTORY))
+    , m_directory(std::move(directory))
+    , m_notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
     // A node is made before udev gives it its rights, which shows as a change of attributes.
-    if (inotify_add_watch(m_notify.get(), DIRECTORY, IN_CREATE | IN_ATTRIB) < 0)
-        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", DIRECTORY));
+    if (!m_notify || inotify_add_watch(m_notify.get(), m_directory.c_str(), IN_CREATE | IN_ATTRIB) < 0)
+        throw std::system_error(errno, std::generic_category(), fmt::format("cannot watch {}", m_directory));
     readDirectory();
 }
 
 void PadWatcher::readDirectory()
 {
     std::vector<std::string> nodes;
-    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY))
+    for (const auto& entry : std::filesystem::directory_iterator(m_directory))
         nodes.push_back(entry.path().filename());
     std::sort(nodes.begin(), nodes.end(),
               [](const std::string& a, const std::string& b)
@@ -96,44 +94,31 @@ void PadWatcher::tryNode(const std::string& node)
     const auto known = [&](const Device& device) { return device.node == node; };
     if (!node.starts_with(NODE_PREFIX) || std::any_of(m_devices.begin(), m_devices.end(), known))
         return;
-    shared::FileDescriptor descriptor(
-        open(fmt::format("{}/{}", DIRECTORY, node).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (descriptor.get() < 0)
+    shared::FileDescriptor descriptor = shared::openEventNode(fmt::format("{}/{}", m_directory, node));
+    if (!descriptor)
         return; // not allowed, perhaps not yet
-    int error = 0;
-    shared::LibevdevOwner device = shared::openLibevdev(descriptor.get(), error);
-    if (!device || !libevdev_has_event_code(device.get(), EV_KEY, BTN_GAMEPAD))
+    libevdev* device = nullptr;
+    if (libevdev_new_from_fd(descriptor.get(), &device) != 0)
         return;
-    libevdev_set_clock_id(device.get(), CLOCK_MONOTONIC);
-    m_devices.push_back({node, std::move(descriptor), std::move(device), m_found++});
-    m_listener.added(m_devices.back().pad, describe(m_devices.back().libevdev.get(), node));
+    shared::DeviceOwner owner(device);
+    if (!libevdev_has_event_code(device, EV_KEY, BTN_GAMEPAD))
+        return;
+    libevdev_set_clock_id(device, CLOCK_MONOTONIC);
+    m_listener.added(m_found, describe(device, node));
+    m_devices.push_back({node, std::move(descriptor), std::move(owner), m_found++});
 }
 
 bool PadWatcher::read(const Device& device)
 {
-    unsigned int flag = LIBEVDEV_READ_FLAG_NORMAL;
-    input_event event;
-    while (true)
+    const auto take = [&](const input_event& event)
     {
-        const int result = libevdev_next_event(device.libevdev.get(), flag, &event);
-        if (result == -EAGAIN && flag == LIBEVDEV_READ_FLAG_SYNC)
-        {
-            flag = LIBEVDEV_READ_FLAG_NORMAL;
-            continue;
-        }
-        if (result < 0)
-            return result == -EAGAIN || result == -EINTR;
-        if (result == LIBEVDEV_READ_STATUS_SYNC && flag == LIBEVDEV_READ_FLAG_NORMAL)
-        {
-            flag = LIBEVDEV_READ_FLAG_SYNC;
-            m_listener.overrun(device.pad);
-        }
         if (event.type == EV_SYN && event.code == SYN_REPORT)
             m_listener.frameEnd(device.pad);
         if (event.type == EV_KEY || event.type == EV_ABS)
             m_listener.input(device.pad, {event.input_event_sec * 1'000'000'000 + event.input_event_usec * 1000,
                                           event.type, event.code, event.value});
-    }
+    };
+    return shared::readEvents(device.device.get(), take, [&] { m_listener.overrun(device.pad); });
 }
 
 bool PadWatcher::wait(int signals)
@@ -150,7 +135,9 @@ bool PadWatcher::wait(int signals)
         m_listener.removed(device.pad);
         return true;
     };
-    const bool anyGone = std::erase_if(m_devices, gone) > 0;
+    const auto end = std::remove_if(m_devices.begin(), m_devices.end(), gone);
+    const bool anyGone = end != m_devices.end();
+    m_devices.erase(end, m_devices.end());
     readNotices();
     // A new device may have the node of one that went, and its notice may have come while that one still stood here.
     if (anyGone)

@@ -7,10 +7,11 @@
 
 #include <cairo.h>
 
-namespace desktop
+namespace shared
 {
 
-/// Owners of cairo handles, the colours of the picture, and the few drawing operations that its parts share.
+/// Owners of cairo handles, the colours of the tools' pictures, and the drawing operations that these share. A context
+/// belongs to one thread.
 struct DestroyCairo
 {
     void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
@@ -48,9 +49,9 @@ inline constexpr Colour MARK{0.790, 0.180, 0.140};
 
 enum class FontFace
 {
-    Plain,
-    Bold,
-    Mono
+    PLAIN,
+    BOLD,
+    MONO
 };
 
 /// Gives back what cairo and its font library keep for the process. When everything drawn is gone, at the very end.
@@ -64,20 +65,16 @@ double textWidth(cairo_t* cr, std::string_view text);
 double drawText(cairo_t* cr, double x, double y, std::string_view text, const Colour& colour);
 /// Draws text centred on (x, y), by the height of its digits, in the current font.
 void drawCentredText(cairo_t* cr, double x, double y, std::string_view text, const Colour& colour);
+/// Begins a path of its own: a circle.
+void circle(cairo_t* cr, double x, double y, double radius);
+/// Begins a path of its own: a rectangle with round corners.
 void roundedRectangle(cairo_t* cr, double x, double y, double width, double height, double radius);
-/// A ring with the button's number, as it stands where a button was pressed.
-void drawPressMark(cairo_t* cr, double x, double y, int button);
-/// A small hollow square, as it stands where a button was released.
-void drawReleaseMark(cairo_t* cr, double x, double y);
-/// A touch that is down: a disc with its number.
-void drawTouchDisc(cairo_t* cr, double x, double y, unsigned id);
-/// The place where a touch ended: a ring with its number.
-void drawTouchRing(cairo_t* cr, double x, double y, unsigned id);
-/// Where the pointer is now.
-void drawPointer(cairo_t* cr, double x, double y);
-/// The colour that stands for a touch in discs and paths.
-Colour touchColour(unsigned id);
+/// Fills the path and draws its edge; the path is used up.
+void fillWithEdge(cairo_t* cr, const Colour& inside, const Colour& edge, double edgeWidth);
+/// Writes what `cr` draws on as a PNG file. Throws std::runtime_error "`complaint`: why" when drawing or writing
+/// failed.
+void writePng(cairo_t* cr, const std::string& path, const std::string& complaint);
 
-} // namespace desktop
+} // namespace shared
 
 #endif

@@ -1,9 +1,6 @@
 #ifndef TOOLS_SHARED_FILE_DESCRIPTOR_H
 #define TOOLS_SHARED_FILE_DESCRIPTOR_H
 
-#include <cerrno>
-#include <string>
-#include <system_error>
 #include <utility>
 
 #include <unistd.h>
@@ -11,24 +8,15 @@
 namespace shared
 {
 
-/// Owns a file descriptor.
+/// Owns a file descriptor, or none.
 class FileDescriptor
 {
 public:
-    /// \param descriptor as open() returned it; -1 = none
-    explicit FileDescriptor(int descriptor = -1)
+    /// \param descriptor below 0 for none, as calls of the system give it
+    explicit FileDescriptor(int descriptor)
         : m_descriptor(descriptor)
     {
     }
-
-    /// \throws std::system_error with `what` and errno for a descriptor that could not be had
-    FileDescriptor(int descriptor, const std::string& what)
-        : m_descriptor(descriptor)
-    {
-        if (descriptor < 0)
-            throw std::system_error(errno, std::generic_category(), what);
-    }
-
     ~FileDescriptor()
     {
         if (m_descriptor >= 0)
@@ -44,6 +32,7 @@ public:
         return *this;
     }
 
+    explicit operator bool() const { return m_descriptor >= 0; }
     int get() const { return m_descriptor; }
 
 private:

@@ -1,38 +1,44 @@
 #include "tools/shared/OutputFile.h"
 
-#include "tools/shared/FileDescriptor.h"
-
 #include <cerrno>
 #include <cstring>
-#include <fmt/format.h>
+#include <iostream>
 #include <stdexcept>
+#include <utility>
 
-#include <fcntl.h>
+#include <fmt/core.h>
 
 namespace shared
 {
 
-std::ofstream openOutput(const std::string& fileName)
+OutputFile::OutputFile(std::string name)
+    : m_name(std::move(name))
 {
-    std::ofstream out(fileName);
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: cannot be written: {}", fileName, std::strerror(errno)));
-    return out;
+    if (m_name.empty())
+        return;
+    m_file.open(m_name);
+    if (!m_file)
+        throw std::runtime_error(fmt::format("{}: cannot be written: {}", m_name, std::strerror(errno)));
 }
 
-void closeOutput(std::ofstream& out, const std::string& fileName)
+std::ostream& OutputFile::stream()
+{
+    return m_name.empty() ? std::cout : m_file;
+}
+
+void OutputFile::finish()
 {
     errno = 0;
-    out.close();
-    if (!out)
-        throw std::runtime_error(fmt::format("{}: could not be written completely{}{}", fileName,
-                                             errno != 0 ? ": " : "", errno != 0 ? std::strerror(errno) : ""));
-}
-
-void createReadyFile(const std::string& fileName)
-{
-    const FileDescriptor file(open(fileName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644),
-                              fmt::format("cannot create {}", fileName));
+    if (m_name.empty())
+        std::cout.flush();
+    else
+        m_file.close();
+    if (stream())
+        return;
+    // A write that failed before says no more why.
+    throw std::runtime_error(fmt::format("{}: could not be written completely{}{}",
+                                         m_name.empty() ? "standard output" : m_name, errno != 0 ? ": " : "",
+                                         errno != 0 ? std::strerror(errno) : ""));
 }
 
 } // namespace shared

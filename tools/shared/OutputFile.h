@@ -2,20 +2,29 @@
 #define TOOLS_SHARED_OUTPUT_FILE_H
 
 #include <fstream>
+#include <ostream>
 #include <string>
 
 namespace shared
 {
 
-/// \throws std::runtime_error "FILE: cannot be written: REASON"
-std::ofstream openOutput(const std::string& fileName);
+/// Where a result is written to: a file or standard output.
+class OutputFile
+{
+public:
+    /// Opens the file, emptying it. \param name empty for standard output
+    /// Throws std::runtime_error "NAME: cannot be written: WHY".
+    explicit OutputFile(std::string name);
 
-/// \throws std::runtime_error when what was written is not all in the file
-void closeOutput(std::ofstream& out, const std::string& fileName);
+    std::ostream& stream();
 
-/// Makes the empty file that tells others that a tool is ready.
-/// \throws std::system_error
-void createReadyFile(const std::string& fileName);
+    /// To be called when all is written, once. Throws std::runtime_error "NAME: could not be written completely: WHY".
+    void finish();
+
+private:
+    std::string m_name;
+    std::ofstream m_file;
+};
 
 } // namespace shared
 

@@ -1,5 +1,3 @@
-/// The two ways in which the tools hear of a signal: a descriptor for those that wait for several things, a flag for
-/// those that look in between.
 #ifndef TOOLS_SHARED_SIGNALS_H
 #define TOOLS_SHARED_SIGNALS_H
 
@@ -11,12 +9,14 @@
 namespace shared
 {
 
-/// From now on these signals only make the descriptor readable (signalfd). Before any thread is started.
-/// \throws std::system_error
-FileDescriptor signalDescriptor(std::initializer_list<int> signals);
+/// For a program that waits for descriptors: blocks the signals for the calling thread and those that it starts.
+/// \return becomes readable when one of them comes, and gives what read(2) of a signalfd gives, without waiting
+/// Throws std::system_error.
+FileDescriptor blockSignals(std::initializer_list<int> signals);
 
-/// From now on these signals only set the flag. The process has one.
-const std::atomic<bool>& interruptedBy(std::initializer_list<int> signals);
+/// For a program that looks from time to time: from now on these signals do nothing but set the flag.
+/// \return the process's one flag
+const std::atomic<bool>& flagSignals(std::initializer_list<int> signals);
 
 } // namespace shared
 

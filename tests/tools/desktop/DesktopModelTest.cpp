@@ -68,10 +68,10 @@ TEST(DesktopModelTest, KeysAreHeldFromPressToRelease)
     using Modifier = DesktopModel::Modifier;
     DesktopModel model = modelOf({press(50, "Shift_L"), press(64, "Meta_L"), press(108, "ISO_Level3_Shift"),
                                   press(38, "a", "a"), press(38, "a", "a", true), release(50)});
-    EXPECT_FALSE(model.isModifierHeld(Modifier::Shift));
-    EXPECT_TRUE(model.isModifierHeld(Modifier::Alt));
-    EXPECT_TRUE(model.isModifierHeld(Modifier::AltGr));
-    EXPECT_FALSE(model.isModifierHeld(Modifier::Ctrl));
+    EXPECT_FALSE(model.isModifierHeld(Modifier::SHIFT));
+    EXPECT_TRUE(model.isModifierHeld(Modifier::ALT));
+    EXPECT_TRUE(model.isModifierHeld(Modifier::ALT_GR));
+    EXPECT_FALSE(model.isModifierHeld(Modifier::CTRL));
     EXPECT_EQ(model.counts().keyPresses, 4u);
     EXPECT_EQ(model.counts().keyRepeats, 1u);
 
@@ -107,9 +107,9 @@ TEST(DesktopModelTest, ButtonsAndWheelAreToldApart)
 TEST(DesktopModelTest, TouchesLiveFromBeginToEnd)
 {
     const DesktopModel model =
-        modelOf({touch(TouchPhase::Begin, 7, 1, 1), touch(TouchPhase::Begin, 8, 50, 50),
-                 touch(TouchPhase::Update, 7, 2, 2), touch(TouchPhase::End, 7, 2, 2), touch(TouchPhase::End, 99, 0, 0),
-                 touch(TouchPhase::Update, 5, 9, 9), touch(TouchPhase::Begin, 7, 3, 3)});
+        modelOf({touch(TouchPhase::BEGIN, 7, 1, 1), touch(TouchPhase::BEGIN, 8, 50, 50),
+                 touch(TouchPhase::UPDATE, 7, 2, 2), touch(TouchPhase::END, 7, 2, 2), touch(TouchPhase::END, 99, 0, 0),
+                 touch(TouchPhase::UPDATE, 5, 9, 9), touch(TouchPhase::BEGIN, 7, 3, 3)});
     std::vector<std::string> seen;
     for (const DesktopModel::TouchPath& path : model.touches())
         seen.push_back(std::to_string(path.id) + (path.down ? " down " : " up ") + std::to_string(path.points.size()));
@@ -150,7 +150,7 @@ TEST(DesktopRecorderTest, EveryEventIsALine)
     const std::vector<SeenEvent> events{
         {{1, 2}, SeenGeometry{0, 0, 800, 600}},    {{1, 2}, SeenKeyPress{38, "a", "\xff", 1, true, false}},
         {{2, 3}, SeenKeyRelease{38, "a", 1}},      {{3, 4}, SeenMotion{12.25, 1.0 / 3, "mouse"}},
-        {{4, 5}, SeenButton{true, 3, 12, 13, ""}}, {{5, 6}, SeenTouch{TouchPhase::Update, 9, 1, 2, "screen"}},
+        {{4, 5}, SeenButton{true, 3, 12, 13, ""}}, {{5, 6}, SeenTouch{TouchPhase::UPDATE, 9, 1, 2, "screen"}},
         {{6, 7}, SeenRawMotion{-1, 2, "mouse"}},   {{7, 0}, SeenFocus{false}},
     };
     recorder.start(1, {5, 6, 800, 600}, {0, 0, 1280, 720}, {10, 20, 30, 40});

@@ -3,20 +3,22 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/tools/Pixels.h"
 #include "tools/desktop/DesktopModel.h"
 #include "tools/desktop/DesktopPainter.h"
+#include "tools/desktop/Marks.h"
 #include "tools/shared/Drawing.h"
 
 namespace
 {
 
 using namespace desktop;
+using namespace shared;
 
 constexpr SeenGeometry WINDOW{40, 30, 1280, 720};
 
@@ -42,30 +44,12 @@ public:
     }
 
     /// Colour at a position on the screen, RGB in the lower 24 bits.
-    std::uint32_t at(int x, int y) const
-    {
-        const unsigned char* row =
-            cairo_image_surface_get_data(m_image.get())
-            + static_cast<std::ptrdiff_t>(y - WINDOW.y) * cairo_image_surface_get_stride(m_image.get());
-        std::uint32_t pixel = 0;
-        std::memcpy(&pixel, row + static_cast<std::ptrdiff_t>(x - WINDOW.x) * 4, 4);
-        return pixel & 0xffffffU;
-    }
+    uint32_t at(int x, int y) const { return pixelAt(m_image.get(), x - WINDOW.x, y - WINDOW.y); }
 
     /// How many pixels of a window-wide band have this colour.
     int count(const Colour& colour, int top, int bottom) const
     {
-        int result = 0;
-        for (int y = top; y < bottom; ++y)
-            for (int x = WINDOW.x; x < WINDOW.x + WINDOW.width; ++x)
-                result += at(x, y) == rgb(colour) ? 1 : 0;
-        return result;
-    }
-
-    static std::uint32_t rgb(const Colour& colour)
-    {
-        const auto byte = [](double part) { return static_cast<std::uint32_t>(std::lround(part * 65535)) >> 8U; };
-        return byte(colour.red) << 16 | byte(colour.green) << 8 | byte(colour.blue);
+        return countPixels(m_image.get(), colour, top - WINDOW.y, bottom - WINDOW.y);
     }
 
 private:
@@ -96,8 +80,8 @@ TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
             {canvas.x + 20 + 3 * i, canvas.y + canvas.height / 2 + static_cast<int>(90 * std::sin(i / 20.0))});
 
     Picture picture;
-    std::size_t untilFrame = 1;
-    for (std::size_t i = 0; i < samples.size(); ++i)
+    size_t untilFrame = 1;
+    for (size_t i = 0; i < samples.size(); ++i)
     {
         if (i == 200)
             picture.apply(SeenButton{true, 1, 0, 0, ""});
@@ -110,10 +94,10 @@ TEST_F(DesktopPictureTest, EverySampleIsOnThePictureHoweverItIsFed)
     }
     picture.apply(SeenPointer{0, 0}); // out of the way
     picture.paint();
-    for (std::size_t i = 0; i + 1 < samples.size(); ++i)
+    for (size_t i = 0; i + 1 < samples.size(); ++i)
     {
         const Colour& dot = i < 199 ? colours::MOVE_DOT : colours::DRAG_DOT;
-        ASSERT_EQ(picture.at(samples[i].x, samples[i].y), Picture::rgb(dot)) << "sample " << i;
+        ASSERT_EQ(picture.at(samples[i].x, samples[i].y), rgb(dot)) << "sample " << i;
     }
 }
 
@@ -132,7 +116,7 @@ TEST_F(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
 
     picture.apply(SeenKeyPress{50, "Shift_L", "", 0, false, false});
     picture.apply(SeenButton{true, 3, x, y, ""});
-    picture.apply(SeenTouch{TouchPhase::Begin, 2, x + 200, y, ""});
+    picture.apply(SeenTouch{TouchPhase::BEGIN, 2, x + 200, y, ""});
     picture.paint();
     EXPECT_GT(picture.count(colours::LIT, stateTop, stateBottom), noneLit + 1000);
     EXPECT_GT(picture.count(colours::MARK, canvas.y, stateTop), 20);
@@ -141,7 +125,7 @@ TEST_F(DesktopPictureTest, MarksAndCapsShowWhatIsHeld)
 
     picture.apply(SeenKeyRelease{50, "Shift_L", 1});
     picture.apply(SeenButton{false, 3, x, y, ""});
-    picture.apply(SeenTouch{TouchPhase::End, 2, x + 200, y, ""});
+    picture.apply(SeenTouch{TouchPhase::END, 2, x + 200, y, ""});
     picture.paint();
     EXPECT_EQ(picture.count(colours::LIT, stateTop, stateBottom), noneLit);
     EXPECT_GT(picture.count(colours::MARK, canvas.y, stateTop), 20); // the click stays

@@ -1,11 +1,8 @@
-/// What happens on local devices, as it happens.
+/// Records what happens on local devices.
 #ifndef TOOLS_HOST_CAPTURE_LIVE_CAPTURE_H
 #define TOOLS_HOST_CAPTURE_LIVE_CAPTURE_H
 
-#include "tools/host/capture/DeviceDescription.h"
-#include "tools/host/capture/SessionConverter.h"
-#include "tools/shared/FileDescriptor.h"
-#include "tools/shared/LibevdevOwner.h"
+#include "tools/host/capture/RecordedDevice.h"
 
 #include <atomic>
 #include <cstddef>
@@ -14,73 +11,46 @@
 #include <string>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace host
 {
 
 /// One event and the number of its device.
-struct Captured
+struct CapturedEvent
 {
     size_t device;
     DeviceEvent event;
 };
 
-/// A device node that is being read. One thread.
-class CapturedDevice
-{
-public:
-    /// \throws FileErrors
-    explicit CapturedDevice(const std::string& node);
-
-    const std::string& node() const { return m_node; }
-    const DeviceDescription& description() const { return m_description; }
-    int descriptor() const { return m_descriptor.get(); }
-    dev_t number() const { return m_number; }
-
-    /// Keeps the events from the desktop. \throws FileErrors
-    void grab();
-
-    /// Where axes and fingers are now, and which buttons of a pad are pressed: the kernel reports only what changes.
-    void captureState(size_t number, int64_t timeUs, std::vector<Captured>& captured) const;
-
-    /// Takes the events that are there. \return false when the device has gone
-    bool capture(size_t number, std::vector<Captured>& captured);
-
-private:
-    void describe();
-
-    std::string m_node;
-    shared::FileDescriptor m_descriptor; // outlives m_device
-    dev_t m_number = 0;
-    shared::LibevdevOwner m_device;
-    DeviceDescription m_description;
-};
-
-/// What was captured, each device's state first.
+/// What happened, in the order of time. Each device's state comes first, at the time of the first event.
 struct Capture
 {
-    std::vector<Captured> events;
-    size_t states = 0; ///< so many of them tell the state
-    int64_t startedUs = 0;
-    int64_t stoppedUs = 0;
+    std::vector<CapturedEvent> events;
+    int64_t stoppedUs = 0; ///< monotonic clock
 };
 
-/// \param nodes device nodes; \param grab keeps their events from everybody else for as long as the devices live
-/// \throws FileErrors for one that cannot be captured
-std::vector<CapturedDevice> openDevices(const std::vector<std::string>& nodes, bool grab);
+/// Belongs to one thread. Grabbed devices are given back when it is gone.
+class LiveCapture
+{
+public:
+    /// Opens the nodes and then, if asked to, keeps their events from everybody else.
+    /// \throws FileErrors for a node that cannot be recorded or comes twice
+    LiveCapture(const std::vector<std::string>& nodes, bool grab);
 
-/// Captures until it is interrupted, the time is over or the last device has gone. One thread.
-/// \param seconds 0: without an end; \param gone is told of each device that goes
-/// \param events counts meanwhile what has come, for others to read
-Capture capture(std::vector<CapturedDevice>& devices, double seconds, const std::atomic<bool>& interrupted,
-                const std::function<void(const CapturedDevice&)>& gone, std::atomic<size_t>& events);
+    /// By their numbers.
+    const std::vector<RecordedDevice>& devices() const { return m_devices; }
 
-/// Merges the devices' events by time. The session starts with the first of them, and the state goes along with that.
-void putInOrder(Capture& capture);
+    /// Events so far, without those that tell a device's state. Any thread.
+    size_t eventCount() const { return m_eventCount.load(std::memory_order_relaxed); }
 
-/// The clock of the captured events, microseconds.
-int64_t captureClockUs();
+    /// Reads until `interrupted` is set (looked at every 100 ms), the time is over or the last device has gone. Once.
+    /// \param seconds 0 for no end; \param gone is told which nodes go
+    Capture run(double seconds, const std::atomic<bool>& interrupted,
+                const std::function<void(const std::string& node)>& gone);
+
+private:
+    std::vector<RecordedDevice> m_devices;
+    std::atomic<size_t> m_eventCount{0};
+};
 
 } // namespace host
 

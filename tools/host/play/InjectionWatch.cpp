@@ -64,10 +64,10 @@ void InjectionWatch::forget(const void* device)
 
 void InjectionWatch::note(uint16_t deviceSlot, uint16_t type, uint16_t code, int32_t value)
 {
-    const int64_t nowNs = shared::monotonicNanoseconds();
+    const int64_t now = shared::monotonicNanoseconds();
     const size_t index = m_next.fetch_add(1, std::memory_order_relaxed);
     if (index < m_writes.size())
-        m_writes[index] = {nowNs, deviceSlot, t_controlCall, type, code, value};
+        m_writes[index] = {now, deviceSlot, t_controlCall, type, code, value};
     if (type == EV_SYN && !t_controlCall && kind(deviceSlot) == DeviceKind::MOUSE)
         m_mouseReports.fetch_add(1, std::memory_order_relaxed);
 }

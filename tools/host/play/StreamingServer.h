@@ -4,6 +4,7 @@
 
 #include "StreamSdk/include/TelemetrySender.h"
 #include "tools/host/play/Backend.h"
+#include "tools/host/play/LoadedLibrary.h"
 #include "tools/host/play/Player.h"
 
 #include <optional>

@@ -1,26 +1,22 @@
 #include "tools/host/report/PacingPicture.h"
 
+#include "tools/shared/Drawing.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
-#include <memory>
 #include <stdexcept>
-
-#include <cairo/cairo.h>
 
 namespace host
 {
 namespace
 {
 
+using shared::Colour;
+
 constexpr int WIDTH = 1200;
 constexpr int HEIGHT = 800;
-
-struct Colour
-{
-    double red, green, blue;
-};
 
 constexpr Colour INK{0.13, 0.15, 0.18};
 constexpr Colour FAINT{0.45, 0.48, 0.52};
@@ -39,16 +35,6 @@ enum class Align
     LEFT,
     CENTRE,
     RIGHT
-};
-
-struct SurfaceDeleter
-{
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-
-struct ContextDeleter
-{
-    void operator()(cairo_t* context) const { cairo_destroy(context); }
 };
 
 double ms(int64_t ns)
@@ -74,6 +60,7 @@ std::string rounded(double value)
     return fmt::format("{:.{}f}", value, value >= 100 ? 0 : value >= 10 ? 1 : 2);
 }
 
+/// The picture being drawn.
 class Canvas
 {
 public:
@@ -81,50 +68,42 @@ public:
         : m_surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, WIDTH, HEIGHT))
         , m_context(cairo_create(m_surface.get()))
     {
-        cairo_set_source_rgb(m_context.get(), 1, 1, 1);
+        shared::setColour(m_context.get(), shared::colours::WHITE);
         cairo_paint(m_context.get());
-        cairo_select_font_face(m_context.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     }
 
-    void colour(const Colour& c) { cairo_set_source_rgb(m_context.get(), c.red, c.green, c.blue); }
-
-    void text(double x, double y, double size, const std::string& text, Align align = Align::LEFT)
+    void text(double x, double y, double size, const std::string& text, const Colour& colour, Align align = Align::LEFT)
     {
-        cairo_set_font_size(m_context.get(), size);
-        cairo_text_extents_t extents{};
-        cairo_text_extents(m_context.get(), text.c_str(), &extents);
-        const double shift = align == Align::LEFT     ? 0
-                             : align == Align::CENTRE ? extents.x_advance / 2
-                                                      : extents.x_advance;
-        cairo_move_to(m_context.get(), x - shift, y);
-        cairo_show_text(m_context.get(), text.c_str());
+        shared::setFont(m_context.get(), shared::FontFace::PLAIN, size);
+        const double width = shared::textWidth(m_context.get(), text);
+        const double shift = align == Align::LEFT ? 0 : align == Align::CENTRE ? width / 2 : width;
+        shared::drawText(m_context.get(), x - shift, y, text, colour);
     }
 
-    void line(double x1, double y1, double x2, double y2)
+    void line(double x1, double y1, double x2, double y2, const Colour& colour)
     {
+        shared::setColour(m_context.get(), colour);
         cairo_set_line_width(m_context.get(), 1);
         cairo_move_to(m_context.get(), std::floor(x1) + 0.5, std::floor(y1) + 0.5);
         cairo_line_to(m_context.get(), std::floor(x2) + 0.5, std::floor(y2) + 0.5);
         cairo_stroke(m_context.get());
     }
 
-    void fill(const Box& box)
+    void fill(const Box& box, const Colour& colour)
     {
+        shared::setColour(m_context.get(), colour);
         cairo_rectangle(m_context.get(), box.x, box.y, box.width, box.height);
         cairo_fill(m_context.get());
     }
 
     void write(const std::string& fileName)
     {
-        const cairo_status_t status = cairo_surface_write_to_png(m_surface.get(), fileName.c_str());
-        if (status != CAIRO_STATUS_SUCCESS)
-            throw std::runtime_error(
-                fmt::format("{}: cannot be written: {}", fileName, cairo_status_to_string(status)));
+        shared::writePng(m_context.get(), fileName, fmt::format("{}: cannot be written", fileName));
     }
 
 private:
-    std::unique_ptr<cairo_surface_t, SurfaceDeleter> m_surface;
-    std::unique_ptr<cairo_t, ContextDeleter> m_context;
+    shared::SurfaceOwner m_surface;
+    shared::ContextOwner m_context;
 };
 
 struct Series
@@ -180,47 +159,42 @@ void drawHistogram(Canvas& canvas, const Box& box, const Series& series, const H
     const double binWidth = box.width / (BINS + 5);
     const double plotWidth = binWidth * BINS;
 
-    canvas.colour(GRID);
     for (int i = 0; i <= Y_STEPS; ++i)
-        canvas.line(box.x, bottom - box.height * i / Y_STEPS, box.x + plotWidth, bottom - box.height * i / Y_STEPS);
+        canvas.line(box.x, bottom - box.height * i / Y_STEPS, box.x + plotWidth, bottom - box.height * i / Y_STEPS,
+                    GRID);
     for (int i = 0; i <= X_STEPS; ++i)
-        canvas.line(box.x + plotWidth * i / X_STEPS, box.y, box.x + plotWidth * i / X_STEPS, bottom);
-    canvas.colour(FAINT);
+        canvas.line(box.x + plotWidth * i / X_STEPS, box.y, box.x + plotWidth * i / X_STEPS, bottom, GRID);
     for (int i = 0; i <= Y_STEPS; ++i)
         canvas.text(box.x - 8, bottom - box.height * i / Y_STEPS + 4, 11,
-                    fmt::format("{:g} %", scale.maxShare * i / Y_STEPS), Align::RIGHT);
+                    fmt::format("{:g} %", scale.maxShare * i / Y_STEPS), FAINT, Align::RIGHT);
     for (int i = 0; i <= X_STEPS; ++i)
         canvas.text(box.x + plotWidth * i / X_STEPS, bottom + 16, 11, fmt::format("{:g}", scale.maxMs * i / X_STEPS),
-                    Align::CENTRE);
+                    FAINT, Align::CENTRE);
 
     const auto bins = shares(*series.samples, scale.maxMs);
-    canvas.colour(series.colour);
     for (int i = 0; i <= BINS; ++i)
     {
         const double height = box.height * bins[static_cast<size_t>(i)] / scale.maxShare;
         const double x = box.x + binWidth * (i == BINS ? BINS + 3 : i);
         // What is there at all stays visible.
         if (bins[static_cast<size_t>(i)] > 0)
-            canvas.fill({x + 0.5, bottom - std::max(height, 1.5), binWidth - 1, std::max(height, 1.5)});
+            canvas.fill({x + 0.5, bottom - std::max(height, 1.5), binWidth - 1, std::max(height, 1.5)}, series.colour);
     }
     if (bins[BINS] > 0)
     {
-        canvas.colour(FAINT);
-        canvas.text(box.x + binWidth * (BINS + 3.5), bottom + 16, 11, "longer", Align::CENTRE);
+        canvas.text(box.x + binWidth * (BINS + 3.5), bottom + 16, 11, "longer", FAINT, Align::CENTRE);
         canvas.text(box.x + binWidth * (BINS + 3.5), bottom - box.height * bins[BINS] / scale.maxShare - 6, 11,
-                    fmt::format("{:.2g} %", bins[BINS]), Align::CENTRE);
+                    fmt::format("{:.2g} %", bins[BINS]), FAINT, Align::CENTRE);
     }
 
-    canvas.colour(INK);
-    canvas.text(box.x, box.y - 10, 14, series.title);
-    canvas.colour(FAINT);
+    canvas.text(box.x, box.y - 10, 14, series.title, INK);
     canvas.text(box.x + plotWidth, box.y - 10, 12,
                 fmt::format("median {:.3f} ms,  p95 {:.3f},  p99 {:.3f},  longest {:.3f}",
                             ms(series.samples->percentile(50)), ms(series.samples->percentile(95)),
                             ms(series.samples->percentile(99)), ms(series.samples->max())),
-                Align::RIGHT);
+                FAINT, Align::RIGHT);
     if (lowest)
-        canvas.text(box.x + plotWidth / 2, bottom + 36, 12, "interval between two moves of the pointer, ms",
+        canvas.text(box.x + plotWidth / 2, bottom + 36, 12, "interval between two moves of the pointer, ms", FAINT,
                     Align::CENTRE);
 }
 
@@ -246,10 +220,8 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
     for (int i = 0; i <= STEPS; ++i)
     {
         const double y = bottom - box.height * i / STEPS;
-        canvas.colour(GRID);
-        canvas.line(box.x, y, box.x + box.width, y);
-        canvas.colour(FAINT);
-        canvas.text(box.x - 8, y + 4, 11, fmt::format("{:g}", top * i / STEPS), Align::RIGHT);
+        canvas.line(box.x, y, box.x + box.width, y, GRID);
+        canvas.text(box.x - 8, y + 4, 11, fmt::format("{:g}", top * i / STEPS), FAINT, Align::RIGHT);
     }
     const double slot = box.width / BARS.size();
     const double barWidth = slot * 0.36;
@@ -261,23 +233,18 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
             const double height = std::max(box.height * value / top, 1.5);
             const double x =
                 box.x + slot * static_cast<double>(i) + slot * 0.12 + barWidth * static_cast<double>(g) * 1.1;
-            canvas.colour(groups[g].colour);
-            canvas.fill({x, bottom - height, barWidth, height});
-            canvas.colour(INK);
-            canvas.text(x + barWidth / 2, bottom - height - 5, 9, rounded(value), Align::CENTRE);
+            canvas.fill({x, bottom - height, barWidth, height}, groups[g].colour);
+            canvas.text(x + barWidth / 2, bottom - height - 5, 9, rounded(value), INK, Align::CENTRE);
         }
-        canvas.colour(INK);
-        canvas.text(box.x + slot * (static_cast<double>(i) + 0.5), bottom + 18, 12, BARS[i].name, Align::CENTRE);
+        canvas.text(box.x + slot * (static_cast<double>(i) + 0.5), bottom + 18, 12, BARS[i].name, INK, Align::CENTRE);
     }
-    canvas.colour(INK);
-    canvas.text(box.x, box.y - 54, 14, seconds ? "Latency of mouse events, seconds" : "Latency of mouse events, ms");
+    canvas.text(box.x, box.y - 54, 14, seconds ? "Latency of mouse events, seconds" : "Latency of mouse events, ms",
+                INK);
     double x = box.x;
     for (const Series& group : groups)
     {
-        canvas.colour(group.colour);
-        canvas.fill({x, box.y - 39, 11, 11});
-        canvas.colour(FAINT);
-        canvas.text(x + 16, box.y - 29, 12, group.title);
+        canvas.fill({x, box.y - 39, 11, 11}, group.colour);
+        canvas.text(x + 16, box.y - 29, 12, group.title, FAINT);
         x += 168;
     }
 }
@@ -297,13 +264,12 @@ void drawPacingPicture(const RunReport& report, const std::string& fileName)
     const HistogramScale scale = chooseScale(series);
 
     Canvas canvas;
-    canvas.colour(INK);
-    canvas.text(30, 40, 20, "Pacing of the pointer");
-    canvas.colour(FAINT);
+    canvas.text(30, 40, 20, "Pacing of the pointer", INK);
     canvas.text(30, 62, 12,
                 fmt::format("session \"{}\"   network {}   backend {}   speed {:g}   {} moves   longest queue {}",
                             report.sessionName, report.network, backendName(report.backend), report.speed,
-                            injection.intervalsInjected.count() + 1, injection.longestQueue));
+                            injection.intervalsInjected.count() + 1, injection.longestQueue),
+                FAINT);
 
     constexpr double LEFT = 80;
     constexpr double PLOT_WIDTH = 700;
