@@ -25,8 +25,6 @@ namespace
 {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
 constexpr int64_t MS = 1000000;

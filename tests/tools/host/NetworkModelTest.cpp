@@ -11,7 +11,6 @@ namespace host
 namespace
 {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 using Items = std::vector<NetworkModel::Item>;

@@ -12,7 +12,6 @@ namespace
 {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::SizeIs;
 
 Session parse(const std::string& text)

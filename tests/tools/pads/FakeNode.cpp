@@ -36,7 +36,7 @@ void writeAll(int descriptor, const void* data, size_t size)
 
 } // namespace
 
-FakeNode::FakeNode(std::filesystem::path path, const std::string& name, bool gamepad)
+FakeNode::FakeNode(const std::filesystem::path& path, const std::string& name, bool gamepad)
     : m_writer((mkfifo(path.c_str(), 0), open(path.c_str(), O_RDWR | O_CLOEXEC)))
 {
     Head head{{}, gamepad};

@@ -12,7 +12,7 @@
 class FakeNode
 {
 public:
-    explicit FakeNode(std::filesystem::path path, const std::string& name = "Pad", bool gamepad = true);
+    explicit FakeNode(const std::filesystem::path& path, const std::string& name = "Pad", bool gamepad = true);
 
     void put(uint16_t type, uint16_t code, int32_t value) const;
     /// The kernel dropped events.
