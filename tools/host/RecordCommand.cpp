@@ -36,13 +36,13 @@ struct RecordOptions
 Capture captureWithProgress(LiveCapture& devices, double seconds, const std::atomic<bool>& interrupted,
                             Console& console)
 {
-    const int64_t startUs = shared::monotonicNanoseconds() / 1000;
+    const int64_t startNs = shared::monotonicNanoseconds();
     if (isatty(STDERR_FILENO) == 1)
         console.setProgress(
-            [&devices, startUs]
+            [&devices, startNs]
             {
                 return fmt::format("{:6.1f} s   {} events   Ctrl-C ends the recording",
-                                   static_cast<double>(shared::monotonicNanoseconds() / 1000 - startUs) / 1e6,
+                                   static_cast<double>(shared::monotonicNanoseconds() - startNs) / 1e9,
                                    devices.eventCount());
             });
     Capture captured = devices.run(seconds, interrupted,
@@ -50,7 +50,7 @@ Capture captureWithProgress(LiveCapture& devices, double seconds, const std::ato
                                    { console.line(fmt::format("zuis-host: {}: the device has gone", node)); });
     console.setProgress({});
     console.line(fmt::format("zuis-host: {} events in {:.1f} s", devices.eventCount(),
-                             static_cast<double>(captured.stoppedUs - startUs) / 1e6));
+                             static_cast<double>(captured.stoppedUs * 1000 - startNs) / 1e9));
     console.flush();
     return captured;
 }
