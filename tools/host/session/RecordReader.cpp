@@ -67,7 +67,7 @@ constexpr std::array<RecordReader::Type, 20> RecordReader::TYPES{{
 template <typename... Kinds>
 constexpr bool RecordReader::readsAll(std::type_identity<std::variant<Kinds...>>)
 {
-    return (findRow(TYPES, &Type::name, Kinds::TYPE) && ...);
+    return ((std::ranges::find(TYPES, Kinds::TYPE, &Type::name) != TYPES.end()) && ...);
 }
 
 void RecordReader::read(const json& record, int line)
