@@ -1,5 +1,6 @@
 #include "tools/host/report/PacingPicture.h"
 
+#include "tools/host/session/Statistics.h"
 #include "tools/shared/Drawing.h"
 
 #include <algorithm>
@@ -36,11 +37,6 @@ enum class Align
     CENTRE,
     RIGHT
 };
-
-double ms(int64_t ns)
-{
-    return static_cast<double>(ns) / 1e6;
-}
 
 /// The next round number that is at least `value`; ten parts of it are round as well.
 double roundUp(double value)

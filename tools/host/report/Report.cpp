@@ -2,6 +2,7 @@
 
 #include "tools/host/report/LogLevels.h"
 #include "tools/host/session/SessionWriter.h"
+#include "tools/host/session/Statistics.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -17,11 +18,6 @@ namespace
 using Json = nlohmann::ordered_json;
 
 constexpr std::array PERCENTS{50.0, 90.0, 95.0, 99.0};
-
-double ms(int64_t ns)
-{
-    return static_cast<double>(ns) / 1e6;
-}
 
 std::string percentileText(const Samples& samples)
 {

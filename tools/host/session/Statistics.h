@@ -1,4 +1,4 @@
-/// Percentiles of measured times.
+/// Percentiles of measured times, and how they are shown.
 #ifndef TOOLS_HOST_SESSION_STATISTICS_H
 #define TOOLS_HOST_SESSION_STATISTICS_H
 
@@ -35,6 +35,12 @@ private:
 /// Differences of neighbours, in order; pairs whose difference in `reference` is above `longest` are pauses and left
 /// out. Both lists have the same length.
 std::vector<int64_t> intervals(std::span<const int64_t> times, std::span<const int64_t> reference, int64_t longest);
+
+/// Nanoseconds as milliseconds, for people.
+inline double ms(int64_t ns)
+{
+    return static_cast<double>(ns) / 1e6;
+}
 
 } // namespace host
 
