@@ -124,7 +124,7 @@ std::array<double, BINS + 1> shares(const Samples& samples, double maxMs)
     for (const int64_t value : samples.values())
     {
         // The small addition keeps values that sit on the edge of a bin (1.000 ms sharp) on one side of it.
-        const auto bin = static_cast<int>(std::floor(ms(value) / maxMs * BINS + 0.05));
+        const auto bin = static_cast<int>(std::floor(nsToMs(value) / maxMs * BINS + 0.05));
         result[static_cast<size_t>(std::clamp(bin, 0, BINS))] += 100.0 / static_cast<double>(samples.count());
     }
     return result;
@@ -133,9 +133,9 @@ std::array<double, BINS + 1> shares(const Samples& samples, double maxMs)
 HistogramScale chooseScale(const std::array<Series, 3>& series)
 {
     // Stragglers are counted apart; the scale is for what is usual.
-    double widest = std::max(0.1, 4 * ms(series[0].samples->percentile(50)));
+    double widest = std::max(0.1, 4 * nsToMs(series[0].samples->percentile(50)));
     for (const Series& s : series)
-        widest = std::max(widest, 1.3 * ms(s.samples->percentile(95)));
+        widest = std::max(widest, 1.3 * nsToMs(s.samples->percentile(95)));
     HistogramScale scale{roundUp(widest), 1};
     for (const Series& s : series)
     {
@@ -186,8 +186,8 @@ void drawHistogram(Canvas& canvas, const Box& box, const Series& series, const H
     canvas.text(box.x, box.y - 10, 14, series.title, INK);
     canvas.text(box.x + plotWidth, box.y - 10, 12,
                 fmt::format("median {:.3f} ms,  p95 {:.3f},  p99 {:.3f},  longest {:.3f}",
-                            ms(series.samples->percentile(50)), ms(series.samples->percentile(95)),
-                            ms(series.samples->percentile(99)), ms(series.samples->max())),
+                            nsToMs(series.samples->percentile(50)), nsToMs(series.samples->percentile(95)),
+                            nsToMs(series.samples->percentile(99)), nsToMs(series.samples->max())),
                 FAINT, Align::RIGHT);
     if (lowest)
         canvas.text(box.x + plotWidth / 2, bottom + 36, 12, "interval between two moves of the pointer, ms", FAINT,
@@ -206,10 +206,10 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
 
     const std::array groups{Series{"delivery to injection", &injection.mouseLatency, INJECTED},
                             Series{"client to injection", &injection.mouseFromClient, SENT}};
-    const double longest = std::max({0.1, ms(injection.mouseLatency.max()), ms(injection.mouseFromClient.max())});
+    const double longest = std::max({0.1, nsToMs(injection.mouseLatency.max()), nsToMs(injection.mouseFromClient.max())});
     constexpr double SHOWN_IN_SECONDS = 2000;
     const bool seconds = longest >= SHOWN_IN_SECONDS;
-    const auto shown = [&](int64_t ns) { return seconds ? ms(ns) / 1000 : ms(ns); };
+    const auto shown = [&](int64_t ns) { return seconds ? nsToMs(ns) / 1000 : nsToMs(ns); };
     const double top = roundUp((seconds ? longest / 1000 : longest) * 1.1);
     const double bottom = box.y + box.height;
 

@@ -25,16 +25,16 @@ std::string percentileText(const Samples& samples)
         return "none";
     std::string text = fmt::format("n {:<6}", samples.count());
     for (const double percent : PERCENTS)
-        text += fmt::format(" p{:.0f} {:8.3f} ", percent, ms(samples.percentile(percent)));
-    return text + fmt::format(" max {:8.3f}", ms(samples.max()));
+        text += fmt::format(" p{:.0f} {:8.3f} ", percent, nsToMs(samples.percentile(percent)));
+    return text + fmt::format(" max {:8.3f}", nsToMs(samples.max()));
 }
 
 Json percentileJson(const Samples& samples)
 {
     Json json{{"count", samples.count()}};
     for (const double percent : PERCENTS)
-        json[fmt::format("p{:.0f}", percent)] = ms(samples.percentile(percent));
-    json["max"] = ms(samples.max());
+        json[fmt::format("p{:.0f}", percent)] = nsToMs(samples.percentile(percent));
+    json["max"] = nsToMs(samples.max());
     json["mean"] = samples.mean() / 1e6;
     return json;
 }

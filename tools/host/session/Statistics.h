@@ -37,7 +37,7 @@ private:
 std::vector<int64_t> intervals(std::span<const int64_t> times, std::span<const int64_t> reference, int64_t longest);
 
 /// Nanoseconds as milliseconds, for people.
-inline double ms(int64_t ns)
+inline double nsToMs(int64_t ns)
 {
     return static_cast<double>(ns) / 1e6;
 }
