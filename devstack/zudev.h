@@ -61,8 +61,10 @@ extern "C"
     /// the level, the tag and the text: "02010003 WARNING RiKey: text". A file is appended to. A logger that has
     /// started runs until the last ZuPlatformUninitialize. The arguments `prefixes` and `maxFileSize`, which the real
     /// stack has a use for, change nothing here.
-    ZU_ENUM(ZudevLogTarget, uint32_t){
-        ZUDEV_LT_STDERR = 1, ZUDEV_LT_FILE = 2,
+    enum ZudevLogTarget
+    {
+        ZUDEV_LT_STDERR = 1,
+        ZUDEV_LT_FILE = 2,
         ZUDEV_LT_CALLBACK = 4, ///< receives the line without a line end; on the thread that logs
     };
 

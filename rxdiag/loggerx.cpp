@@ -111,6 +111,7 @@ LoggerXcore::Message& LoggerXcore::Message::operator<<(const char* text)
 LoggerXcore::Message& LoggerXcore::Message::operator<<(std::wstring_view text)
 {
     std::string bytes;
+    // Deliberate: this text stands for the whole of one that does not convert.
     m_logString += wideToBytes(text, bytes) ? bytes : "WideToBytes() conversion error";
     return *this;
 }

@@ -60,6 +60,7 @@ void RxDiagLoggerProto::logMessage(Message& message)
         &RxDiagLoggerProto::_critical,
     };
 
+    // Deliberate: ids that are no level are written as info, not dropped.
     if (m_mode == DISABLED || message.id() == rxEvent::none)
         message.dispose();
     else
@@ -201,11 +202,10 @@ int RxDiagProto::Mode::index(RxDiagMode mode)
     case DEVELOPMENT:
         return 2;
     }
-    return 3;
+    return 3; // deliberate: values that are no mode have a control of their own
 }
 
 // Deliberate: only the first object of a mode brings its logger, so the lines of all units carry that unit's tag.
-// Held by RxDiagTest.ObjectsOfAModeLogThroughTheFirstOnesLogger.
 RxDiagProto::RxDiagProto(const char*, Function, LoggerX* logX, RxDiagMode mode, FormatFunction)
     : m_requestedMode(mode)
     , m_instantiatedMode(static_cast<RxDiagMode>(acquireControl(mode, logX).logger().mode()))

@@ -33,7 +33,7 @@ public:
     virtual void _critical(Message& message);
 
 protected:
-    static const std::chrono::steady_clock::time_point s_startTime;
+    [[maybe_unused]] static const std::chrono::steady_clock::time_point s_startTime; // nothing reads it yet
 
 private:
     RxDiagMode m_mode;

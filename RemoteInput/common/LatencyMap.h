@@ -17,14 +17,12 @@ struct LatencyMap
 {
     static_assert(BIN > 0 && MAX > 0);
 
-    static constexpr int BUCKET_WIDTH = BIN;
     static constexpr int BUCKET_COUNT = MAX;
-    static constexpr int LOWER_BOUND = MIN;
 
     /// Counts one sample. \param value in the histogram's unit; those between -BIN and 0 fall into bucket 0
     void add(int64_t value)
     {
-        const int64_t index = value / BIN; // toward zero
+        const int64_t index = value / BIN; // deliberate: toward zero
         ++m_sampleCount;
         if (index < 0)
             ++m_underflowCount;
@@ -98,7 +96,8 @@ private:
 } // namespace RiTelemetry
 
 /// Sets every value, and the number of samples, of a measurement from a histogram. An empty histogram gives zeros.
-/// Percentile 0 of any other reads as above range, deliberately: its rank of -1 is taken as the largest unsigned rank.
+/// Deliberate: a value is the lower edge of its bucket, not the middle; and percentile 0 of any but an empty histogram
+/// reads as above range, since its rank of -1 is taken as the largest unsigned rank.
 template <int BIN, int MAX, int MIN, typename T>
 void FillMeasurement(RiTelemetry::Measurement& measurement, const LatencyMap<BIN, MAX, MIN, T>& map)
 {

@@ -28,6 +28,7 @@ constexpr TimeUnit minus(TimeUnit a, TimeUnit b)
     return static_cast<TimeUnit>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
 
+// Deliberate: toward zero, here and from ms to s below.
 constexpr TimeUnit toMicroseconds(TimeUnit ns)
 {
     return ns / 1000;
@@ -50,7 +51,7 @@ Collector::Collector(unsigned int periodMs)
 
 void Collector::start()
 {
-    tmEnabled(); // asked without effect
+    tmEnabled(); // deliberate: asked without effect
     m_startTimePoint = Clock::now();
     m_periodCount = 0;
     m_thread.start();
@@ -58,7 +59,7 @@ void Collector::start()
 
 void Collector::stop()
 {
-    tmEnabled(); // asked without effect
+    tmEnabled(); // deliberate, as above
     m_thread.stop();
 }
 
@@ -70,6 +71,7 @@ int32_t Collector::periodCountUpdated(Clock::time_point now)
         const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_startTimePoint);
         count = std::max(count, elapsed / m_sendPeriod);
     }
+    // Deliberate: by at least one, also when the period has not ended.
     m_periodCount = static_cast<int32_t>(count);
     return m_periodCount;
 }
@@ -134,25 +136,25 @@ public:
         m_collector.m_indxWrite = m_collector.m_indx.load();
         // Read again, not reused: when the index was flipped before the line above took effect, the reporting thread
         // has not seen this writer and may already be at work on the old state.
-        m_indx = static_cast<size_t>(m_collector.m_indx.load());
+        m_activeState = static_cast<size_t>(m_collector.m_indx.load());
     }
 
     ~UpdateInProgress()
     {
-        // Last, while still in progress: a state without samples is left alone, so a writer that the index flipped
-        // away from between its two reads is alone with its new state until here, even if another period ends.
-        m_collector.m_hasSamples[m_indx].store(true, std::memory_order_release);
+        // Last, while still in progress: the reporting thread leaves a state alone until it has samples. So a writer
+        // whose two reads differ, which the wait does not see, has the new state to itself until here.
+        m_collector.m_hasSamples[m_activeState].store(true, std::memory_order_release);
         m_collector.m_writeInProgress = false;
     }
 
     UpdateInProgress(const UpdateInProgress&) = delete;
     UpdateInProgress& operator=(const UpdateInProgress&) = delete;
 
-    FifoState& activeState() { return m_collector.m_statePeriod[m_indx]; }
+    FifoState& activeState() { return m_collector.m_statePeriod[m_activeState]; }
 
 private:
     FifoCollector& m_collector;
-    size_t m_indx;
+    size_t m_activeState; // its index
 };
 
 FifoCollector::FifoCollector(FifoReporter* reporter, unsigned int periodMs, const FifoTimings& timings, FifoType type)
@@ -184,8 +186,8 @@ void FifoCollector::update(const TmStats& stats)
     if (times.riCommand > times.netPacket)
         state.enetQueueTime.add(toMicroseconds(minus(times.riCommand, times.netPacket)));
     state.queueSize.add(static_cast<int32_t>(stats.reportsInQueue));
-    // Unlike the others, a jitter out of range is dropped, not counted as overflow: after a pause of the player it
-    // says nothing.
+    // Deliberate: unlike the others, a jitter out of range is dropped, not counted as overflow. The queue's length is
+    // read as a signed number, and an arrival at the very moment of taking up is no queue time.
     if (m_jStats.jitter < JITTER_LIMIT)
         state.jitter[static_cast<size_t>(stats.srbin())].add(m_jStats.jitter);
 }
@@ -236,7 +238,7 @@ void FifoCollector::processPeriod()
             sched_yield();
 
         m_stateSession.add(state);
-        fillTimings(state);
+        FillTimings(state);
         const auto periodSeconds = std::chrono::duration_cast<std::chrono::seconds>(sendPeriod()).count();
         m_reporter->reportTimings(state.period, static_cast<int>(periodSeconds), m_fifoType, m_timings);
 
@@ -246,13 +248,14 @@ void FifoCollector::processPeriod()
     warnIfSlow(Clock::now() - started);
 }
 
+// Deliberate: the sums are kept, and a session without samples is reported too.
 void FifoCollector::processEndOfSession()
 {
-    fillTimings(m_stateSession);
+    FillTimings(m_stateSession);
     m_reporter->reportSessionTimings(m_fifoType, m_timings);
 }
 
-void FifoCollector::fillTimings(const FifoState& state)
+void FifoCollector::FillTimings(const FifoState& state)
 {
     FillMeasurement(m_timings.serverLatency, state.serverLatency);
     FillMeasurement(m_timings.pipelineLatency, state.pipelineLatency);

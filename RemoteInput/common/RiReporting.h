@@ -56,14 +56,15 @@ public:
     void stop();
 
     /// Moves the period count on by at least one, further when periods were missed.
-    /// \return index of the period that `now` falls into, or the next one
+    /// \return the new count; it runs ahead of the periods when it is asked for more than once in one
     int32_t periodCountUpdated(Clock::time_point now);
 
-    /// Computes and stores the end of the current period. Moves the period count on, as periodCountUpdated() does.
+    /// Computes and stores the end of the current period and moves the period count on, as periodCountUpdated() does.
+    /// With a period of 0 it is `now`, and the count stays.
     Clock::time_point sendTime(Clock::time_point now);
     Clock::time_point sendTime() { return sendTime(Clock::now()); }
 
-    /// Milliseconds (truncated) to sendTime(now); moves the period count on, as that does.
+    /// Milliseconds (truncated) to sendTime(now), with what that does to the period count.
     int64_t timeOutAligned();
 
     /// Milliseconds (truncated) to the stored end of the period; negative when it has passed.
@@ -119,7 +120,7 @@ struct FifoState
     static constexpr int LATENCY_TOTAL_BUCKET_COUNT = 2000;
     static constexpr int QUEUE_BUCKET_WIDTH = 1;
     static constexpr int QUEUE_BUCKET_COUNT = 341;
-    static constexpr int JITTER_ERROR_MIN = 1000; // takes no part in binning
+    static constexpr int JITTER_ERROR_MIN = 1000; // deliberate: takes no part in binning
     static constexpr int JITTER_ERROR_MAX_EXPECTED = 100000;
     static constexpr int JITTER_ERROR_BUCKET_WIDTH = 100;
     static constexpr int JITTER_ERROR_BUCKET_COUNT = 1000;
@@ -136,8 +137,9 @@ struct FifoState
     int32_t period = 0; ///< index of the period that it was closed with
 };
 
-/// Histograms of one input FIFO. One thread calls update(), the reporting thread the process...() operations; no lock
-/// lies between them. Some 120 KB: made on the heap.
+/// Histograms of one input FIFO. Deliberate: the mouse feeds one and never starts it, so nothing is reported. One
+/// thread calls update(), the reporting thread the process...() operations; no lock lies between them. Some 120 KB:
+/// made on the heap.
 class FifoCollector : public Collector
 {
 public:
@@ -178,7 +180,7 @@ private:
     void computeJitter(const TmStats& stats);
     void computeServerPipelineLatencies(const TmStats& stats);
     void resetTimeBase(const InputTimeStats& times);
-    void fillTimings(const FifoState& state);
+    void FillTimings(const FifoState& state);
 
     const FifoType m_fifoType;
     std::array<FifoState, 2> m_statePeriod;

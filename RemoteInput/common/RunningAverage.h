@@ -49,6 +49,7 @@ public:
     }
 
 private:
+    // Named as members, and constants of the class: N fixes them.
     static constexpr unsigned int m_shiftCount = N;
     static constexpr unsigned int m_arrSize = 1u << m_shiftCount;
     std::array<float, m_arrSize> m_value; // each accepted sample divided by the number of slots

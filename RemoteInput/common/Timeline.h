@@ -45,7 +45,7 @@ struct TmStats
 class RemoteClock
 {
 public:
-    /// All ones in 32 bits, deliberately not -1: stands for "since the last check".
+    /// Deliberate: all ones in 32 bits and not -1. Stands for "since the last check".
     static constexpr TimeUnit SINCE_LAST_CHECK = 4294967295;
 
     explicit RemoteClock(const TimeUnit& source)

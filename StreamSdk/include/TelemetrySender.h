@@ -1,10 +1,77 @@
-/// The interface through which the library hands telemetry to its host. C++ only: it crosses the boundary as an
-/// object (Itanium C++ ABI, libstdc++ strings), so the order of the operations is fixed.
+/// The interface through which the library hands telemetry to its host. The interface and its own records are for C++
+/// only: it crosses the boundary as an object (Itanium C++ ABI, libstdc++ strings), so the order of the operations is
+/// fixed. In C11 this header has the streaming stack's diagnostic records.
 #ifndef TELEMETRY_SENDER_H
 #define TELEMETRY_SENDER_H
 
-#include <cstddef>
-#include <cstdint>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+enum ZustDiagnosticType_t : int32_t
+#else
+typedef int32_t ZustDiagnosticType_t;
+enum ZustDiagnosticType_t
+#endif
+{
+    ZUST_DT_STATISTICS = 0,
+    ZUST_DT_RESULT_CODE = 1,
+    ZUST_DT_METRIC_DATA = 2,
+    ZUST_DT_TELEMETRY_DATA = 3
+};
+typedef ZustDiagnosticType_t ZustDiagnosticType;
+
+struct ZustStatisticsData_t
+{
+    const char* description;
+    uint32_t duration;
+    double doubleValue;
+    int64_t intValue;
+    uint32_t unsignedValue;
+};
+typedef struct ZustStatisticsData_t ZustStatisticsData, ZustStatisticsData_t;
+
+struct ZustResultCodeData_t
+{
+    const char* description;
+    uint32_t resultCode;
+    const char* resultDetails;
+};
+typedef struct ZustResultCodeData_t ZustResultCodeData, ZustResultCodeData_t;
+
+struct ZustMetricData_t
+{
+    const char* category;
+    const char* description;
+    double data;
+    uint32_t duration;
+};
+typedef struct ZustMetricData_t ZustMetricData, ZustMetricData_t;
+
+struct ZustTelemetryData_t
+{
+    const char* category;
+    const char* description;
+    const char* label;
+};
+typedef struct ZustTelemetryData_t ZustTelemetryData, ZustTelemetryData_t;
+
+/// A diagnostic record of the streaming stack; its texts are borrowed.
+struct ZustDiagnosticsData_t
+{
+    ZustDiagnosticType diagnosticType;
+    union
+    {
+        ZustStatisticsData statistics;
+        ZustResultCodeData resultCode;
+        ZustMetricData metric;
+        ZustTelemetryData telemetry;
+    } data;
+};
+typedef struct ZustDiagnosticsData_t ZustDiagnosticsData, ZustDiagnosticsData_t;
+
+#ifdef __cplusplus
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,64 +116,6 @@ struct KtPercentileData
     const std::vector<std::pair<double, double>>& percentiles; ///< (percent, value); valid only during the call
 };
 
-enum ZustDiagnosticType_t : int32_t
-{
-    ZUST_DT_STATISTICS = 0,
-    ZUST_DT_RESULT_CODE = 1,
-    ZUST_DT_METRIC_DATA = 2,
-    ZUST_DT_TELEMETRY_DATA = 3
-};
-using ZustDiagnosticType = ZustDiagnosticType_t;
-
-struct ZustStatisticsData_t
-{
-    const char* description;
-    uint32_t duration;
-    double doubleValue;
-    int64_t intValue;
-    uint32_t unsignedValue;
-};
-using ZustStatisticsData = ZustStatisticsData_t;
-
-struct ZustResultCodeData_t
-{
-    const char* description;
-    uint32_t resultCode;
-    const char* resultDetails;
-};
-using ZustResultCodeData = ZustResultCodeData_t;
-
-struct ZustMetricData_t
-{
-    const char* category;
-    const char* description;
-    double data;
-    uint32_t duration;
-};
-using ZustMetricData = ZustMetricData_t;
-
-struct ZustTelemetryData_t
-{
-    const char* category;
-    const char* description;
-    const char* label;
-};
-using ZustTelemetryData = ZustTelemetryData_t;
-
-/// A diagnostic record of the streaming stack; its texts are borrowed.
-struct ZustDiagnosticsData_t
-{
-    ZustDiagnosticType diagnosticType;
-    union
-    {
-        ZustStatisticsData statistics;
-        ZustResultCodeData resultCode;
-        ZustMetricData metric;
-        ZustTelemetryData telemetry;
-    } data;
-};
-using ZustDiagnosticsData = ZustDiagnosticsData_t;
-
 // The layout, held. It contains libstdc++'s string of 32 bytes.
 static_assert(sizeof(std::string) == 32);
 static_assert(sizeof(KtTelemetryData) == 96);
@@ -144,7 +153,8 @@ static_assert(sizeof(ZustDiagnosticsData) == 48);
 static_assert(offsetof(ZustDiagnosticsData, data) == 8);
 
 /// Implemented by the host. Operations are called from several threads at once and without any lock of the library
-/// held. The library itself calls ReportRiEvent (at most once per 100 ms) and PostKtPercentilesEvent.
+/// held. The library itself calls ReportRiEvent, at most once per 100 ms. Deliberate: PostKtPercentilesEvent is never
+/// called, since the thread that would report percentiles is not started.
 class TelemetrySender
 {
 public:
@@ -179,5 +189,7 @@ public:
     void DiagnosticsEventRaised(const ZustDiagnosticsData&) const override {}
     void ReportRiEvent(unsigned int, long, long, long, long) const override {}
 };
+
+#endif // __cplusplus
 
 #endif

@@ -6,7 +6,13 @@
 
 #include <wchar.h>
 
-ZU_ENUM(ZustLogLevel, int32_t){
+#ifdef __cplusplus
+enum ZustLogLevel_t : int32_t
+#else
+typedef int32_t ZustLogLevel_t;
+enum ZustLogLevel_t
+#endif
+{
     ZUST_LL_VERBOSE = 0,
     ZUST_LL_DEBUG = 1,
     ZUST_LL_INFO = 2,
@@ -16,8 +22,7 @@ ZU_ENUM(ZustLogLevel, int32_t){
     ZUST_LL_CRITICAL = 6,
     ZUST_LL_SILENCE = 7,
 };
-
-ZU_ASSERT(sizeof(ZustLogLevel) == 4);
+typedef ZustLogLevel_t ZustLogLevel;
 
 #ifdef __cplusplus
 extern "C" {

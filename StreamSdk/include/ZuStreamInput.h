@@ -31,14 +31,14 @@
 #define ZU_ASSERT(CONDITION) static_assert(CONDITION, #CONDITION)
 #else
 #define ZU_ENUM(NAME, TYPE)                                                                                            \
-    typedef TYPE NAME;                                                                                                 \
+    typedef TYPE NAME, NAME##_t;                                                                                       \
     enum NAME##_t
-#define ZU_NUMBERS(NAME, TYPE) typedef TYPE NAME
+#define ZU_NUMBERS(NAME, TYPE) typedef TYPE NAME, NAME##_t
 #define ZU_RECORD(NAME)                                                                                                \
-    typedef struct NAME##_t NAME;                                                                                      \
+    typedef struct NAME##_t NAME, NAME##_t;                                                                            \
     struct NAME##_t
 #define ZU_UNION(NAME)                                                                                                 \
-    typedef union NAME##_t NAME;                                                                                       \
+    typedef union NAME##_t NAME, NAME##_t;                                                                             \
     union NAME##_t
 #define ZU_ASSERT(CONDITION) _Static_assert(CONDITION, #CONDITION)
 #endif
@@ -74,10 +74,15 @@ enum ZuResult_t : uint32_t
 using ZuResult = ZuResult_t;
 #else
 // C11 enumerators are ints; results need the high bit.
-typedef uint32_t ZustResult;
+typedef uint32_t ZustResult, ZustResult_t;
 #define ZUST_R_SUCCESS ((ZustResult)0)
 #define ZUST_R_INVALID_OPERATION ((ZustResult)0x800B0005u)
 #define ZUST_R_CREATION_FAILED ((ZustResult)0x800B1005u)
+typedef uint32_t ZuResult, ZuResult_t;
+#define RESULT_SUCCESS ((ZuResult)0)
+#define RESULT_ERROR ((ZuResult)0x8000000Bu)
+#define RESULT_ERROR_FILE_WRITE ((ZuResult)0x8000001Eu)
+#define RESULT_LOGGER_ALREADY_INITIALIZED ((ZuResult)0x8000002Eu)
 #endif
 
 // ---- event kinds -----------------------------------------------------------------------------------------------
@@ -783,5 +788,12 @@ ZU_LAYOUT(ZustStreamCallbacks, streamConfigUpdateRequested, 16);
 ZU_LAYOUT(ZustStreamCallbacks, onStreamConnecting, 24);
 ZU_ASSERT(sizeof(ZustStreamEvent) == 8);
 ZU_LAYOUT(ZustStreamEvent, eventCode, 4);
+
+#undef ZU_LAYOUT
+#undef ZU_ASSERT
+#undef ZU_UNION
+#undef ZU_RECORD
+#undef ZU_NUMBERS
+#undef ZU_ENUM
 
 #endif

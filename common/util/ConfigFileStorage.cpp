@@ -30,6 +30,7 @@ std::string GetLinuxFolderDefault(const std::string& variable, const std::string
     if (folder.starts_with('/'))
         return folder;
 
+    // Deliberate: the empty text counts as set, and the line names this variable whichever was asked for.
     LOG_ERROR(0x05020001, TAG,
               "XDG_CONFIG_HOME does not start with an '/'. XDG specifies that the value must be absolute");
     return GetLinuxHomeSubFolder(sub);
@@ -77,17 +78,10 @@ CONFIG_STATUS ConfigFileStorage::Get(const std::string& key, std::string& value)
 
 CONFIG_STATUS ConfigFileStorage::Get(const std::string& key, StringList& value) const
 {
-    std::string text;
-    const CONFIG_STATUS status = Get(key, text);
-    if (status != CONFIG_SUCCESS)
-        return status;
-
-    if (!StringList::fromString(text, &value))
-    {
+    const CONFIG_STATUS status = GetList(key, value);
+    if (status == CONFIG_ERR_BAD_DATA)
         LOG_ERROR(0x05020004, TAG, "Failed to parse multi string from %s value", key.c_str());
-        return CONFIG_ERR_BAD_DATA;
-    }
-    return CONFIG_SUCCESS;
+    return status;
 }
 
 const std::string& ConfigFileStorage::DefaultPath()
@@ -114,7 +108,7 @@ void ConfigFileStorage::ReadConfigFile(const std::string& path)
             return;
         }
 
-        // Deliberate: here the path is not filtered. Held by ConfigFileStorageTest.FilesThatCannotBeRead.
+        // Deliberate: unlike in the other lines the path is not filtered.
         LOG_VERBOSE(0x05020006, TAG, "Open and read settings from config file: %s", path.c_str());
         // A read that fails, as of a directory, would otherwise look like the end of the file.
         file.exceptions(std::ios::badbit);
@@ -131,6 +125,7 @@ void ConfigFileStorage::ReadConfigFile(const std::string& path)
 
 void ConfigFileStorage::ParseOptions(std::istream& source, Dictionary& dictionary)
 {
+    // Deliberate: nothing is trimmed, also no carriage return; "#" counts in the first column only.
     for (std::string line; std::getline(source, line);)
         ParseOption(line, dictionary);
 }
@@ -144,5 +139,6 @@ void ConfigFileStorage::ParseOption(const std::string& line, Dictionary& diction
     if (separator == std::string::npos)
         return;
 
+    // Deliberate: the first of several lines counts, and the empty key is one.
     dictionary.try_emplace(line.substr(0, separator), line.substr(separator + 1));
 }

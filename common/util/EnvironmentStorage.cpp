@@ -25,7 +25,7 @@ CONFIG_STATUS EnvironmentStorage::Get(const std::string& key, std::string& value
     if (!found)
         return CONFIG_ERR_NOT_FOUND;
 
-    // Deliberate: debug, where a configuration file says verbose. Held by EnvironmentStorageTest.AnswersFromVariables.
+    // Deliberate: debug, where a configuration file says verbose.
     LOG_DEBUG(0x05030001, TAG, "Key: %s; value: %s", key.c_str(), found);
     value = found;
     return CONFIG_SUCCESS;
@@ -33,15 +33,8 @@ CONFIG_STATUS EnvironmentStorage::Get(const std::string& key, std::string& value
 
 CONFIG_STATUS EnvironmentStorage::Get(const std::string& key, StringList& value) const
 {
-    std::string text;
-    const CONFIG_STATUS status = Get(key, text);
-    if (status != CONFIG_SUCCESS)
-        return status;
-
-    if (!StringList::fromString(text, &value))
-    {
+    const CONFIG_STATUS status = GetList(key, value);
+    if (status == CONFIG_ERR_BAD_DATA)
         LOG_ERROR(0x05030002, TAG, "Failed to parse multi string from %s value", key.c_str());
-        return CONFIG_ERR_BAD_DATA;
-    }
-    return CONFIG_SUCCESS;
+    return status;
 }

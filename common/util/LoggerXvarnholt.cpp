@@ -7,7 +7,8 @@
 namespace
 {
 
-// One identifier for all levels and loggers: in machine-read logs it stands for this path, not for a statement.
+// Deliberate: one line feed is removed, not all; and one identifier for all levels and loggers: in machine-read logs it
+// stands for this path, not for a statement.
 void writeLine(ZustLogLevel level, const std::string& tag, std::string& text)
 {
     if (text.ends_with('\n'))

@@ -1,6 +1,5 @@
 #include "common/util/SettingsManager.h"
 
-#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -33,7 +32,6 @@ std::string GetLinuxInstalledSettingsConfigFile()
 }
 
 // Deliberate: backslashes, so this is one file whose name contains them, beside the configuration folder.
-// Held by SettingsProcessTest.
 std::string GetModuleSettingsConfigFile()
 {
     static const std::string separator = "\\";
@@ -42,7 +40,8 @@ std::string GetModuleSettingsConfigFile()
     return ConfigFileStorage::DefaultPath() + separator + folder + separator + file;
 }
 
-/// The order is the precedence.
+/// The order is the precedence. Deliberate: with these tags the process-wide instance, which is of the module, sees
+/// the module's file only, and a general manager everything else.
 void InitializeSettingsManager(SettingsManager& manager)
 {
     manager.AddSettingsStorage(new EnvironmentStorage(GeneralSettingsStorage));
@@ -65,7 +64,12 @@ SettingsManager::SettingsManager(StorageTag tag)
     : SettingsStorage(tag)
     , m_pCurrSettingsManagers(m_pSingletonObject ? m_pSingletonObject : this)
 {
-    std::call_once(g_initialized, InitializeSettingsManager, std::ref(*this));
+    std::call_once(g_initialized,
+                   [this]
+                   {
+                       InitializeSettingsManager(*this);
+                       m_pSingletonObject = this;
+                   });
 }
 
 SettingsManager::SettingsManager(const std::string& configFile, const std::string& registryKey, StorageTag tag)
@@ -84,8 +88,7 @@ SettingsManager::~SettingsManager()
 SettingsManager& SettingsManager::GetInstance()
 {
     static KeptInUse<SettingsManager> instance(ModuleSettingsStorage);
-    static SettingsManager* const published = m_pSingletonObject = &*instance;
-    return *published;
+    return *instance;
 }
 
 void SettingsManager::Configure(const std::string& configFile, const std::string&, StorageTag tag)
@@ -131,6 +134,7 @@ CONFIG_STATUS SettingsManager::Get(const std::string& key, T& value) const
 {
     for (const auto& storage : m_pCurrSettingsManagers->m_storageProviders)
     {
+        // Deliberate: a storage whose value is bad does not stop the search.
         if ((storage->GetTag() & m_tag) != 0 && storage->Get(key, value) == CONFIG_SUCCESS)
             return CONFIG_SUCCESS;
     }

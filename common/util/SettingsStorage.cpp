@@ -4,6 +4,7 @@
 
 SettingsStorage::~SettingsStorage() = default;
 
+// Deliberate: numbers are not validated, and truncated to 32 bits.
 CONFIG_STATUS SettingsStorage::Get(const std::string& key, int& value) const
 {
     std::string text;
@@ -13,7 +14,7 @@ CONFIG_STATUS SettingsStorage::Get(const std::string& key, int& value) const
     return status;
 }
 
-// Deliberate: booleans are numbers, so "true" reads as false. Held by ConfigFileStorageTest.ReadsTypedValues.
+// Deliberate: booleans are numbers, so "true" reads as false, and a storage's own Get(key, int) decides.
 CONFIG_STATUS SettingsStorage::Get(const std::string& key, bool& value) const
 {
     int number = 0;
@@ -30,6 +31,15 @@ CONFIG_STATUS SettingsStorage::Get(const std::string& key, double& value) const
     if (status == CONFIG_SUCCESS)
         value = strtod(text.c_str(), nullptr);
     return status;
+}
+
+CONFIG_STATUS SettingsStorage::GetList(const std::string& key, StringList& value) const
+{
+    std::string text;
+    const CONFIG_STATUS status = Get(key, text);
+    if (status != CONFIG_SUCCESS)
+        return status;
+    return StringList::fromString(text, &value) ? CONFIG_SUCCESS : CONFIG_ERR_BAD_DATA;
 }
 
 StorageTag SettingsStorage::GetTag() const

@@ -46,7 +46,7 @@ public:
     /// bits is truncated.
     virtual CONFIG_STATUS Get(const std::string& key, int& value) const;
 
-    /// Whether the integer is not 0: "7" is true, "true" is false.
+    /// Whether Get(key, integer) finds something else than 0: "7" is true, "true" is false.
     virtual CONFIG_STATUS Get(const std::string& key, bool& value) const;
 
     /// Not validated, as for integers.
@@ -55,6 +55,9 @@ public:
     virtual StorageTag GetTag() const;
 
 protected:
+    /// Decodes what Get(key, text) finds. \return CONFIG_ERR_BAD_DATA when that is no list
+    CONFIG_STATUS GetList(const std::string& key, StringList& value) const;
+
     StorageTag m_tag;
 };
 

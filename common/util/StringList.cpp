@@ -7,7 +7,7 @@
 namespace
 {
 
-constexpr char TAG[] = "RegistryStorage";
+constexpr char TAG[] = "RegistryStorage"; // deliberate: not the unit's name
 
 bool hasNul(const std::string& text)
 {
@@ -100,8 +100,8 @@ bool StringList::fromString(const std::string& text, StringList* out)
             return false;
         list.push_back(std::move(token));
 
-        // Deliberate: a comma behind the last token ends the list like no comma at all.
-        // Held by StringListTest.Quoted.
+        // Deliberate: a comma behind the last token ends the list like no comma at all. "contrains" is kept: hosts
+        // search their logs for these texts.
         if (position < text.size() && text[position] != ',')
         {
             LOG_ERROR(0x05010006, TAG, "String contrains unsupported separator");
@@ -139,8 +139,7 @@ bool StringList::toRegMultiSz(const StringList& list, std::string* out)
     return true;
 }
 
-// Deliberate: the empty text, which toRegMultiSz makes of an empty list, is refused. Held by
-// StringListTest.MultiString.
+// Deliberate: the empty text, which toRegMultiSz makes of an empty list, is refused.
 bool StringList::fromRegMultiSz(const std::string& text, StringList* out)
 {
     if (!text.ends_with('\0'))

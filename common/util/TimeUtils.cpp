@@ -34,5 +34,6 @@ void getNtpTime(unsigned& seconds, unsigned& fraction)
 void toNtpTime(int64_t unixSeconds, int64_t microseconds, unsigned& seconds, unsigned& fraction)
 {
     seconds = static_cast<unsigned>(unixSeconds + SECONDS_1900_TO_1970);
+    // Deliberate: truncated.
     fraction = static_cast<unsigned>((microseconds << 32) / MICROSECONDS_PER_SECOND);
 }

@@ -1,5 +1,6 @@
 #include "RemoteInput/common/LatencyMap.h"
 #include "RemoteInput/common/RateLimit.h"
+#include "RemoteInput/common/RiTelemetryDefs.h"
 #include "RemoteInput/common/RunningAverage.h"
 #include "RemoteInput/common/Timeline.h"
 
@@ -7,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace
 {
@@ -68,6 +69,8 @@ TEST(MeasurementTest, PastTheEndLiesOneSharedZeroPair)
     EXPECT_EQ(0.0, measurement[1].percentile);
     EXPECT_EQ(0, measurement[1].value);
     EXPECT_EQ(&measurement[1], &other[0]);
+    measurement[2].value = 8;
+    EXPECT_EQ(8, other[9].value) << "written to without harm, and not zeroed again";
 }
 
 TEST(RemoteClockTest, CountsFromTheLastCheckAndNeverBack)
@@ -82,6 +85,69 @@ TEST(RemoteClockTest, CountsFromTheLastCheckAndNeverBack)
     EXPECT_EQ(0, clock.timeElapsed());
     source = 60;
     EXPECT_EQ(10, clock.timeElapsed());
+    source = 160;
+    EXPECT_EQ(100, clock.timeElapsed(4294967295)) << "since the last check";
+    EXPECT_EQ(161, clock.timeElapsed(-1));
+}
+
+// Hosts and their dashboards know these numbers and names.
+TEST(RiTelemetryDefsTest, NumbersAndNames)
+{
+    using namespace RiTelemetry;
+    using testing::ElementsAre;
+    const std::vector<unsigned int> mouse{MOUSE_GENERIC,
+                                          MOUSE_MOVE_ABS,
+                                          MOUSE_MOVE_REL,
+                                          MOUSE_LEFT_BUTTON_DOWN,
+                                          MOUSE_LEFT_BUTTON_UP,
+                                          MOUSE_RIGHT_BUTTON_DOWN,
+                                          MOUSE_RIGHT_BUTTON_UP,
+                                          MOUSE_SCROLL,
+                                          MOUSE_MIDDLE_BUTTON_DOWN,
+                                          MOUSE_MIDDLE_BUTTON_UP,
+                                          MOUSE_EXTRA1_BUTTON_DOWN,
+                                          MOUSE_EXTRA1_BUTTON_UP,
+                                          MOUSE_EXTRA2_BUTTON_DOWN,
+                                          MOUSE_EXTRA2_BUTTON_UP};
+    EXPECT_THAT(mouse, ElementsAre(0x1000000, 0x1000001, 0x1000002, 0x1000004, 0x1000008, 0x1000010, 0x1000020,
+                                   0x1000040, 0x1000080, 0x1000100, 0x1000200, 0x1000400, 0x1000800, 0x1001000));
+    const std::vector<unsigned int> others{KEYBOARD_GENERIC,
+                                           KEYBOARD_DOWN,
+                                           KEYBOARD_UP,
+                                           GAMEPAD_GENERIC,
+                                           GAMEPAD_LEFT_JOYSTICK_X,
+                                           GAMEPAD_LEFT_JOYSTICK_Y,
+                                           GAMEPAD_RIGHT_JOYSTICK_X,
+                                           GAMEPAD_RIGHT_JOYSTICK_Y,
+                                           GAMEPAD_BUTTON,
+                                           GAMEPAD_LEFT_TRIGGER,
+                                           GAMEPAD_RIGHT_TRIGGER,
+                                           GAMEPAD_HAT,
+                                           TOUCH_GENERIC,
+                                           TOUCH_DOWN,
+                                           TOUCH_UP,
+                                           TOUCH_MOVE,
+                                           TOUCH_CANCEL,
+                                           TOUCH_MULTI,
+                                           HID_ENABLE_GENERIC,
+                                           HID_DISABLE_GENERIC,
+                                           HID_INPUT_GENERIC,
+                                           HID_OUTPUT_GENERIC};
+    EXPECT_THAT(others,
+                ElementsAre(0x2000000, 0x2000001, 0x2000002, 0x3000000, 0x3000001, 0x3000002, 0x3000004, 0x3000008,
+                            0x3000010, 0x3000020, 0x3000040, 0x3000080, 0x4000000, 0x4000001, 0x4000002, 0x4000004,
+                            0x4000008, 0x4000010, 0x5000000, 0x5100000, 0x5200000, 0x5300000));
+    EXPECT_THAT((std::vector<int>{MOUSE, HID, GAMEPAD, HID_SLOT}), ElementsAre(0, 1, 2, 3));
+    using namespace MetricName;
+    EXPECT_THAT(
+        (std::vector<std::string>{MOUSE_SERVER_LATENCY, MOUSE_PIPELINE_LATENCY, MOUSE_ENET_QUEUE_TIME, MOUSE_QUEUE_SIZE,
+                                  HID_SERVER_LATENCY, HID_ENET_QUEUE_TIME, HID_QUEUE_SIZE, GAMEPAD_SERVER_LATENCY,
+                                  GAMEPAD_ENET_QUEUE_TIME, HID_SLOT_SERVER_LATENCY, HID_SLOT_ENET_QUEUE_TIME,
+                                  MOUSE_JITTER_1MS, MOUSE_JITTER_2MS, MOUSE_JITTER_4MS, MOUSE_JITTER_8MS}),
+        ElementsAre("MouseServerLatencyUs", "MousePipelineLatencyUs", "MouseEnetQueueTimeUs", "MouseQueueSize",
+                    "HidServerLatencyUs", "HidEnetQueueTimeUs", "HidQueueSize", "GamepadServerLatencyUs",
+                    "GamepadEnetQueueTimeUs", "HidSlotServerLatencyUs", "HidSlotEnetQueueTimeUs", "MouseJitter1MsUs",
+                    "MouseJitter2MsUs", "MouseJitter4MsUs", "MouseJitter8MsUs"));
 }
 
 TEST(RunningAverageTest, SlidesOverTheLastSamples)

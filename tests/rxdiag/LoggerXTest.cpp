@@ -57,15 +57,16 @@ TEST(LoggerXTest, WritesItsLevelAndRemovesOneTrailingLineFeed)
     {
         void (LoggerX::*write)(std::string&);
         std::string text;
-        fakestack::LogLine line;
+        int level;
+        std::string line;
     };
     const std::array rows{
-        Row{&LoggerX::verbose, "plain", {ZUST_LL_VERBOSE, "Unit", "plain"}},
-        Row{&LoggerX::debug, "one\n", {ZUST_LL_DEBUG, "Unit", "one"}},
-        Row{&LoggerX::info, "two\n\n", {ZUST_LL_INFO, "Unit", "two\n"}},
-        Row{&LoggerX::warning, "\n", {ZUST_LL_WARNING, "Unit", ""}},
-        Row{&LoggerX::error, "", {ZUST_LL_ERROR, "Unit", ""}},
-        Row{&LoggerX::critical, "\na %s %n %d", {ZUST_LL_CRITICAL, "Unit", "\na %s %n %d"}},
+        Row{&LoggerX::verbose, "plain", 0, "plain"},
+        Row{&LoggerX::debug, "one\n", 1, "one"},
+        Row{&LoggerX::info, "two\n\n", 2, "two\n"},
+        Row{&LoggerX::warning, "\n", 3, ""},
+        Row{&LoggerX::error, "", 5, ""},
+        Row{&LoggerX::critical, "\na %s %n %d", 6, "\na %s %n %d"},
     };
 
     LoggerX logger("Unit");
@@ -74,7 +75,7 @@ TEST(LoggerXTest, WritesItsLevelAndRemovesOneTrailingLineFeed)
     for (Row row : rows)
     {
         (logger.*row.write)(row.text);
-        expected.push_back(row.line);
+        expected.push_back({static_cast<ZustLogLevel>(row.level), "Unit", row.line});
     }
     const auto lines = fakestack::takeLog();
     EXPECT_EQ(lines, expected);

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include "StreamSdk/include/ZuStream.h"
 #include "tests/responders/Events.h"
@@ -19,31 +20,45 @@ extern "C" int contractInC(void);
 namespace
 {
 
-fakestack::LogLine info(const std::string& text)
+using Calls = std::vector<std::string>;
+
+/// What was called, but for what the settings and the responders log.
+Calls takeCalls()
 {
-    return {ZUST_LL_INFO, "ZuInputStream", text};
+    Calls calls = fakestack::takeCalls();
+    std::erase_if(calls,
+                  [](const std::string& call)
+                  {
+                      for (const char* tag : {"Storage: ", "SettingsManager: ", "RiMouseSettings: ", "Linux: "})
+                          if (call.find(tag) != std::string::npos)
+                              return true;
+                      return false;
+                  });
+    return calls;
 }
 
-fakestack::LogLine error(const std::string& text)
-{
-    return {ZUST_LL_ERROR, "ZuInputStream", text};
-}
+const std::string FIRST_LINE = "2 ZuInputStream: Creating Input Stream";
+const std::string PLATFORM = "ZuPlatformInitialize()";
+const std::string LOGGER = "zustInitializeLogger(1, 0, 4294967295, \"\", 0, 0, 0, 4000000)";
+const std::string NO_PLATFORM = "ZuPlatformUninitialize()";
+const std::string STREAM = "zustCreateStream(\"input_1\", \"Input Stream\", 1)";
+const std::string INJECTOR_LINE = "2 ZuInputStream: Creating RemoteInputInjector for Input stream";
 
-const Lines CREATED{info("Creating Input Stream"),
-                    info("Creating RemoteInputInjector for Input stream"),
-                    {ZUST_LL_INFO, "RemoteInputInjector", "Server-side remote input stats: enabled"}};
-
-/// Lines but those of what the injector makes.
-Lines frontLines()
+/// A whole opening. \param stack what is called of the platform and the logger
+Calls opening(const Calls& stack = {PLATFORM, LOGGER})
 {
-    Lines lines = takeLines();
-    std::erase_if(lines, [](const fakestack::LogLine& line) { return line.tag == "RiMouseSettings"; });
-    return lines;
+    Calls calls{FIRST_LINE};
+    calls.insert(calls.end(), stack.begin(), stack.end());
+    calls.insert(calls.end(),
+                 {INJECTOR_LINE, "2 RemoteInputInjector: Server-side remote input stats: enabled", STREAM});
+    return calls;
 }
 
 class ZuInputStreamTest : public testing::Test
 {
 protected:
+    static void SetUpTestSuite() { s_atLoad = fakestack::takeCalls(); }
+
     ZuInputStreamTest()
     {
         steppedclock::freeze();
@@ -63,6 +78,13 @@ protected:
 
     static const ZustInputStreamConfig& input() { return fakestack::calls().streamConfigs.at(0).config.input; }
 
+    void press(ZustKeyCode code)
+    {
+        const ZustInputEvent event = keyEvent(code, ZUST_KEYSTATE_DOWN, 0, 1);
+        input().onInputReceived(m_handle, nullptr, &event, 1, 1);
+    }
+
+    static inline Calls s_atLoad;
     ZustStream m_stream = nullptr;
     ZuisHandle m_handle = nullptr;
     ZuisInputConfig m_config{};
@@ -73,67 +95,65 @@ protected:
 TEST_F(ZuInputStreamTest, NullHandlesAreReportedAndIgnored)
 {
     const std::pair<std::function<void()>, const char*> rows[] = {
-        {[] { EXPECT_EQ(zuisDestroyHandle(nullptr), ZUST_R_SUCCESS); }, "zuisDestroyHandle"},
-        {[&] { EXPECT_EQ(zuisDestroyHandle(&m_handle), ZUST_R_SUCCESS); }, "zuisDestroyHandle"},
-        {[] { zuisBlockKeyCombination(nullptr, 1, ZUST_KEY_A); }, "zuisBlockKeyCombination"},
-        {[] { zuisUnblockKeyCombination(nullptr, 1, ZUST_KEY_A); }, "zuisUnblockKeyCombination"},
-        {[] { zuisUnblockAllKeyCombinations(nullptr); }, "zuisUnblockAllKeyCombinations"},
-        {[] { zuisPause(nullptr, true); }, "zuisPause"},
-        {[] { zuisReset(nullptr); }, "zuisReset"},
-        {[] { zuisTouchEnable(nullptr, true); }, "zuisTouchEnable"},
+        {[] { EXPECT_EQ(zuisDestroyHandle(nullptr), ZUST_R_SUCCESS); }, "2 zuisDestroyHandle"},
+        {[&] { EXPECT_EQ(zuisDestroyHandle(&m_handle), ZUST_R_SUCCESS); }, "2 zuisDestroyHandle"},
+        {[] { zuisBlockKeyCombination(nullptr, 1, ZUST_KEY_A); }, "2 zuisBlockKeyCombination"},
+        {[] { zuisUnblockKeyCombination(nullptr, 1, ZUST_KEY_A); }, "2 zuisUnblockKeyCombination"},
+        {[] { zuisUnblockAllKeyCombinations(nullptr); }, "2 zuisUnblockAllKeyCombinations"},
+        {[] { zuisPause(nullptr, true); }, "2 zuisPause"},
+        {[] { zuisReset(nullptr); }, "2 zuisReset"},
+        {[] { zuisTouchEnable(nullptr, true); }, "2 zuisTouchEnable"},
+        {[] { zuisAllowMouseSettings(nullptr, true); }, "5 zuisAllowMouseSettings"},
     };
+    std::set<uint32_t> identifiers;
     for (const auto& [call, name] : rows)
     {
         call();
-        EXPECT_THAT(takeLines(), ElementsAre(info(std::string(name) + "(): Input stream is not initialized")));
+        const Lines lines = fakestack::takeLog("ZuInputStream");
+        const char* const text = name[0] == '5' ? "Input stream is null!" : "Input stream is not initialized";
+        ASSERT_THAT(lines, ElementsAre(fakestack::LogLine{static_cast<ZustLogLevel>(name[0] - '0'), "ZuInputStream",
+                                                          std::string(name + 2) + "(): " + text}));
+        identifiers.insert(lines[0].uniqueId);
     }
-    zuisAllowMouseSettings(nullptr, true); // unlike the others
-    EXPECT_THAT(takeLines(), ElementsAre(error("zuisAllowMouseSettings(): Input stream is null!")));
+    EXPECT_EQ(identifiers.size(), std::size(rows) - 1) << "one for each function";
     EXPECT_EQ(contractInC(), 0);
 }
 
 TEST_F(ZuInputStreamTest, OpensTheStreamOnTheInjector)
 {
+    EXPECT_EQ(std::count(s_atLoad.begin(), s_atLoad.end(), "GetSessionStartTime()"), 1);
     int stream = 0;
     fakestack::calls().createdStream = &stream;
-    EXPECT_EQ(create(), ZUST_R_SUCCESS);
-    EXPECT_EQ(frontLines(), CREATED);
-    EXPECT_EQ(m_stream, &stream);
-    ASSERT_NE(m_handle, nullptr);
+    for (int round = 0; round < 2; ++round) // the second like the first
+    {
+        m_config = {};
+        EXPECT_EQ(create(), ZUST_R_SUCCESS);
+        EXPECT_EQ(takeCalls(), opening());
+        EXPECT_EQ(m_stream, &stream);
+        ASSERT_NE(m_handle, nullptr);
 
-    const fakestack::Calls& calls = fakestack::calls();
-    EXPECT_EQ(calls.platformInitialized, 1);
-    EXPECT_EQ(calls.platformUninitialized, 0);
-    EXPECT_EQ(calls.loggerLevel, ZUST_LL_DEBUG);
-    EXPECT_EQ(calls.loggerTargets, 0u);
-    EXPECT_EQ(calls.loggerPrefixes, 0xFFFFFFFFu);
-    EXPECT_EQ(calls.loggerFile, "");
-    EXPECT_FALSE(calls.loggerHasCallback);
-    EXPECT_EQ(calls.loggerPrivacyMode, 0u);
-    EXPECT_EQ(calls.loggerMaxFileSize, 4000000u);
+        ZustStreamConfig expected;
+        memset(&expected, 0, sizeof(expected));
+        expected.mediaType = ZUST_MT_INPUT;
+        expected.config.input.onInputReceived = input().onInputReceived;
+        expected.config.input.context = m_handle;
+        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): its padding is nothing, too
+        EXPECT_EQ(memcmp(&fakestack::calls().streamConfigs[0], &expected, sizeof(expected)), 0);
+        EXPECT_EQ(fakestack::calls().streamCallbacks.context, m_handle);
+        EXPECT_EQ(fakestack::calls().streamCallbacks.onStreamConnecting, nullptr);
 
-    EXPECT_EQ(calls.streamName, "input_1");
-    EXPECT_EQ(calls.streamDescription, "Input Stream");
-    ASSERT_EQ(calls.streamConfigs.size(), 1u);
-    ZustStreamConfig expected;
-    memset(&expected, 0, sizeof(expected));
-    expected.mediaType = ZUST_MT_INPUT;
-    expected.config.input.onInputReceived = input().onInputReceived;
-    expected.config.input.context = m_handle;
-    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): its padding is nothing, too
-    EXPECT_EQ(memcmp(&calls.streamConfigs[0], &expected, sizeof(expected)), 0);
-    EXPECT_EQ(calls.streamCallbacks.context, m_handle);
-    EXPECT_EQ(calls.streamCallbacks.onStreamConnecting, nullptr);
+        // The default sink is in the caller's record.
+        ASSERT_NE(m_config.telemetrySender, nullptr);
+        const TelemetrySender& sink = *m_config.telemetrySender;
+        EXPECT_TRUE(sink.PostTelemetry({}) && sink.PostTelemetryMetric({}) && sink.PostKtStatistics({})
+                    && sink.PostKtPercentilesEvent({{}, 0, 0, 0, {}}) && sink.PostKtErrorCode({})
+                    && sink.WaitForTelemetryConnected(0));
 
-    // The default sink is in the caller's record.
-    ASSERT_NE(m_config.telemetrySender, nullptr);
-    EXPECT_TRUE(m_config.telemetrySender->PostTelemetry({}));
-    EXPECT_TRUE(m_config.telemetrySender->WaitForTelemetryConnected(0));
-
-    EXPECT_EQ(zuisDestroyHandle(&m_handle), ZUST_R_SUCCESS);
-    EXPECT_EQ(m_handle, nullptr);
-    EXPECT_EQ(fakelibevdev::liveDevices(), 0);
-    EXPECT_THAT(takeLines(), IsEmpty());
+        EXPECT_EQ(zuisDestroyHandle(&m_handle), ZUST_R_SUCCESS);
+        EXPECT_EQ(m_handle, nullptr);
+        EXPECT_EQ(fakelibevdev::liveDevices(), 0);
+        EXPECT_THAT(takeCalls(), IsEmpty());
+    }
 }
 
 TEST_F(ZuInputStreamTest, TheLoggersResultOnlyDecidesAboutThePlatform)
@@ -142,128 +162,158 @@ TEST_F(ZuInputStreamTest, TheLoggersResultOnlyDecidesAboutThePlatform)
     {
         int32_t platform;
         ZustResult logger;
-        int loggersStarted;
-        int uninitialized;
+        Calls calls;
     };
-    constexpr Row rows[] = {
-        {0, ZUST_R_SUCCESS, 1, 0},          {0, ZUST_R_INVALID_OPERATION, 1, 0},
-        {0, ZUST_R_CREATION_FAILED, 1, 1},  {0, static_cast<ZustResult>(0x80000001), 1, 1},
-        {-1, ZUST_R_CREATION_FAILED, 0, 0},
+    const Row rows[] = {
+        {0, ZUST_R_INVALID_OPERATION, {PLATFORM, LOGGER}},
+        {0, ZUST_R_CREATION_FAILED, {PLATFORM, LOGGER, NO_PLATFORM}},
+        {0, static_cast<ZustResult>(0x80000001), {PLATFORM, LOGGER, NO_PLATFORM}},
+        {-1, ZUST_R_CREATION_FAILED, {PLATFORM}},
     };
     for (const Row& row : rows)
     {
-        fakestack::reset();
         fakestack::calls().platformInitializeResult = row.platform;
         fakestack::calls().loggerResult = row.logger;
         EXPECT_EQ(create(), ZUST_R_SUCCESS);
-        EXPECT_EQ(frontLines(), CREATED);
-        EXPECT_EQ(fakestack::calls().loggersStarted, row.loggersStarted);
-        EXPECT_EQ(fakestack::calls().platformUninitialized, row.uninitialized);
+        EXPECT_EQ(takeCalls(), opening(row.calls));
         zuisDestroyHandle(&m_handle);
     }
 }
 
-TEST_F(ZuInputStreamTest, OpeningAgainKeepsTheInjectorAndTheSink)
+TEST_F(ZuInputStreamTest, AFailedStreamLeavesTheHandleAndASecondOneKeepsIt)
 {
     const RecordingSender sender;
     m_config.telemetrySender = &sender;
-    create();
+    fakestack::calls().createStreamResult = static_cast<ZustResult>(7);
+    EXPECT_EQ(create(), static_cast<ZustResult>(7));
+    Calls failed = opening();
+    failed.push_back("5 ZuInputStream: Failed to create input stream, result: 0x00000007");
+    EXPECT_EQ(takeCalls(), failed);
     const ZuisHandle first = m_handle;
-    takeLines();
-    fakestack::calls().createStreamResult = ZUST_R_CREATION_FAILED;
-    EXPECT_EQ(create(), ZUST_R_CREATION_FAILED);
+    ASSERT_NE(first, nullptr);
+
+    fakestack::calls().createStreamResult = ZUST_R_SUCCESS;
+    EXPECT_EQ(create(), ZUST_R_SUCCESS);
+    EXPECT_THAT(takeCalls(), ElementsAre(FIRST_LINE, PLATFORM, LOGGER,
+                                         "2 ZuInputStream: Input stream is already initialized", STREAM));
     EXPECT_EQ(m_config.telemetrySender, &sender);
-    EXPECT_THAT(takeLines(), ElementsAre(info("Creating Input Stream"), info("Input stream is already initialized"),
-                                         error("Failed to create input stream, result: 0x800b1005")));
-    EXPECT_EQ(m_handle, first); // still the caller's to destroy
-    EXPECT_EQ(fakestack::calls().streamsCreated, 2);
+    EXPECT_EQ(m_handle, first);
     EXPECT_EQ(input().context, first);
+    press(ZUST_KEY_A);
+    EXPECT_THAT(fakelibevdev::takeEvents("RiKey"), ElementsAre(key(KEY_A, 1), SYN));
+    m_config.telemetrySender = nullptr;
+    create();
+    EXPECT_EQ(m_config.telemetrySender, nullptr) << "nothing was made that needs a sink";
 }
 
 TEST_F(ZuInputStreamTest, MissingArguments)
 {
     EXPECT_EQ(zuisCreateZustStream(nullptr, nullptr, &m_config), ZUST_R_SUCCESS);
-    EXPECT_THAT(takeLines(), ElementsAre(info("Creating Input Stream"), error("Input media handle is nullptr")));
+    EXPECT_THAT(takeCalls(),
+                ElementsAre(FIRST_LINE, PLATFORM, LOGGER, "5 ZuInputStream: Input media handle is nullptr", STREAM));
     EXPECT_EQ(m_config.telemetrySender, nullptr);
     EXPECT_EQ(input().context, nullptr);
 
     EXPECT_EQ(zuisCreateZustStream(nullptr, &m_handle, nullptr), ZUST_R_SUCCESS);
-    EXPECT_EQ(frontLines(), CREATED);
-    const ZustInputEvent event = keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN, 0, 1);
-    input().onInputReceived(input().context, nullptr, &event, 1, 1);
+    EXPECT_EQ(takeCalls(), opening());
+    press(ZUST_KEY_A);
     EXPECT_THAT(fakelibevdev::takeEvents("RiKey"), ElementsAre(key(KEY_A, 1), SYN));
-}
+    zuisDestroyHandle(&m_handle);
+    takeCalls();
 
-TEST_F(ZuInputStreamTest, AnInjectorThatCannotBeMadeLeavesAStreamWithoutOne)
-{
     setenv("VirtualEvDevImp", "1", 1); // the container backend, without a container
     EXPECT_EQ(create(), ZUST_R_SUCCESS);
-    EXPECT_THAT(
-        takeLines(),
-        ElementsAre(info("Creating Input Stream"), info("Creating RemoteInputInjector for Input stream"),
-                    fakestack::LogLine{ZUST_LL_INFO, "VirtualEvDev", "Selecting ANDROID CONTAINER backend"},
-                    error("Failed to create RemoteInputInjector: Unable to create VirtualEvDev Implemenation")));
+    EXPECT_THAT(takeCalls(), ElementsAre(FIRST_LINE, PLATFORM, LOGGER, INJECTOR_LINE,
+                                         "2 VirtualEvDev: Selecting ANDROID CONTAINER backend",
+                                         "5 ZuInputStream: Failed to create RemoteInputInjector: Unable to create "
+                                         "VirtualEvDev Implemenation",
+                                         STREAM));
     EXPECT_EQ(m_handle, nullptr);
-    EXPECT_EQ(fakestack::calls().streamsCreated, 1);
     EXPECT_EQ(input().context, nullptr);
-
-    const ZustInputEvent event = keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN);
-    input().onInputReceived(nullptr, nullptr, &event, 1, 1);
-    EXPECT_THAT(takeLines(), IsEmpty());
+    press(ZUST_KEY_A);
+    EXPECT_THAT(takeCalls(), IsEmpty());
 }
 
-TEST_F(ZuInputStreamTest, NoExceptionGetsOut)
+TEST_F(ZuInputStreamTest, NoExceptionGetsOutButACancelledThreadEnds)
 {
-    struct ThrowingSender : TelemetrySenderNull
+    struct Sender : TelemetrySenderNull
     {
-        void ReportRiEvent(unsigned int, long, long, long, long) const override { throw std::logic_error("no sink"); }
-    } const sender;
+        void ReportRiEvent(unsigned int, long, long, long, long) const override { report(); }
+        std::function<void()> report;
+    } sender;
     m_config.telemetrySender = &sender;
     create();
-    takeLines();
-    const ZustInputEvent event = keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN, 0, 1);
+    takeCalls();
+    const std::tuple<ZustKeyCode, std::function<void()>, const char*> rows[] = {
+        {ZUST_KEY_A, [] { throw std::logic_error("no sink"); }, "5 ZuInputStream: onInputReceived(): no sink"},
+        {ZUST_KEY_B, [] { throw 1; }, "5 ZuInputStream: onInputReceived(): unknown exception"},
+    };
+    for (const auto& [code, report, line] : rows)
+    {
+        sender.report = report;
+        steppedclock::step(steppedclock::SECOND);
+        press(code);
+        EXPECT_THAT(takeCalls(), ElementsAre(line));
+    }
+
+    sender.report = []
+    {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+    };
     steppedclock::step(steppedclock::SECOND);
-    input().onInputReceived(m_handle, nullptr, &event, 1, 1);
-    EXPECT_THAT(takeLines(), ElementsAre(error("onInputReceived(): no sink")));
+    pthread_t thread{};
+    std::function<void()> event = [&] { press(ZUST_KEY_C); };
+    const auto body = [](void* function) -> void*
+    {
+        (*static_cast<std::function<void()>*>(function))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, &event), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_THAT(takeCalls(), IsEmpty());
 
     zuisTouchEnable(m_handle, true);
     fakelibevdev::failNew();
-    takeLines();
+    takeCalls();
     zuisTouchEnable(m_handle, true);
     fakelibevdev::failNew(false);
-    EXPECT_THAT(takeLines(), ElementsAre(error("zuisTouchEnable(): Unable to create VirtualEvDev Implemenation")));
+    EXPECT_THAT(takeCalls(),
+                ElementsAre("5 ZuInputStream: zuisTouchEnable(): Unable to create VirtualEvDev Implemenation"));
     EXPECT_TRUE(fakelibevdev::device("RiTouch").alive);
 }
 
 TEST_F(ZuInputStreamTest, StreamEventsAreOnlyLogged)
 {
     create();
-    takeLines();
+    takeCalls();
     const ZustStreamCallbacks& callbacks = fakestack::calls().streamCallbacks;
-    const fakestack::LogLine raised = info("InputStreamEventRaised");
-    const std::pair<int, Lines> rows[] = {
-        {ZUST_SC_STREAM_CONNECTED, {raised, info("Start Input stream.")}},
-        {ZUST_SC_STREAM_DISCONNECTED, {raised, info("Stop Input stream.")}},
-        {ZUST_SC_UPDATE, {raised}},
-        {ZUST_SC_STREAM_DISCONNECTING, {raised}},
-        {ZUST_SC_LAST, {raised, error("Unexpected event type '105' in StreamEventRaised")}},
+    const std::string raised = "2 ZuInputStream: InputStreamEventRaised";
+    const std::pair<int, Calls> rows[] = {
+        {101, {raised, "2 ZuInputStream: Start Input stream."}},
+        {102, {raised, "2 ZuInputStream: Stop Input stream."}},
+        {103, {raised}},
+        {104, {raised}},
+        {105, {raised, "5 ZuInputStream: Unexpected event type '105' in StreamEventRaised"}},
         {106, {raised}},
         {0, {raised}},
     };
-    for (const auto& [type, lines] : rows)
+    for (const auto& [type, calls] : rows)
     {
         const ZustStreamEvent event{static_cast<ZustStatusChange>(type), ZustEventDetail(200)};
         callbacks.streamEventRaised(m_handle, nullptr, nullptr, nullptr, nullptr, event);
-        EXPECT_EQ(takeLines(), lines) << type;
+        EXPECT_EQ(takeCalls(), calls) << type;
     }
     EXPECT_EQ(callbacks.streamConfigUpdateRequested(m_handle, nullptr, nullptr), ZUST_R_SUCCESS);
-    EXPECT_THAT(takeLines(), IsEmpty());
+    EXPECT_THAT(takeCalls(), IsEmpty());
 }
 
 TEST_F(ZuInputStreamTest, FunctionsReachTheInjector)
 {
     create();
-    takeLines();
+    takeCalls();
     zuisAllowMouseSettings(m_handle, false);
     zuisPause(m_handle, true);
     zuisPause(m_handle, false);
@@ -272,20 +322,13 @@ TEST_F(ZuInputStreamTest, FunctionsReachTheInjector)
     zuisBlockKeyCombination(m_handle, 0, ZUST_KEY_B);
     zuisUnblockAllKeyCombinations(m_handle);
     zuisUnblockKeyCombination(m_handle, 0, ZUST_KEY_B);
-    const ZustInputEvent event = keyEvent(ZUST_KEY_C, ZUST_KEYSTATE_DOWN);
-    input().onInputReceived(m_handle, nullptr, &event, 1, 1);
+    press(ZUST_KEY_C);
     zuisReset(m_handle);
     zuisTouchEnable(m_handle, true);
-    const auto injector = [](const char* text) {
-        return fakestack::LogLine{ZUST_LL_INFO, "RemoteInputInjector", text};
-    };
-    Lines lines = takeLines();
-    std::erase_if(lines, [](const fakestack::LogLine& line) { return line.tag == "RemoteInputInjectorLinux"; });
-    EXPECT_THAT(lines,
-                ElementsAre(info("Allow mouse setting"), injector("RemoteInputInjection is Paused"),
-                            injector("RemoteInputInjection is Resumed"),
-                            fakestack::LogLine{ZUST_LL_WARNING, "RemoteInputInjector",
-                                               "Invalid key enable command for key 0x42 with modifier flags 0x0."},
-                            fakestack::LogLine{ZUST_LL_INFO, "RiKey", "Reset: releasing key 0x0043"},
-                            fakestack::LogLine{ZUST_LL_INFO, "RiTouch", "init: successfully created touch device: "}));
+    EXPECT_THAT(
+        takeCalls(),
+        ElementsAre("2 ZuInputStream: Allow mouse setting", "2 RemoteInputInjector: RemoteInputInjection is Paused",
+                    "2 RemoteInputInjector: RemoteInputInjection is Resumed",
+                    "3 RemoteInputInjector: Invalid key enable command for key 0x42 with modifier flags 0x0.",
+                    "2 RiKey: Reset: releasing key 0x0043", "2 RiTouch: init: successfully created touch device: "));
 }

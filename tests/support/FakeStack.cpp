@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <dlfcn.h>
+#include <sstream>
 #include <utility>
 
 namespace fakestack
@@ -12,16 +13,29 @@ namespace fakestack
 namespace
 {
 
-struct Log
+// A call that is no log line has no tag.
+struct Record
 {
     Mutex mutex;
     std::vector<LogLine> lines GUARDED_BY(mutex);
+
+    void add(const LogLine& line)
+    {
+        const LockGuard lock(mutex);
+        lines.push_back(line);
+    }
+
+    std::vector<LogLine> take()
+    {
+        const LockGuard lock(mutex);
+        return std::exchange(lines, {});
+    }
 };
 
 // Function-local and never destroyed: the library logs during static initialisation and destruction.
-Log& log()
+Record& record()
 {
-    static Log* const instance = new Log;
+    static Record* const instance = new Record;
     return *instance;
 }
 
@@ -38,17 +52,18 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line)
     return out << "{" << line.level << ", " << line.tag << ", \"" << line.text << "\"}";
 }
 
-std::vector<LogLine> takeLog()
+std::vector<std::string> takeCalls()
 {
-    Log& all = log();
-    const LockGuard lock(all.mutex);
-    return std::exchange(all.lines, {});
+    std::vector<std::string> calls;
+    for (const LogLine& line : record().take())
+        calls.push_back(line.tag.empty() ? line.text : std::to_string(line.level) + " " + line.tag + ": " + line.text);
+    return calls;
 }
 
 std::vector<LogLine> takeLog(const std::string& tag)
 {
-    std::vector<LogLine> lines = takeLog();
-    std::erase_if(lines, [&](const LogLine& line) { return line.tag != tag; });
+    std::vector<LogLine> lines = record().take();
+    std::erase_if(lines, [&](const LogLine& line) { return tag.empty() ? line.tag.empty() : line.tag != tag; });
     return lines;
 }
 
@@ -67,56 +82,52 @@ void reset()
 {
     calls() = Calls{};
     setLoader({});
-    takeLog();
+    record().take();
 }
 
 } // namespace fakestack
 
 using fakestack::calls;
+using fakestack::record;
 
 extern "C"
 {
 
     int32_t ZuPlatformInitialize(void)
     {
-        ++calls().platformInitialized;
+        record().add({{}, "", "ZuPlatformInitialize()"});
         return calls().platformInitializeResult;
     }
 
     void ZuPlatformUninitialize(void)
     {
-        ++calls().platformUninitialized;
+        record().add({{}, "", "ZuPlatformUninitialize()"});
     }
 
     ZustResult zustInitializeLogger(ZustLogLevel level, uint32_t targets, uint32_t prefixes, const char* fileName,
-                                    void (*callback)(void*, ZustLogLevel, const char*), void*, uint32_t privacyMode,
-                                    uint32_t maxFileSize)
+                                    void (*callback)(void*, ZustLogLevel, const char*), void* callbackData,
+                                    uint32_t privacyMode, uint32_t maxFileSize)
     {
-        fakestack::Calls& seen = calls();
-        ++seen.loggersStarted;
-        seen.loggerLevel = level;
-        seen.loggerTargets = targets;
-        seen.loggerPrefixes = prefixes;
-        seen.loggerFile = fileName;
-        seen.loggerHasCallback = callback != nullptr;
-        seen.loggerPrivacyMode = privacyMode;
-        seen.loggerMaxFileSize = maxFileSize;
-        return seen.loggerResult;
+        std::ostringstream call;
+        call << "zustInitializeLogger(" << level << ", " << targets << ", " << prefixes << ", \"" << fileName << "\", "
+             << (callback != nullptr) << ", " << callbackData << ", " << privacyMode << ", " << maxFileSize << ")";
+        record().add({{}, "", call.str()});
+        return calls().loggerResult;
     }
 
     ZustResult zustCreateStream(const char* name, const char* description, uint32_t configCount,
                                 const ZustStreamConfig* configs, const ZustStreamCallbacks* callbacks,
                                 ZustStream* stream)
     {
-        fakestack::Calls& seen = calls();
-        ++seen.streamsCreated;
-        seen.streamName = name;
-        seen.streamDescription = description;
-        seen.streamConfigs.assign(configs, configs + configCount);
-        seen.streamCallbacks = *callbacks;
+        record().add({{},
+                      "",
+                      std::string("zustCreateStream(\"") + name + "\", \"" + description + "\", "
+                          + std::to_string(configCount) + ")"});
+        calls().streamConfigs.assign(configs, configs + configCount);
+        calls().streamCallbacks = *callbacks;
         if (stream)
-            *stream = seen.createdStream;
-        return seen.createStreamResult;
+            *stream = calls().createdStream;
+        return calls().createStreamResult;
     }
 
     void zustWriteLogUniqueId(ZustLogLevel level, uint32_t uniqueId, const char* tag, const char* format, ...)
@@ -126,9 +137,7 @@ extern "C"
         va_start(arguments, format);
         vsnprintf(text, sizeof(text), format, arguments);
         va_end(arguments);
-        fakestack::Log& log = fakestack::log();
-        const LockGuard lock(log.mutex);
-        log.lines.push_back({level, tag, text, uniqueId});
+        record().add({level, tag, text, uniqueId});
     }
 
     void* KtLoadLibrary(const wchar_t* name)
@@ -162,7 +171,7 @@ extern "C"
 
     uint64_t GetSessionStartTime(void)
     {
-        ++calls().sessionStartTimeAsked;
+        record().add({{}, "", "GetSessionStartTime()"});
         return 0;
     }
 }

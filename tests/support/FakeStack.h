@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-/// A fake of both stack libraries for unit tests: keeps log lines, counts calls, loads libraries with dlopen.
-/// Threads may log at any time; everything else is set up by the test's own thread.
+/// A fake of both stack libraries for unit tests: writes down what is called, in order, and loads libraries with
+/// dlopen. Threads may log at any time; everything else is set up by the test's own thread.
 namespace fakestack
 {
 
@@ -28,11 +28,12 @@ struct LogLine
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
-/// All lines since the last call, oldest first; lines logged during static initialisation come first.
-std::vector<LogLine> takeLog();
+/// What was called since the last take, oldest first: functions as "name(arguments)", log lines as "2 tag: text", the
+/// level first. Not the loader and the privacy filter. What was called during static initialisation comes first.
+std::vector<std::string> takeCalls();
 
-/// The same, only of one tag (the others are dropped).
-std::vector<LogLine> takeLog(const std::string& tag);
+/// Takes the same, and gives the log lines alone; of one tag, if one is named.
+std::vector<LogLine> takeLog(const std::string& tag = {});
 
 /// Replaces the loader. Null functions restore dlopen, dlsym and dlclose.
 struct Loader
@@ -43,30 +44,14 @@ struct Loader
 };
 void setLoader(Loader loader);
 
-/// What the stack functions answer and what they were called with. reset() restores the defaults.
+/// What the stack functions answer, and the records that they got. reset() restores the defaults.
 struct Calls
 {
-    // answers
     int32_t platformInitializeResult = 0;
     ZustResult loggerResult = ZUST_R_SUCCESS;
     ZustResult createStreamResult = ZUST_R_SUCCESS;
     ZustStream createdStream = nullptr; // written through the out-pointer
 
-    // seen
-    int platformInitialized = 0;
-    int platformUninitialized = 0;
-    int sessionStartTimeAsked = 0;
-    int loggersStarted = 0;
-    ZustLogLevel loggerLevel{};
-    uint32_t loggerTargets = 0;
-    uint32_t loggerPrefixes = 0;
-    std::string loggerFile = "unset";
-    bool loggerHasCallback = false;
-    uint32_t loggerPrivacyMode = 0;
-    uint32_t loggerMaxFileSize = 0;
-    int streamsCreated = 0;
-    std::string streamName;
-    std::string streamDescription;
     std::vector<ZustStreamConfig> streamConfigs;
     ZustStreamCallbacks streamCallbacks{};
 };

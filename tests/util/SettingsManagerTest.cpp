@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <gmock/gmock.h>
-#include <map>
 #include <optional>
 
 #include "tests/support/FakeStack.h"
@@ -11,12 +10,12 @@
 namespace
 {
 
-using fakestack::LogLine;
+using fakestack::takeCalls;
 using testing::ElementsAre;
 
 constexpr auto BOTH_TAGS = static_cast<StorageTag>(GeneralSettingsStorage | ModuleSettingsStorage);
 
-/// Knows one key and tells when it goes.
+/// Knows one key, and has an opinion on the others as a list.
 class StubStorage : public SettingsStorage
 {
 public:
@@ -40,9 +39,7 @@ public:
     }
     CONFIG_STATUS Get(const std::string& key, StringList& value) const override
     {
-        if (key != m_key)
-            return CONFIG_ERR_NOT_OPENED;
-        return StringList::fromString(m_value, &value) ? CONFIG_SUCCESS : CONFIG_ERR_BAD_DATA;
+        return key == m_key ? GetList(key, value) : CONFIG_ERR_NOT_OPENED;
     }
 
 private:
@@ -57,17 +54,17 @@ TEST(SettingsManagerTest, EnvironmentPrecedesTheFile)
     {
         std::optional<std::string> variable;
         std::optional<std::string> line; // no line = no file
-        CONFIG_STATUS listStatus;
-        StringList list;
-        int integer;
+        StringList list;                 // "default" = not found
+        int integer;                     // so is -1
     };
     const std::vector<Row> rows{
-        {R"("2")", R"("1")", CONFIG_SUCCESS, {"2"}, 0},  {"2", "1", CONFIG_ERR_NOT_FOUND, {"default"}, 2},
-        {{}, "1", CONFIG_ERR_NOT_FOUND, {"default"}, 1}, {{}, {}, CONFIG_ERR_NOT_FOUND, {"default"}, -1},
-        {"2", {}, CONFIG_ERR_NOT_FOUND, {"default"}, 2}, {"bad", R"("a","b")", CONFIG_SUCCESS, {"a", "b"}, 0},
-        {"", R"("a")", CONFIG_SUCCESS, {}, 0}, // set and empty: an empty list, the number 0
+        {R"("2")", R"("1")", {"2"}, 0},
+        {"2", "1", {"default"}, 2},
+        {{}, "1", {"default"}, 1},
+        {{}, {}, {"default"}, -1},
+        {"bad", R"("a","b")", {"a", "b"}, 0},
+        {"", R"("a")", {}, 0}, // set and empty: an empty list, the number 0
     };
-
     for (const Row& row : rows)
     {
         const TempFolder folder;
@@ -81,33 +78,17 @@ TEST(SettingsManagerTest, EnvironmentPrecedesTheFile)
 
         const SettingsManager settings(path, "SOFTWARE\\Any", ModuleSettingsStorage);
         EXPECT_EQ(settings.GetTag(), ModuleSettingsStorage);
+        takeCalls();
         StringList list{"default"};
-        EXPECT_EQ(settings.Get("ZuisKey", list), row.listStatus);
+        const bool found = settings.Get("ZuisKey", list) == CONFIG_SUCCESS;
         EXPECT_EQ(list, row.list);
+        EXPECT_EQ(found, list != StringList{"default"});
+        EXPECT_NE(found, takeCalls().back() == "0 SettingsManager: Setting not found: ZuisKey");
         int integer = -1;
         EXPECT_EQ(settings.Get("ZuisKey", integer), row.integer == -1 ? CONFIG_ERR_NOT_FOUND : CONFIG_SUCCESS);
         EXPECT_EQ(integer, row.integer);
     }
     unsetenv("ZuisKey");
-}
-
-TEST(SettingsManagerTest, SaysWhichSettingIsNotFoundAndKeepsTheDefault)
-{
-    const TempFolder folder;
-    const SettingsManager settings(folder.path() + "/missing", "", GeneralSettingsStorage);
-    fakestack::takeLog();
-
-    std::string text = "default";
-    StringList list{"default"};
-    bool boolean = true;
-    EXPECT_EQ(settings.Get("ZuisText", text), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(settings.Get("ZuisList", list), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(settings.Get<bool>("", boolean), CONFIG_ERR_NOT_FOUND);
-    EXPECT_THAT(std::make_tuple(text, list, boolean), testing::FieldsAre("default", ElementsAre("default"), true));
-    std::vector<LogLine> expected;
-    for (const char* key : {"ZuisText", "ZuisList", ""})
-        expected.push_back({ZUST_LL_VERBOSE, "SettingsManager", std::string("Setting not found: ") + key});
-    EXPECT_EQ(fakestack::takeLog(), expected);
 }
 
 TEST(SettingsManagerTest, FirstStorageOfItsTagAnswersAndTheChainOwnsThem)
@@ -122,17 +103,14 @@ TEST(SettingsManagerTest, FirstStorageOfItsTagAnswersAndTheChainOwnsThem)
         settings.AddSettingsStorage(new StubStorage(ModuleSettingsStorage, "key", "\"4\"", destroyed));
 
         std::string text;
-        EXPECT_EQ(settings.Get("key", text), CONFIG_SUCCESS);
-        EXPECT_EQ(text, "3.5");
         bool boolean = false;
-        EXPECT_EQ(settings.Get("key", boolean), CONFIG_SUCCESS);
-        EXPECT_TRUE(boolean);
         double number = 0;
-        EXPECT_EQ(settings.Get("key", number), CONFIG_SUCCESS);
-        EXPECT_EQ(number, 3.5);
-        StringList list; // neither the unopened nor the bad one stops the search
-        EXPECT_EQ(settings.Get("key", list), CONFIG_SUCCESS);
-        EXPECT_THAT(list, ElementsAre("4"));
+        StringList list;
+        for (const CONFIG_STATUS status : {settings.Get("key", text), settings.Get("key", boolean),
+                                           settings.Get("key", number), settings.Get("key", list)})
+            EXPECT_EQ(status, CONFIG_SUCCESS);
+        EXPECT_THAT(std::tie(text, boolean, number), testing::FieldsAre("3.5", true, 3.5));
+        EXPECT_THAT(list, ElementsAre("4")) << "neither the unopened nor the bad one stops the search";
 
         settings.Configure("/nonexistent", "", GeneralSettingsStorage);
         EXPECT_EQ(settings.Get("key", text), CONFIG_SUCCESS);
@@ -147,7 +125,9 @@ TEST(SettingsManagerTest, ManagersOfTheProcessWideChainBorrowAndExtendIt)
     static int destroyed = 0; // static: the chain lives to the end of the process
     int value = -1;
     {
+        takeCalls();
         SettingsManager borrowing(GeneralSettingsStorage);
+        EXPECT_THAT(takeCalls(), ElementsAre()) << "the chain is built once";
         borrowing.AddSettingsStorage(new StubStorage(ModuleSettingsStorage, "ZuisBorrowed", "1", destroyed));
         EXPECT_EQ(borrowing.Get("ZuisBorrowed", value), CONFIG_ERR_NOT_FOUND);
     }

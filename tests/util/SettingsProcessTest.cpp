@@ -1,7 +1,7 @@
-#include <array>
-#include <cstdio>
-#include <gmock/gmock.h>
-#include <memory>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,20 +11,16 @@
 namespace
 {
 
+const TempFolder s_folder;
+
 /// \param environment assignments as for env(1); nothing else is set
 std::string runProbe(const std::string& environment)
 {
-    const std::string command = "env -i " + environment + " '" SETTINGS_PROBE "' 2>&1";
-    struct Close
-    {
-        void operator()(FILE* file) const { pclose(file); }
-    };
-    std::unique_ptr<FILE, Close> pipe(popen(command.c_str(), "r"));
-    std::string output;
-    std::array<char, 4096> buffer;
-    while (pipe && fgets(buffer.data(), buffer.size(), pipe.get()))
-        output += buffer.data();
-    return output;
+    const std::string file = s_folder.path() + "/output";
+    EXPECT_EQ(system(("env -i " + environment + " '" SETTINGS_PROBE "' >'" + file + "' 2>&1").c_str()), 0);
+    std::ostringstream output;
+    output << std::ifstream(file).rdbuf();
+    return output.str();
 }
 
 std::string cannotOpen(const std::string& path)
@@ -44,9 +40,7 @@ TEST(SettingsProcessTest, DefaultFolderComesFromTheEnvironmentOnce)
     const std::string notAbsolute = "5 ConfigFileStorage: XDG_CONFIG_HOME does not start with an '/'. XDG specifies "
                                     "that the value must be absolute\n";
     const std::string home = "1 EnvironmentStorage: Key: HOME; value: /none/u\n";
-    const auto variable = [](const std::string& value)
-    { return "1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + value + "\n"; };
-
+    const std::string variable = "1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: ";
     struct Row
     {
         std::string environment;
@@ -56,35 +50,39 @@ TEST(SettingsProcessTest, DefaultFolderComesFromTheEnvironmentOnce)
     const std::vector<Row> rows{
         {"HOME=/none/u", home, "/none/u/.config"},
         {"", "", "/.config"},
-        {"HOME=/none/u XDG_CONFIG_HOME=/none/cfg", variable("/none/cfg"), "/none/cfg"},
-        {"HOME=/none/u XDG_CONFIG_HOME=/none/cfg/", variable("/none/cfg/"), "/none/cfg/"},
-        {"HOME=/none/u XDG_CONFIG_HOME=cfg", variable("cfg") + notAbsolute + home, "/none/u/.config"},
-        {"HOME=/none/u XDG_CONFIG_HOME=", variable("") + notAbsolute + home, "/none/u/.config"},
-        {"XDG_CONFIG_HOME=./cfg", variable("./cfg") + notAbsolute, "/.config"},
+        {"HOME=/none/u XDG_CONFIG_HOME=/none/cfg/", variable + "/none/cfg/\n", "/none/cfg/"},
+        {"HOME=/none/u XDG_CONFIG_HOME=", variable + "\n" + notAbsolute + home, "/none/u/.config"},
+        {"XDG_CONFIG_HOME=./cfg", variable + "./cfg\n" + notAbsolute, "/.config"},
     };
     for (const Row& row : rows)
     {
         EXPECT_EQ(runProbe(row.environment), row.folder + "/regkeys.txt\n" + row.asked
                                                  + cannotOpen(row.folder + "\\zustreamer\\settings.txt")
                                                  + cannotOpen(row.folder + "/regkeys.txt") + cannotOpen(INSTALLED)
-                                                 + "process -\ngeneral -\nlocal -\n")
+                                                 + "process -, general -, local -, file - of 16\n")
             << row.environment;
     }
 }
 
 TEST(SettingsProcessTest, EachManagerAsksTheStoragesOfItsTag)
 {
-    const TempFolder folder;
-    const std::string config = folder.path() + "/cfg";
-    const std::string module = folder.write("cfg\\zustreamer\\settings.txt", "ProbeKey=module\n");
-    const std::string generic = folder.write("cfg/regkeys.txt", "ProbeKey=generic\n");
-    folder.write("cfg/zustreamer/settings.txt", "ProbeKey=slashes\n"); // not the module's file
-
-    const std::string atLoad = generic + "\n1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n"
-                               + opened(module) + opened(generic) + cannotOpen(INSTALLED);
-    EXPECT_EQ(runProbe("XDG_CONFIG_HOME=" + config), atLoad + "process module\ngeneral generic\nlocal generic\n");
-    EXPECT_EQ(runProbe("ProbeKey=variable XDG_CONFIG_HOME=" + config),
-              atLoad + "process module\ngeneral variable\nlocal variable\n");
+    const std::string config = s_folder.path() + "/cfg";
+    s_folder.write("cfg/zustreamer/settings.txt", "ProbeKey=slashes\n"); // not the module's file
+    const std::string installed = s_folder.write("installed", "ProbeKey=installed\n");
+    const std::string ends[] = {
+        "process -, general installed, local -, file - of 16\n",
+        "process module, general generic, local generic, file generic of 16\n",
+        "process module, general variable, local variable, file generic of 16\n",
+    };
+    for (size_t i = 0; i < std::size(ends); ++i)
+    {
+        const std::string module = s_folder.write("cfg\\zustreamer\\settings.txt", i == 0 ? "" : "ProbeKey=module\n");
+        const std::string generic = s_folder.write("cfg/regkeys.txt", i == 0 ? "" : "ProbeKey=generic\n");
+        const char* const variable = i == 2 ? "ProbeKey=variable" : "";
+        EXPECT_EQ(runProbe(std::string(variable) + " PROBE_INSTALLED=" + installed + " XDG_CONFIG_HOME=" + config),
+                  generic + "\n1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n" + opened(module)
+                      + opened(generic) + opened(INSTALLED) + ends[i]);
+    }
 }
 
 } // namespace

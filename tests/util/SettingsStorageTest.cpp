@@ -13,9 +13,27 @@
 namespace
 {
 
-using fakestack::LogLine;
+using fakestack::takeCalls;
 using testing::ElementsAre;
 using testing::Pair;
+
+/// The status of a look-up, and what is then in a variable that held `value`.
+template <class T>
+std::pair<int, T> get(const SettingsStorage& storage, const std::string& key, T value)
+{
+    const int status = storage.Get(key, value);
+    return {status, value};
+}
+
+std::pair<int, std::string> text(const SettingsStorage& storage, const std::string& key)
+{
+    return get<std::string>(storage, key, "default");
+}
+
+std::pair<int, StringList> list(const SettingsStorage& storage, const std::string& key)
+{
+    return get<StringList>(storage, key, {"default"});
+}
 
 TEST(ConfigFileStorageTest, TakesLinesByteForByteAndTheFirstOfAKey)
 {
@@ -44,16 +62,8 @@ TEST(ConfigFileStorageTest, TakesLinesByteForByteAndTheFirstOfAKey)
 
 TEST(ConfigFileStorageTest, ReadsTypedValues)
 {
-    struct Row
-    {
-        std::string text;
-        int integer;
-        bool boolean;
-        double number;
-    };
-    const std::vector<Row> rows{
+    const std::tuple<std::string, int, bool, double> rows[] = {
         {"0", 0, false, 0},
-        {"1", 1, true, 1},
         {"7", 7, true, 7},
         {"true", 0, false, 0},
         {"", 0, false, 0},
@@ -68,124 +78,100 @@ TEST(ConfigFileStorageTest, ReadsTypedValues)
         {"2147483648", INT_MIN, true, 2147483648.0},
         {"99999999999999999999", -1, true, 1e20}, // strtol stops at the largest long
     };
-
     const TempFolder folder;
-    for (const Row& row : rows)
+    for (const auto& [written, integer, boolean, number] : rows)
     {
-        SCOPED_TRACE(row.text);
-        const ConfigFileStorage storage(GeneralSettingsStorage, folder.write("typed.txt", "key=" + row.text + "\n"));
-        int integer = 77;
-        EXPECT_EQ(storage.Get("key", integer), CONFIG_SUCCESS);
-        EXPECT_EQ(integer, row.integer);
-        bool boolean = !row.boolean;
-        EXPECT_EQ(storage.Get("key", boolean), CONFIG_SUCCESS);
-        EXPECT_EQ(boolean, row.boolean);
-        double number = 77;
-        EXPECT_EQ(storage.Get("key", number), CONFIG_SUCCESS);
-        EXPECT_EQ(number, row.number);
+        SCOPED_TRACE(written);
+        const ConfigFileStorage storage(GeneralSettingsStorage, folder.write("typed.txt", "key=" + written + "\n"));
+        EXPECT_THAT(get(storage, "key", 77), Pair(0, integer));
+        EXPECT_THAT(get(storage, "key", !boolean), Pair(0, boolean));
+        EXPECT_THAT(get(storage, "key", 77.0), Pair(0, number));
     }
+
+    struct : EnvironmentStorage
+    {
+        using EnvironmentStorage::EnvironmentStorage;
+        using EnvironmentStorage::Get;
+        CONFIG_STATUS Get(const std::string&, int& value) const override
+        {
+            value = 2;
+            return CONFIG_SUCCESS;
+        }
+    } const ownNumbers(ModuleSettingsStorage);
+    EXPECT_THAT(get(ownNumbers, "absent", false), Pair(0, true)) << "the storage's own integers count";
 }
 
 TEST(ConfigFileStorageTest, LogsWhatItFindsAndKeepsTheDefaultOfWhatItDoesNot)
 {
     const TempFolder folder;
     const std::string path = folder.write("regkeys.txt", "name=v%s=\nlist=\"a\",\"b\"\nbad=\"a\r\n");
-    fakestack::takeLog();
+    takeCalls();
     const auto storage = ConfigFileStorage::Create(path, GeneralSettingsStorage);
     ASSERT_TRUE(storage);
     EXPECT_TRUE(storage->IsOpen());
-    EXPECT_EQ(storage->GetTag(), GeneralSettingsStorage);
-
-    std::string text = "default";
-    StringList list{"default"};
-    int integer = 77;
-    EXPECT_EQ(storage->Get("Name", text), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage->Get("", list), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage->Get("absent", integer), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage->Get("bad", list), CONFIG_ERR_BAD_DATA);
-    EXPECT_THAT(std::make_tuple(text, list, integer), testing::FieldsAre("default", ElementsAre("default"), 77));
-    EXPECT_EQ(storage->Get("name", text), CONFIG_SUCCESS);
-    EXPECT_EQ(text, "v%s=");
-    EXPECT_EQ(storage->Get("list", list), CONFIG_SUCCESS);
-    EXPECT_THAT(list, ElementsAre("a", "b"));
-
-    const std::string tag = "ConfigFileStorage";
-    EXPECT_THAT(fakestack::takeLog(),
-                ElementsAre(LogLine{ZUST_LL_VERBOSE, tag, "Open and read settings from config file: " + path},
-                            LogLine{ZUST_LL_VERBOSE, tag, "Key: bad; value: \"a\r"},
-                            LogLine{ZUST_LL_ERROR, "RegistryStorage", "String token does not end with quote"},
-                            LogLine{ZUST_LL_ERROR, tag, "Failed to parse multi string from bad value"},
-                            LogLine{ZUST_LL_VERBOSE, tag, "Key: name; value: v%s="},
-                            LogLine{ZUST_LL_VERBOSE, tag, "Key: list; value: \"a\",\"b\""}));
+    EXPECT_EQ(storage->GetTag(), 1);
+    EXPECT_THAT(text(*storage, "Name"), Pair(1, "default"));
+    EXPECT_THAT(list(*storage, ""), Pair(1, ElementsAre("default")));
+    EXPECT_THAT(get(*storage, "absent", 77), Pair(1, 77));
+    EXPECT_THAT(list(*storage, "bad"), Pair(3, ElementsAre("default")));
+    EXPECT_THAT(text(*storage, "name"), Pair(0, "v%s="));
+    EXPECT_THAT(list(*storage, "list"), Pair(0, ElementsAre("a", "b")));
+    EXPECT_THAT(takeCalls(), ElementsAre("0 ConfigFileStorage: Open and read settings from config file: " + path,
+                                         "0 ConfigFileStorage: Key: bad; value: \"a\r",
+                                         "5 RegistryStorage: String token does not end with quote",
+                                         "5 ConfigFileStorage: Failed to parse multi string from bad value",
+                                         "0 ConfigFileStorage: Key: name; value: v%s=",
+                                         "0 ConfigFileStorage: Key: list; value: \"a\",\"b\""));
 }
 
 TEST(ConfigFileStorageTest, FilesThatCannotBeRead)
 {
     const TempFolder folder;
-    const std::string& directory = folder.path(); // opens, but does not read
-    const std::string missing = folder.path() + "/missing";
+    const std::string& directory = folder.path();     // opens, but does not read
     const std::string fifo = folder.path() + "/fifo"; // nobody writes to it
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const std::string tag = "ConfigFileStorage";
-    const LogLine cannotOpen{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:" + missing + ">"};
-    const LogLine cannotOpenFifo{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:" + fifo + ">"};
-    const LogLine cannotOpenDevice{ZUST_LL_VERBOSE, tag, "Can't open settings file: <private:/dev/zero>"};
-    const LogLine opened{ZUST_LL_VERBOSE, tag, "Open and read settings from config file: " + directory};
-    const LogLine failed{ZUST_LL_WARNING, tag, "Exception when opening settings file: <private:" + directory + ">"};
-    const LogLine notOpened{ZUST_LL_WARNING, tag, "Config file wasn't opened"};
-
-    fakestack::takeLog();
-    for (const std::string& path : {missing, fifo, std::string("/dev/zero"), directory})
+    takeCalls();
+    for (const std::string& path : {folder.path() + "/missing", fifo, std::string("/dev/zero"), directory})
     {
         const ConfigFileStorage storage(ModuleSettingsStorage, path);
         EXPECT_FALSE(storage.IsOpen());
-        std::string text = "default";
-        StringList list{"default"};
-        EXPECT_EQ(storage.Get("key", text), CONFIG_ERR_NOT_OPENED);
-        EXPECT_EQ(storage.Get("key", list), CONFIG_ERR_NOT_OPENED);
-        EXPECT_EQ(text, "default");
-        EXPECT_THAT(list, ElementsAre("default"));
+        std::vector<std::string> lines{"0 ConfigFileStorage: Can't open settings file: <private:" + path + ">"};
+        if (path == directory)
+            lines = {"0 ConfigFileStorage: Open and read settings from config file: " + path,
+                     "3 ConfigFileStorage: Exception when opening settings file: <private:" + path + ">"};
+        EXPECT_EQ(takeCalls(), lines);
         EXPECT_EQ(ConfigFileStorage::Create(path, ModuleSettingsStorage), nullptr);
+        EXPECT_EQ(takeCalls(), lines);
+        EXPECT_THAT(text(storage, "key"), Pair(2, "default"));
+        EXPECT_THAT(list(storage, "key"), Pair(2, ElementsAre("default")));
+        const char* const notOpened = "3 ConfigFileStorage: Config file wasn't opened";
+        EXPECT_THAT(takeCalls(), ElementsAre(notOpened, notOpened));
     }
-    EXPECT_THAT(fakestack::takeLog(),
-                ElementsAre(cannotOpen, notOpened, notOpened, cannotOpen, cannotOpenFifo, notOpened, notOpened,
-                            cannotOpenFifo, cannotOpenDevice, notOpened, notOpened, cannotOpenDevice, opened, failed,
-                            notOpened, notOpened, opened, failed));
 }
 
 TEST(EnvironmentStorageTest, AnswersFromVariables)
 {
     const EnvironmentStorage storage(ModuleSettingsStorage);
+    EXPECT_EQ(storage.GetTag(), 16);
     setenv("ZuisTest.Set", "12 %s", 1);
     setenv("ZuisTestEmpty", "", 1);
     setenv("ZuisTestList", "\"a\",\"\"", 1);
     setenv("ZuisTestBad", "a", 1);
-    fakestack::takeLog();
-
-    std::string text = "default";
-    StringList list{"default"};
-    int integer = 77;
-    EXPECT_EQ(storage.Get("", text), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage.Get("zuistest.set", text), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage.Get("ZuisTestAbsent", list), CONFIG_ERR_NOT_FOUND);
-    EXPECT_EQ(storage.Get("ZuisTestBad", list), CONFIG_ERR_BAD_DATA);
-    EXPECT_EQ(text, "default");
-    EXPECT_THAT(list, ElementsAre("default"));
-    EXPECT_EQ(storage.Get("ZuisTestEmpty", text), CONFIG_SUCCESS);
-    EXPECT_EQ(text, "");
-    EXPECT_EQ(storage.Get("ZuisTest.Set", integer), CONFIG_SUCCESS);
-    EXPECT_EQ(integer, 12);
-    EXPECT_EQ(storage.Get("ZuisTestList", list), CONFIG_SUCCESS);
-    EXPECT_THAT(list, ElementsAre("a", ""));
-
-    const std::string tag = "EnvironmentStorage";
-    EXPECT_THAT(fakestack::takeLog(),
-                ElementsAre(LogLine{ZUST_LL_DEBUG, tag, "Key: ZuisTestBad; value: a"},
-                            LogLine{ZUST_LL_ERROR, "RegistryStorage", "String token does not start with quote"},
-                            LogLine{ZUST_LL_ERROR, tag, "Failed to parse multi string from ZuisTestBad value"},
-                            LogLine{ZUST_LL_DEBUG, tag, "Key: ZuisTestEmpty; value: "},
-                            LogLine{ZUST_LL_DEBUG, tag, "Key: ZuisTest.Set; value: 12 %s"},
-                            LogLine{ZUST_LL_DEBUG, tag, "Key: ZuisTestList; value: \"a\",\"\""}));
+    takeCalls();
+    EXPECT_THAT(text(storage, ""), Pair(1, "default"));
+    EXPECT_THAT(text(storage, "zuistest.set"), Pair(1, "default"));
+    EXPECT_THAT(list(storage, "ZuisTestAbsent"), Pair(1, ElementsAre("default")));
+    EXPECT_THAT(list(storage, "ZuisTestBad"), Pair(3, ElementsAre("default")));
+    EXPECT_THAT(text(storage, "ZuisTestEmpty"), Pair(0, ""));
+    EXPECT_THAT(get(storage, "ZuisTest.Set", 77), Pair(0, 12));
+    EXPECT_THAT(list(storage, "ZuisTestList"), Pair(0, ElementsAre("a", "")));
+    EXPECT_THAT(takeCalls(), ElementsAre("1 EnvironmentStorage: Key: ZuisTestBad; value: a",
+                                         "5 RegistryStorage: String token does not start with quote",
+                                         "5 EnvironmentStorage: Failed to parse multi string from ZuisTestBad value",
+                                         "1 EnvironmentStorage: Key: ZuisTestEmpty; value: ",
+                                         "1 EnvironmentStorage: Key: ZuisTest.Set; value: 12 %s",
+                                         "1 EnvironmentStorage: Key: ZuisTestList; value: \"a\",\"\""));
+    EXPECT_THAT((std::pair<int, int>{CONFIG_ERR_UNKNOWN, CONFIG_ERR_HASH_NO_MATCH}), Pair(4, 5));
 }
 
 } // namespace

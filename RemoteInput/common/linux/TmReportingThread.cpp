@@ -45,7 +45,6 @@ void TmReportingThread::stop()
     m_reportThread.join();
 }
 
-/// \return whether the period is over, or the thread is to end
 bool TmReportingThread::waitForProcessing()
 {
     std::unique_lock lock(m_waitMutex);
@@ -55,7 +54,8 @@ bool TmReportingThread::waitForProcessing()
         + std::chrono::duration_cast<std::chrono::system_clock::duration>(deadline - std::chrono::steady_clock::now());
 
     // stop() sets the flag before it takes the mutex, so its notification cannot fall between this test and the wait.
-    // Deliberately no loop around the wait: a wake-up before the time moves the report to the end of the next period.
+    // Deliberate: no loop around the wait, so a wake-up before the time moves the report to the end of the next period;
+    // and by the wall clock, so whoever sets it moves the report.
     if (m_run)
         m_cv.wait_until(lock, wallDeadline);
     return std::chrono::system_clock::now() >= wallDeadline || !m_run;

@@ -26,10 +26,13 @@ public:
     /// Returns after the collector's last period and its end of session were processed; at once when not started.
     void stop();
 
-private:
+    /// Waits for the end of the period. The thread's own. \return whether it is over, or the thread is to end
     bool waitForProcessing();
+
+    /// The body of the thread.
     void run();
 
+private:
     Collector& m_collector;
     std::thread m_reportThread;
     std::mutex m_waitMutex;

@@ -1,5 +1,6 @@
 #include "StreamSdk/helpers/input/ZuInputStream.h"
 
+#include <cxxabi.h>
 #include <exception>
 #include <memory>
 
@@ -25,13 +26,17 @@ constexpr uint32_t LOGGER_MAX_FILE_SIZE = 4'000'000;
 // The default sink. Lives as long as the library, since its address ends up in callers' records.
 const KeptInUse<TelemetrySenderNull> g_telemetrySenderNull;
 
-// Runs what a C caller asked for: no exception gets past it.
+// Runs what a C caller asked for: no exception gets past it but the one that ends a cancelled thread, which has to.
 template <class Result, class Function>
-Result guarded(const char* name, Result onException, Function function) noexcept
+Result guarded(const char* name, Result onException, Function function)
 {
     try
     {
         return function();
+    }
+    catch (const abi::__forced_unwind&)
+    {
+        throw;
     }
     catch (const std::exception& exception)
     {
@@ -45,7 +50,7 @@ Result guarded(const char* name, Result onException, Function function) noexcept
 }
 
 template <class Function>
-void guarded(const char* name, Function function) noexcept
+void guarded(const char* name, Function function)
 {
     guarded(name, 0,
             [&]
@@ -58,18 +63,6 @@ void guarded(const char* name, Function function) noexcept
 RemoteInputInjector* toInjector(ZuisHandle handle)
 {
     return static_cast<RemoteInputInjector*>(handle);
-}
-
-// For the functions that report a null handle at info level and forward silently, which is all but one of them.
-template <class Function>
-void forward(const char* name, ZuisHandle handle, Function function) noexcept
-{
-    if (!handle)
-    {
-        LOG_INFO(0x01010003, LOG_TAG, "%s(): Input stream is not initialized", name);
-        return;
-    }
-    guarded(name, [&] { function(*toInjector(handle)); });
 }
 
 ZuResult toZuResult(ZustResult result)
@@ -86,7 +79,8 @@ ZuResult toZuResult(ZustResult result)
     return RESULT_ERROR;
 }
 
-// Whatever happens here, creation goes on: a logger that failed never stops input.
+// Deliberate: at every call, also when the handle is missing or there already; whatever happens here, creation goes on,
+// since a logger that failed never stops input; and nothing undoes it when the handle is destroyed.
 void initializeStack()
 {
     if (ZuPlatformInitialize() != 0)
@@ -153,7 +147,7 @@ void inputStreamEventRaised(ZuisHandle, ZustConnection, ZustStreamConnection, Zu
                     LOG_INFO(0x0101000A, LOG_TAG, "Start Input stream.");
                 else if (event.eventType == ZUST_SC_STREAM_DISCONNECTED)
                     LOG_INFO(0x0101000B, LOG_TAG, "Stop Input stream.");
-                else if (event.eventType == ZUST_SC_LAST) // deliberate: no other value counts as unexpected
+                else if (event.eventType == ZUST_SC_LAST) // deliberate: no other value is reported as unexpected
                     LOG_ERROR(0x0101000C, LOG_TAG, "Unexpected event type '%d' in StreamEventRaised", event.eventType);
             });
 }
@@ -183,6 +177,7 @@ ZustResult createZustStream(ZustStream* stream, ZuisHandle* inputStreamHandle, Z
     callbacks.streamConfigUpdateRequested = streamConfigUpdateRequested;
     callbacks.onStreamConnecting = nullptr;
 
+    // Deliberate: also without a handle. A stream that fails leaves the handle to the caller.
     const ZustResult result = zustCreateStream("input_1", "Input Stream", 1, streamConfig.get(), &callbacks, stream);
     if (result != ZUST_R_SUCCESS)
         LOG_ERROR(0x0101000E, LOG_TAG, "Failed to create input stream, result: 0x%08x",
@@ -202,59 +197,72 @@ extern "C"
                        [&] { return createZustStream(stream, inputStreamHandle, config); });
     }
 
+    // Deliberate: the functions below report a null handle at info level and forward silently; but for
+    // zuisAllowMouseSettings, to which it is an error, and which logs success as well.
+
     ZUIS_EXPORT ZustResult zuisDestroyHandle(ZuisHandle* inputStreamHandle)
     {
-        forward("zuisDestroyHandle", inputStreamHandle ? *inputStreamHandle : nullptr,
-                [&](RemoteInputInjector& injector)
+        if (!inputStreamHandle || !*inputStreamHandle)
+        {
+            LOG_INFO(0x01010003, LOG_TAG, "zuisDestroyHandle(): Input stream is not initialized");
+            return ZUST_R_SUCCESS;
+        }
+        guarded("zuisDestroyHandle",
+                [&]
                 {
-                    delete &injector;
+                    delete toInjector(*inputStreamHandle);
                     *inputStreamHandle = nullptr;
                 });
         return ZUST_R_SUCCESS;
     }
 
-    // Deliberately unlike the others: a null handle is an error here, and success is logged.
     ZUIS_EXPORT void zuisAllowMouseSettings(ZuisHandle handle, bool allow)
     {
         if (!handle)
-        {
-            LOG_ERROR(0x0101000F, LOG_TAG, "zuisAllowMouseSettings(): Input stream is null!");
-            return;
-        }
+            return LOG_ERROR(0x0101000F, LOG_TAG, "zuisAllowMouseSettings(): Input stream is null!");
         LOG_INFO(0x01010010, LOG_TAG, "Allow mouse setting");
         guarded("zuisAllowMouseSettings", [&] { toInjector(handle)->AllowMouseSettings(allow); });
     }
 
     ZUIS_EXPORT void zuisBlockKeyCombination(ZuisHandle handle, uint32_t keyFlags, ZustKeyCode keyCode)
     {
-        forward("zuisBlockKeyCombination", handle,
-                [&](RemoteInputInjector& injector) { injector.BlockKeyCombination(keyFlags, keyCode); });
+        if (!handle)
+            return LOG_INFO(0x01010011, LOG_TAG, "zuisBlockKeyCombination(): Input stream is not initialized");
+        guarded("zuisBlockKeyCombination", [&] { toInjector(handle)->BlockKeyCombination(keyFlags, keyCode); });
     }
 
     ZUIS_EXPORT void zuisUnblockKeyCombination(ZuisHandle handle, uint32_t keyFlags, ZustKeyCode keyCode)
     {
-        forward("zuisUnblockKeyCombination", handle,
-                [&](RemoteInputInjector& injector) { injector.UnblockKeyCombination(keyFlags, keyCode); });
+        if (!handle)
+            return LOG_INFO(0x01010012, LOG_TAG, "zuisUnblockKeyCombination(): Input stream is not initialized");
+        guarded("zuisUnblockKeyCombination", [&] { toInjector(handle)->UnblockKeyCombination(keyFlags, keyCode); });
     }
 
     ZUIS_EXPORT void zuisUnblockAllKeyCombinations(ZuisHandle handle)
     {
-        forward("zuisUnblockAllKeyCombinations", handle,
-                [](RemoteInputInjector& injector) { injector.UnblockAllKeyCombinations(); });
+        if (!handle)
+            return LOG_INFO(0x01010013, LOG_TAG, "zuisUnblockAllKeyCombinations(): Input stream is not initialized");
+        guarded("zuisUnblockAllKeyCombinations", [&] { toInjector(handle)->UnblockAllKeyCombinations(); });
     }
 
     ZUIS_EXPORT void zuisPause(ZuisHandle handle, bool pause)
     {
-        forward("zuisPause", handle, [&](RemoteInputInjector& injector) { injector.Pause(pause); });
+        if (!handle)
+            return LOG_INFO(0x01010014, LOG_TAG, "zuisPause(): Input stream is not initialized");
+        guarded("zuisPause", [&] { toInjector(handle)->Pause(pause); });
     }
 
     ZUIS_EXPORT void zuisReset(ZuisHandle handle)
     {
-        forward("zuisReset", handle, [](RemoteInputInjector& injector) { injector.Reset(); });
+        if (!handle)
+            return LOG_INFO(0x01010015, LOG_TAG, "zuisReset(): Input stream is not initialized");
+        guarded("zuisReset", [&] { toInjector(handle)->Reset(); });
     }
 
     ZUIS_EXPORT void zuisTouchEnable(ZuisHandle handle, bool enable)
     {
-        forward("zuisTouchEnable", handle, [&](RemoteInputInjector& injector) { injector.EnableTouch(enable); });
+        if (!handle)
+            return LOG_INFO(0x01010016, LOG_TAG, "zuisTouchEnable(): Input stream is not initialized");
+        guarded("zuisTouchEnable", [&] { toInjector(handle)->EnableTouch(enable); });
     }
 }
