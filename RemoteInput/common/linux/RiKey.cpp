@@ -189,7 +189,7 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
     if (!m_bAltGrActivated)
         return;
 
-    if (keyState == ZUST_KEYSTATE_UP && isAltGrModifier(keyCode) && m_altGrModifierKeysToRestore.erase(keyCode))
+    if (keyState == ZUST_KEYSTATE_UP && m_altGrModifierKeysToRestore.erase(keyCode))
         LOG_INFO(0x03010004, LOG_TAG, "Cleared one of AltGr modifier key 0x%04x", static_cast<unsigned int>(keyCode));
 
     if (!isAltGrCombination(flags))
