@@ -207,58 +207,33 @@ TEST(SpacingStateTest, IntervalsFallIntoFourClasses)
     }
 }
 
-// Flavors by classes of 1, 2, 4 and 8 ms. The 2 ms rows of the last two do not ascend.
-TEST(SpacingStateTest, TablesAreThese)
+// Every flavor, class and stage: the queue length that it changes at, what is paced at there, and the aggregation's
+// thresholds. Some in plain sight, all in a sum, which a change to any of them changes.
+TEST(SpacingStateTest, TablesStayAsTheyAre)
 {
-    constexpr uint32_t OOR = 400;
-    constexpr State::Stages NEVER{OOR, OOR, OOR, OOR, OOR, OOR};
-    constexpr State::StageTable THRESHOLDS{{
-        {{{2, 11, 21, OOR, OOR, OOR}, {1, 6, 11, 16, OOR, OOR}, {1, 3, 5, 8, 10, OOR}, {1, 2, 3, 4, 5, OOR}}},
-        {{{2, 27, 37, OOR, OOR, OOR}, {1, 14, 19, 24, OOR, OOR}, {1, 7, 9, 12, 14, OOR}, {1, 4, 5, 6, 7, OOR}}},
-        {{NEVER, NEVER, NEVER, NEVER}},
-        {{{1, 9, 16, 24, 30, 34}, {1, 5, 9, 13, 27, 21}, {1, 3, 5, 7, 9, 11}, {1, 2, 3, 4, 5, 6}}},
-        {{{1, 9, 16, 24, 32, 36}, {1, 5, 9, 13, 27, 21}, {1, 3, 5, 7, 9, 11}, {1, 2, 3, 5, 7, 9}}},
-    }};
-    constexpr State::AggregationTable AGGREGATION{{
-        {{{45, 55}, {22, 32}, {12, 22}, {6, 16}}},
-        {{{61, 71}, {30, 40}, {16, 26}, {14, 24}}},
-        {{{OOR, OOR}, {OOR, OOR}, {OOR, OOR}, {OOR, OOR}}},
-        {{{45, 55}, {22, 32}, {12, 22}, {7, 17}}},
-        {{{55, 65}, {22, 32}, {12, 22}, {10, 20}}},
-    }};
-    // By stage; each class is a multiple of the first, but for what is cut off at 500 us or ends there.
-    constexpr uint32_t STEEP[4][6]{{1000, 750, 500, 500, 500, 500},
-                                   {2000, 1500, 1000, 500, 500, 500},
-                                   {4000, 3000, 2000, 1000, 500, 500},
-                                   {8000, 6000, 4000, 2000, 500, 500}};
-    constexpr uint32_t EVEN[4][6]{{1000, 900, 800, 700, 600, 500},
-                                  {2000, 1700, 1400, 1100, 800, 500},
-                                  {4000, 3300, 2600, 1900, 1200, 500},
-                                  {8000, 6500, 5000, 3500, 2000, 500}};
+    uint64_t sum = 0;
+    const auto add = [&](uint32_t value) { sum = sum * 1'000'003 + value; };
     for (int flavor = 0; flavor < State::FLAVORS; ++flavor)
         for (uint32_t bin = 0; bin < 4; ++bin)
             for (size_t stage = 0; stage < 6; ++stage)
             {
-                SCOPED_TRACE(testing::Message() << flavor << ' ' << bin << ' ' << stage);
                 Flavor runtime{true, flavor, true, 3, 3};
                 State state(runtime);
-                EXPECT_EQ(THRESHOLDS, state.speedUpThresholdTable());
-                EXPECT_EQ(AGGREGATION, state.aggregationThresholdTable());
-
-                std::string reached; // an empty queue reaches this stage and no further
+                add(state.speedUpThresholdTable()[static_cast<size_t>(flavor)][bin][stage]);
+                std::string reached; // by an empty queue: this stage and no further
                 for (size_t i = 0; i < 6; ++i)
                     reached += i <= stage ? "0 " : "1 ";
                 state.updateSpeedUpThresholds(reached, static_cast<int>(bin));
                 TmStats stats;
                 stats.samplingRate = 1000u << bin;
-                const uint32_t expected = flavor == 2  ? 1000u << bin
-                                          : flavor < 2 ? STEEP[bin][stage]
-                                                       : EVEN[bin][stage];
-                EXPECT_EQ(expected, state.samplingRateSpeedUpAdjusted(stats));
-                const auto& pair = AGGREGATION[static_cast<size_t>(flavor)][bin];
-                EXPECT_EQ(pair[0], state.context().aggregationThreshold);
-                EXPECT_EQ(pair[1], state.context().criticalThreshold);
+                add(state.samplingRateSpeedUpAdjusted(stats));
+                add(state.context().aggregationThreshold);
+                add(state.context().criticalThreshold);
             }
+    EXPECT_EQ(sum, 15814849823880449792u);
+    const State state;
+    EXPECT_EQ((State::Stages{1, 5, 9, 13, 27, 21}), state.speedUpThresholdTable()[3][1]) << "does not ascend";
+    EXPECT_EQ(state.speedUpThresholdTable()[3][1], state.speedUpThresholdTable()[4][1]);
 }
 
 TEST(SpacingStateTest, StagesRiseAndFallWithHysteresis)

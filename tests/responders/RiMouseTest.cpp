@@ -74,11 +74,6 @@ protected:
     std::unique_ptr<RiMouse> m_mouse;
 };
 
-int extensionIsPresent(_XDisplay*, int*, int*, int*, int*)
-{
-    return 1;
-}
-
 Mouse button(int16_t number, int16_t action)
 {
     return {.type = ZUST_ME_BUTTON, .data1 = number, .data2 = action};
@@ -412,23 +407,19 @@ TEST_F(RiMouseTest, WithoutADeviceEventsAreRefused)
 TEST_F(RiMouseTest, TheHostKnowsItByTheBackendsName)
 {
     fakestack::setLoader({[](const std::wstring&) { return dlopen(nullptr, RTLD_NOW); },
-                          [](void*, const std::string&) { return reinterpret_cast<void*>(extensionIsPresent); },
+                          [](void*, const std::string&)
+                          { return reinterpret_cast<void*>(+[](_XDisplay*, int*, int*, int*, int*) { return 1; }); },
                           [](void*) {}});
-    const struct
+    using Row = std::array<const char*, 3>;
+    for (const auto& [variable, value, name] :
+         {Row{"UNRELATED", "1", "RiMouse"}, Row{"VirtualEvDevImp", "2", "Virtual core XTEST pointer"},
+          Row{"AcInstanceId", "2147483647", "AndroidMouse"}})
     {
-        const char* variable;
-        const char* value;
-        const char* name;
-    } rows[] = {{"UNRELATED", "1", "RiMouse"},
-                {"VirtualEvDevImp", "2", "Virtual core XTEST pointer"},
-                {"AcInstanceId", "2147483647", "AndroidMouse"}};
-    for (const auto& row : rows)
-    {
-        setenv(row.variable, row.value, 1);
+        setenv(variable, value, 1);
         make();
-        EXPECT_EQ(m_mouse->GetDeviceName(), row.name);
+        EXPECT_EQ(m_mouse->GetDeviceName(), name);
         m_mouse.reset();
-        unsetenv(row.variable);
+        unsetenv(variable);
     }
 }
 
