@@ -19,7 +19,8 @@ constexpr uint32_t OOR = Spacing::OOR;
 constexpr Spacing::Stages NEVER{OOR, OOR, OOR, OOR, OOR, OOR};
 
 // Queue lengths at which the stages change: flavors by classes of 1, 2, 4 and 8 ms.
-// The 2 ms rows of the last two flavors end out of order on purpose: the stage rises to the last at 27 at the earliest.
+// Deliberate: the 2 ms rows of the last two flavors end out of order: the stage rises to the last at 27 at the
+// earliest.
 constexpr Spacing::StageTable SPEED_UP_THRESHOLDS{{
     {{{2, 11, 21, OOR, OOR, OOR}, {1, 6, 11, 16, OOR, OOR}, {1, 3, 5, 8, 10, OOR}, {1, 2, 3, 4, 5, OOR}}},
     {{{2, 27, 37, OOR, OOR, OOR}, {1, 14, 19, 24, OOR, OOR}, {1, 7, 9, 12, 14, OOR}, {1, 4, 5, 6, 7, OOR}}},
@@ -52,7 +53,8 @@ constexpr Spacing::AggregationTable AGGREGATION_THRESHOLDS{{
     {{{55, 65}, {22, 32}, {12, 22}, {10, 20}}},
 }};
 
-/// Intervals below the limit belong to the class and are taken as its interval, us. The last class keeps them.
+/// Intervals below the limit belong to the class and are taken as its interval, us. Deliberate: the last class keeps
+/// them.
 struct RateClass
 {
     uint32_t limit;
@@ -81,7 +83,7 @@ constexpr Section SECTIONS[]{
 
 } // namespace
 
-char* StrToLower(char* text)
+char* StrToLower(char* text) // deliberately ends at the end: see _readAndUpdateParams()
 {
     for (; *text != '\0'; ++text)
         *text = static_cast<char>(std::tolower(static_cast<unsigned char>(*text)));
@@ -162,6 +164,7 @@ MouseEventsSpacingState::MouseEventsSpacingState(VirtualDeviceApi::RuntimeFlavor
 
 [[gnu::hot]] void MouseEventsSpacingState::overheadCompAdaptive(int oversleep, int timeError, bool slept)
 {
+    // Deliberate: no bound, the two sides are not alike, and a wait without a sleep can only take away.
     constexpr TimeUnit STEP = 10'000;
     if (slept)
     {

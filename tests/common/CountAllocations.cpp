@@ -1,5 +1,6 @@
 #include "tests/common/CountAllocations.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -8,19 +9,28 @@
 namespace
 {
 thread_local int t_allocations = 0;
-}
+std::atomic<void*> newestBig{nullptr};
+} // namespace
 
 int allocationsOfThisThread()
 {
     return t_allocations;
 }
 
+void* newestBigBlock()
+{
+    return newestBig;
+}
+
 void* operator new(size_t size)
 {
     ++t_allocations;
-    if (void* memory = std::malloc(size != 0 ? size : 1))
-        return memory;
-    throw std::bad_alloc();
+    void* const memory = std::malloc(size != 0 ? size : 1);
+    if (!memory)
+        throw std::bad_alloc();
+    if (size >= BIG_BLOCK)
+        newestBig = memory;
+    return memory;
 }
 
 void operator delete(void* memory) noexcept

@@ -42,36 +42,42 @@ struct Report
     TimeUnit overshoot; // ns by which a sleep is too long
 };
 
-struct Outcome
-{
-    TimeUnit computed;
-    int sleep;
-    uint64_t spins;
-    TimeUnit waited;
-    TimeUnit behind;
-    TimeUnit compensation;
+/// Computed wait, ms of sleep, rounds of spinning, actual wait, lateness and compensation afterwards.
+using Outcome = std::array<TimeUnit, 6>;
 
-    bool operator==(const Outcome&) const = default;
+struct CountingCollector : RiTelemetry::Collector
+{
+    CountingCollector()
+        : Collector(0)
+    {
+    }
+    void setStatsEvent() override { ++statsEvents; }
+    int statsEvents = 0;
 };
-
-void PrintTo(const Outcome& o, std::ostream* out)
-{
-    *out << "{computed " << o.computed << ", sleep " << o.sleep << ", spins " << o.spins << ", waited " << o.waited
-         << ", behind " << o.behind << ", compensation " << o.compensation << "}";
-}
 
 Outcome applyTo(Spacing& spacing, const Report& report)
 {
-    RiTelemetry::Collector collector(0);
+    CountingCollector collector;
     TmStats stats;
     stats.samplingRate = report.samplingRate;
     stats.reportsInQueue = report.queue;
     stats.currentTime = StepClock::s_now - report.elapsed;
+    stats.timeSpaceAdded = 1;
     StepClock::s_overshoot = report.overshoot;
     spacing.apply(stats, collector, report.movement);
-    EXPECT_EQ(StepClock::s_now - StepClock::s_perReading - stats.currentTime, spacing.stats().timeCorrected);
-    return {spacing.stats().timeError, spacing.stats().sleep,        spacing.stats().fineTuneCounter,
-            stats.timeSpaceAdded,      spacing.context().timeBehind, spacing.context().sleepOverheadCompensation};
+    const State::Stats& seen = spacing.stats();
+    const bool waited = seen.timeError > 100'000;
+    EXPECT_EQ(StepClock::s_now - StepClock::s_perReading - stats.currentTime, seen.timeCorrected);
+    EXPECT_EQ(waited, collector.statsEvents == 1) << collector.statsEvents;
+    if (seen.fineTuneCounter == 0)
+    {
+        EXPECT_EQ(waited ? stats.timeSpaceAdded - seen.timeError : 0, seen.oversleep);
+    }
+    EXPECT_EQ(stats.samplingRate * 1000u, spacing.context().samplingRateDetected); // 32 bits
+    const auto spins = static_cast<TimeUnit>(seen.fineTuneCounter);
+    const State::Context& context = spacing.context();
+    return {seen.timeError,       seen.sleep,         spins,
+            stats.timeSpaceAdded, context.timeBehind, context.sleepOverheadCompensation};
 }
 
 } // namespace
@@ -91,6 +97,7 @@ TEST(SpacingTest, WaitsOfFreshObjects)
         {{"overslept", MOVE, 2000, 0, 0, 3'000'000}, {2'000'000, 1, 0, 4'000'000, 2'000'000, 910'000}},
         {{"0.1 ms is no wait", MOVE, 1000, 0, 900'000, 0}, {100'000, -1, 0, 0, 0, 900'000}},
         {{"a little more is", MOVE, 1000, 0, 899'000, 0}, {101'000, -1, 0, 0, -1'000, 900'000}},
+        {{"5 s, more than 32 bits of ns", MOVE, 5'000'000, 0, 8'000'000, 0}, {0, -1, 0, 0, 0, 900'000}},
         {{"button after 2 ms", BUTTON, 5000, 0, 2'000'000, 0}, {-1'500'000, -1, 0, 0, 0, 900'000}},
         {{"button after 0.4 ms", BUTTON, 1000, 0, 400'000, 0}, {100'000, -1, 0, 0, 0, 900'000}},
         // Before that it waits as a move would.
@@ -160,11 +167,11 @@ TEST(SpacingTest, ShiftBoundsLatenessAsItShortensSpins)
         Flavor flavor{true, 3, true, optimization, 1}; // the shift counts only when spins are shortened
         Spacing spacing(flavor);
         applyTo(spacing, {"late", MOVE, 8000, 0, 0, 5'000'000});
-        EXPECT_EQ(computed, applyTo(spacing, {"paying back", MOVE, 1000, 0, 100'000, 0}).computed);
+        EXPECT_EQ(computed, applyTo(spacing, {"paying back", MOVE, 1000, 0, 100'000, 0})[0]);
     }
 }
 
-TEST(SpacingTest, SleepOvershootIsLearnedInSteps)
+TEST(SpacingTest, SleepOvershootIsLearnedInStepsWithoutABound)
 {
     const std::tuple<int, int, bool, int> cases[] = {
         // oversleep, computed wait, slept, change
@@ -175,73 +182,82 @@ TEST(SpacingTest, SleepOvershootIsLearnedInSteps)
     for (const auto& [oversleep, computed, slept, change] : cases)
     {
         State state;
-        state.overheadCompAdaptive(oversleep, computed, slept);
-        EXPECT_EQ(900'000 + change, state.context().sleepOverheadCompensation) << oversleep << " " << computed;
+        for (int i = 0; i < 10'000; ++i)
+            state.overheadCompAdaptive(oversleep, computed, slept);
+        EXPECT_EQ(900'000 + 10'000 * change, state.context().sleepOverheadCompensation) << oversleep << " " << computed;
     }
 }
 
 TEST(SpacingStateTest, IntervalsFallIntoFourClasses)
 {
-    const std::array<uint32_t, 6> cases[] = {
-        // measured, interval, class, paced at, aggregation and critical threshold
-        {0, 1000, 0, 1000, 45, 55},    {1899, 1000, 0, 1000, 45, 55}, {1900, 2000, 1, 2000, 22, 32},
-        {3899, 2000, 1, 2000, 22, 32}, {3900, 4000, 2, 4000, 12, 22}, {6999, 4000, 2, 4000, 12, 22},
-        {7000, 7000, 3, 8000, 6, 16},  {8500, 8500, 3, 8000, 6, 16},
+    const std::array<uint32_t, 4> cases[] = {
+        // measured, interval, class, paced at
+        {0, 1000, 0, 1000},    {1899, 1000, 0, 1000}, {1900, 2000, 1, 2000}, {3899, 2000, 1, 2000},
+        {3900, 4000, 2, 4000}, {6999, 4000, 2, 4000}, {7000, 7000, 3, 8000}, {8500, 8500, 3, 8000},
     };
     State state;
+    EXPECT_EQ(45u, state.context().aggregationThreshold);
+    EXPECT_EQ(55u, state.context().criticalThreshold);
     for (const auto& expected : cases)
     {
         TmStats stats;
         stats.samplingRate = expected[0];
         const uint32_t paced = state.samplingRateSpeedUpAdjusted(stats);
-        const auto& context = state.context();
-        EXPECT_EQ(expected, (std::array{expected[0], stats.samplingRate, static_cast<uint32_t>(stats.srbin()), paced,
-                                        context.aggregationThreshold, context.criticalThreshold}));
+        EXPECT_EQ(expected, (std::array{expected[0], stats.samplingRate, static_cast<uint32_t>(stats.srbin()), paced}));
     }
+}
+
+// Every flavor, class and stage: the queue length that it changes at, what is paced at there, and the aggregation's
+// thresholds. Some in plain sight, all in a sum, which a change to any of them changes.
+TEST(SpacingStateTest, TablesStayAsTheyAre)
+{
+    uint64_t sum = 0;
+    const auto add = [&](uint32_t value) { sum = sum * 1'000'003 + value; };
+    for (int flavor = 0; flavor < State::FLAVORS; ++flavor)
+        for (uint32_t bin = 0; bin < 4; ++bin)
+            for (size_t stage = 0; stage < 6; ++stage)
+            {
+                Flavor runtime{true, flavor, true, 3, 3};
+                State state(runtime);
+                add(state.speedUpThresholdTable()[static_cast<size_t>(flavor)][bin][stage]);
+                std::string reached; // by an empty queue: this stage and no further
+                for (size_t i = 0; i < 6; ++i)
+                    reached += i <= stage ? "0 " : "1 ";
+                state.updateSpeedUpThresholds(reached, static_cast<int>(bin));
+                TmStats stats;
+                stats.samplingRate = 1000u << bin;
+                add(state.samplingRateSpeedUpAdjusted(stats));
+                add(state.context().aggregationThreshold);
+                add(state.context().criticalThreshold);
+            }
+    EXPECT_EQ(sum, 15814849823880449792u);
+    const State state;
+    EXPECT_EQ((State::Stages{1, 5, 9, 13, 27, 21}), state.speedUpThresholdTable()[3][1]) << "does not ascend";
+    EXPECT_EQ(state.speedUpThresholdTable()[3][1], state.speedUpThresholdTable()[4][1]);
 }
 
 TEST(SpacingStateTest, StagesRiseAndFallWithHysteresis)
 {
-    struct Case
-    {
-        int flavor;
-        uint32_t interval;
-        std::vector<std::array<uint32_t, 3>> walk; // queue length, stage, interval paced at
+    const std::pair<Flavor, std::vector<std::pair<uint32_t, uint32_t>>> walks[] = {
+        // queue length, stage
+        {{true, 0, true, 3, 3},
+         {{0, 0}, {2, 0}, {10, 0}, {11, 1}, {2, 1}, {1, 0}, {21, 2}, {399, 2}, {11, 2}, {10, 1}, {400, 5}, {20, 2}}},
+        // Thresholds 13, 27, 21 in the class of 2 ms: the last stage is reached at 27, and 21 plays no part.
+        {{true, 3, true, 3, 3}, {{20, 3}, {26, 3}, {27, 5}, {26, 4}, {21, 4}, {12, 3}, {0, 0}}},
     };
-    const Case cases[] = {
-        {0,
-         1000,
-         {{0, 0, 1000},
-          {2, 0, 1000},
-          {10, 0, 1000},
-          {11, 1, 750},
-          {2, 1, 750},
-          {1, 0, 1000},
-          {21, 2, 500},
-          {399, 2, 500},
-          {11, 2, 500},
-          {10, 1, 750},
-          {400, 5, 500},
-          {20, 2, 500}}},
-        // Thresholds 13, 27, 21: the last stage is reached at 27, and 21 plays no part.
-        {3,
-         2000,
-         {{20, 3, 1100}, {26, 3, 1100}, {27, 5, 500}, {26, 4, 800}, {21, 4, 800}, {12, 3, 1100}, {0, 0, 2000}}},
-        {2, 4000, {{399, 0, 4000}, {400, 5, 4000}}},
-    };
-    for (const Case& c : cases)
+    for (const auto& [runtime, walk] : walks)
     {
-        Flavor flavor{true, c.flavor, true, 3, 3};
+        Flavor flavor = runtime;
         State state(flavor);
         uint32_t before = 0;
-        for (const auto& [queue, stage, interval] : c.walk)
+        for (const auto& [queue, stage] : walk)
         {
             TmStats stats;
-            stats.samplingRate = c.interval;
+            stats.samplingRate = flavor.thresholdFlavor == 3 ? 2000 : 1000;
             stats.reportsInQueue = queue;
-            EXPECT_EQ(interval, state.samplingRateSpeedUpAdjusted(stats)) << c.flavor << " " << queue;
-            EXPECT_EQ(stage, static_cast<uint32_t>(state.context().speed.factor)) << c.flavor << " " << queue;
-            EXPECT_EQ(stage != before, state.context().speed.updated);
+            state.samplingRateSpeedUpAdjusted(stats);
+            EXPECT_EQ(stage, static_cast<uint32_t>(state.context().speed.factor)) << queue;
+            EXPECT_EQ(stage != before, state.context().speed.updated) << queue;
             before = stage;
         }
     }

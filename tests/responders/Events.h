@@ -13,6 +13,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -37,11 +38,11 @@ inline fakelibevdev::Event abs(unsigned int code, int value)
     return {EV_ABS, code, value};
 }
 
-/// All lines since the last call but those of the settings chain.
+/// All lines since the last call but those of the settings chain and of the fake shell.
 inline Lines takeLines()
 {
     static const std::set<std::string> SETTINGS{"SettingsManager", "SettingsStorage", "ConfigFileStorage",
-                                                "EnvironmentStorage"};
+                                                "EnvironmentStorage", "sh"};
     Lines lines = fakestack::takeLog();
     std::erase_if(lines, [](const fakestack::LogLine& line) { return SETTINGS.count(line.tag) != 0; });
     return lines;
@@ -134,16 +135,8 @@ inline std::ostream& operator<<(std::ostream& out, const RiRecord& record)
                << record.received << ", " << record.injected << "}";
 }
 
-struct PercentilesRecord
-{
-    std::string action;
-    uint32_t start;
-    uint32_t duration;
-    int64_t samples;
-    std::vector<std::pair<double, double>> percentiles;
-
-    bool operator==(const PercentilesRecord&) const = default;
-};
+/// Action, start and length of the window, s, samples, values by percentile.
+using PercentilesRecord = std::tuple<std::string, uint32_t, uint32_t, int64_t, std::vector<std::pair<double, double>>>;
 
 /// Keeps what it is sent. Any thread.
 class RecordingSender : public TelemetrySenderNull
@@ -152,8 +145,8 @@ public:
     bool PostKtPercentilesEvent(const KtPercentileData& data) const override
     {
         std::lock_guard lock(m_mutex);
-        m_percentiles.push_back(
-            {data.action, data.windowStartSeconds, data.windowDurationSeconds, data.sampleCount, data.percentiles});
+        m_percentiles.emplace_back(data.action, data.windowStartSeconds, data.windowDurationSeconds, data.sampleCount,
+                                   data.percentiles);
         return true;
     }
 
@@ -162,6 +155,9 @@ public:
         std::lock_guard lock(m_mutex);
         m_records.push_back({id, captured, sent, received, injected});
     }
+
+    /// While it is held, who posts waits.
+    std::unique_lock<std::mutex> hold() const { return std::unique_lock(m_mutex); }
 
     size_t count() const
     {

@@ -9,6 +9,7 @@
 #include <X11/extensions/XInput.h>
 
 #include "RemoteInput/common/linux/XServerLoss.h"
+#include "common/util/Log.h"
 
 namespace
 {
@@ -69,6 +70,7 @@ extern "C"
         if (!fakeDesktop().displayAvailable)
             return nullptr;
         ++openDisplays;
+        fakeDesktop().onDisplay("open");
         auto* const made = new FakeDisplay;
         made->screen.root = ROOT;
         made->visible.fd = -1;
@@ -79,6 +81,7 @@ extern "C"
     int XCloseDisplay(Display* display)
     {
         --openDisplays;
+        fakeDesktop().onDisplay("close");
         delete reinterpret_cast<FakeDisplay*>(display);
         return 0;
     }
@@ -138,6 +141,7 @@ extern "C"
     int system(const char* command)
     {
         fakeDesktop().commands.push_back(command);
-        return 256; // what a failing command gives
+        LOG_INFO(0, "sh", "%s", command); // among what the library logs
+        return 256;                       // what a failing command gives
     }
 }

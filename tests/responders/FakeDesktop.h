@@ -3,6 +3,7 @@
 
 #include "RemoteInput/common/linux/ScopedDisplay.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -24,7 +25,8 @@ struct FakeDesktop
     std::optional<Pair> cursor{{0, 0}}; ///< none = the query fails; so below
     std::optional<Pair> screen{{32768, 32768}};
     std::vector<InputDevice> inputDevices;
-    int emptyListings = 0; ///< before the devices are listed
+    int emptyListings = 0;                                           ///< before the devices are listed
+    std::function<void(const char*)> onDisplay = [](const char*) {}; ///< told of "open" and "close"
 
     // seen
     int pointerQueries = 0;

@@ -43,6 +43,7 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
         {3 * LOOK, {{1000, 1}}, {0, 0}, {-1000, -1}, 4, 1, ADJUSTED "1000 - 1000 = 0, 0 - 1 = -1"}, // new target
         {5 * LOOK, {{0, 0}}, {0, 65}, {0, 0}, 5, 1},                                                // already there
         {7 * LOOK, none, {65535, 0}, {1000, 0}, 6, 1, "getCursorPos failed in adjust"},
+        {8 * LOOK, {{7, 7}}, {65535, 0}, {0, 0}, 6, 1},                       // that was a look all the same
         {7 * LOOK, {{7, 7}}, {-7, 70000}, {-7, 70000}, 6, 1, nullptr, false}, // a relative move
         {7 * LOOK, {{400, 300}}, {65535, 65535}, {600, 200}, 7, 1},           // starts from the cursor
         {7 * LOOK + 1, {{1000, 500}}, {65535, 65535}, {0, 0}, 8, 1},          // and looks again
@@ -51,6 +52,7 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
         {MEASURE, {{0, 0}}, {65535, 0}, {1000, 0}, 10, 1, nullptr, true, wide},
         {MEASURE + 1, {{0, 0}}, {65535, 0}, {1000, 0}, 10, 2, nullptr, true, wide},
         {2 * MEASURE + 2, {{2000, 0}}, {65535, 131}, {0, 0}, 11, 3, nullptr, true, none}, // keeps the size
+        {3 * MEASURE + 2, {{2000, 0}}, {65535, 0}, {0, 0}, 12, 3},                        // and that was a measurement
     };
 
     fakestack::reset();
@@ -76,7 +78,7 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
 
     long dx = 1;
     long dy = 2;
-    EXPECT_FALSE(MouseConverterBase().convertMovement(dx, dy, 0, true));
+    EXPECT_FALSE(converter.MouseConverterBase::convertMovement(dx, dy, 0, true));
     EXPECT_EQ(dx, 1);
 }
 

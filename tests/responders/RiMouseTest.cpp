@@ -10,7 +10,7 @@
 #include <libevdev/libevdev-uinput.h>
 
 #include "RemoteInput/common/ReportTimer.h"
-#include "RemoteInput/common/RiTelemetryDefs.h"
+#include "RemoteInput/common/RiReporting.h"
 #include "tests/common/CountAllocations.h"
 #include "tests/responders/Events.h"
 #include "tests/responders/FakeDesktop.h"
@@ -21,6 +21,7 @@ using steppedclock::MS;
 using steppedclock::SECOND;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
 namespace
 {
@@ -58,14 +59,20 @@ protected:
         return fakelibevdev::takeEvents("RiMouse");
     }
 
+    /// Waits until the device has had so many reports.
+    static void waitForReports(size_t count)
+    {
+        const auto injected = [&]
+        {
+            const Events events = fakelibevdev::device("RiMouse").events;
+            return static_cast<size_t>(std::count(events.begin(), events.end(), SYN)) >= count;
+        };
+        EXPECT_TRUE(steppedclock::waitUntil(injected));
+    }
+
     RecordingSender m_sender;
     std::unique_ptr<RiMouse> m_mouse;
 };
-
-int extensionIsPresent(_XDisplay*, int*, int*, int*, int*)
-{
-    return 1;
-}
 
 Mouse button(int16_t number, int16_t action)
 {
@@ -81,6 +88,8 @@ Mouse wheel(int16_t vertical, int16_t horizontal = 0)
 
 TEST_F(RiMouseTest, DescribesAMouse)
 {
+    std::vector<std::pair<std::string, int>> displays;
+    fakeDesktop().onDisplay = [&](const char* what) { displays.emplace_back(what, fakelibevdev::liveDevices()); };
     make();
     const fakelibevdev::Device device = fakelibevdev::device("RiMouse");
     const std::vector<fakelibevdev::Enabled> expected{
@@ -89,29 +98,52 @@ TEST_F(RiMouseTest, DescribesAMouse)
     EXPECT_EQ(device.enabled, expected);
     EXPECT_EQ(device.fd, LIBEVDEV_UINPUT_OPEN_MANAGED);
     EXPECT_THAT((std::vector{device.vendor, device.product, device.bustype, device.version}), ElementsAre(0, 0, 0, 0));
+    m_mouse.reset();
+    EXPECT_THAT(displays, ElementsAre(Pair("open", 0), Pair("close", 1))); // before the device, both times
 }
 
-TEST_F(RiMouseTest, EventsBecomeReports)
+TEST_F(RiMouseTest, EventsBecomeReportsAndAccumulateInRecords)
 {
     make();
-    const std::pair<Mouse, Events> rows[] = {
-        {{.x = 5, .y = -3}, {rel(REL_X, 5), rel(REL_Y, -3), SYN}},
-        {{.y = 7}, {rel(REL_Y, 7), SYN}},
-        {{.x = -32768, .data1 = 100, .data2 = 100}, {rel(REL_X, -32768), SYN}},
-        {{}, {SYN}},
-        {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}},
-        {button(ZUST_MB_MIDDLE, PRESSED), {key(BTN_MIDDLE, 1), SYN}},
-        {button(ZUST_MB_RIGHT, PRESSED), {key(BTN_RIGHT, 1), SYN}},
-        {button(ZUST_MB_EXTRA1, PRESSED), {key(BTN_SIDE, 1), SYN}},
-        {button(ZUST_MB_EXTRA2, PRESSED), {key(BTN_EXTRA, 1), SYN}},
-        {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}}, // again
-        {button(ZUST_MB_LEFT, 1), {key(BTN_LEFT, 0), SYN}},
-        {button(ZUST_MB_MIDDLE, 0), {key(BTN_MIDDLE, 0), SYN}},
-        {button(ZUST_MB_RIGHT, 3), {key(BTN_RIGHT, 0), SYN}},
-        {button(ZUST_MB_EXTRA1, -1), {key(BTN_SIDE, 0), SYN}},
+    const InputTimeStats stats{.clientCapture = 9, .clientSent = 20, .netPacket = -1999, .riCommand = 4};
+    struct Row
+    {
+        Mouse mouse;
+        Events expected;
+        uint32_t kind;
     };
-    for (const auto& [mouse, expected] : rows)
-        EXPECT_EQ(inject(mouse), expected);
+    const Row rows[] = {
+        {wheel(120), {rel(REL_WHEEL, 1), SYN}, 0x1000000}, // a wheel has no kind of its own
+        {wheel(-1), {rel(REL_WHEEL, -1), SYN}, 0},
+        {wheel(0), {rel(REL_WHEEL, 1), SYN}, 0},
+        {wheel(0, -120), {rel(REL_WHEEL, 1), SYN}, 0},
+        {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}, 0x4},
+        {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}, 0}, // again
+        {{.x = 5, .y = -3}, {rel(REL_X, 5), rel(REL_Y, -3), SYN}, 0x2},
+        {button(ZUST_MB_LEFT, 1), {key(BTN_LEFT, 0), SYN}, 0x8},
+        {button(ZUST_MB_LEFT, 1), {key(BTN_LEFT, 0), SYN}, 0}, // again
+        {{.y = 7}, {rel(REL_Y, 7), SYN}, 0},
+        {button(ZUST_MB_MIDDLE, PRESSED), {key(BTN_MIDDLE, 1), SYN}, 0x80},
+        {button(ZUST_MB_MIDDLE, 0), {key(BTN_MIDDLE, 0), SYN}, 0x100},
+        {button(ZUST_MB_RIGHT, PRESSED), {key(BTN_RIGHT, 1), SYN}, 0x10},
+        {button(ZUST_MB_RIGHT, 3), {key(BTN_RIGHT, 0), SYN}, 0x20},
+        {button(ZUST_MB_EXTRA1, PRESSED), {key(BTN_SIDE, 1), SYN}, 0x200},
+        {button(ZUST_MB_EXTRA1, -1), {key(BTN_SIDE, 0), SYN}, 0x400},
+        {button(ZUST_MB_EXTRA2, PRESSED), {key(BTN_EXTRA, 1), SYN}, 0x800},
+        {button(ZUST_MB_EXTRA2, 0), {key(BTN_EXTRA, 0), SYN}, 0x1000},
+        {{.flags = ZUST_MF_ABSCOORDS}, {SYN}, 0x1}, // the cursor is there already
+        {{.x = -32768, .data1 = 100, .data2 = 100}, {rel(REL_X, -32768), SYN}, 0},
+    };
+    uint32_t id = 0;
+    uint64_t captured = 100;
+    for (Row row : rows)
+    {
+        row.mouse.captured = ++captured;
+        id |= row.kind;
+        EXPECT_EQ(inject(row.mouse, stats), row.expected);
+        EXPECT_THAT(m_sender.takeRecords(),
+                    ElementsAre(RiRecord{id, static_cast<long>(captured), 20, -1, steppedclock::freeze() / 1000}));
+    }
 
     for (const int16_t number : {-1, 0, 6, 272})
         EXPECT_FALSE(send(mouseEvent(button(number, PRESSED))));
@@ -121,15 +153,7 @@ TEST_F(RiMouseTest, EventsBecomeReports)
     EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(RiMouseTest, WheelTurnsOneStepByItsSign)
-{
-    make();
-    const std::pair<Mouse, int> rows[] = {{wheel(120), 1}, {wheel(-1), -1}, {wheel(0), 1}, {wheel(0, -120), 1}};
-    for (const auto& [mouse, step] : rows)
-        EXPECT_EQ(inject(mouse), (Events{rel(REL_WHEEL, step), SYN}));
-}
-
-// On a screen of 32768 pixels, which shows half of a normalised position.
+// On a screen whose width tells neighbouring values of interest apart.
 TEST_F(RiMouseTest, AbsolutePositionsAreNormalised)
 {
     struct Row
@@ -139,26 +163,89 @@ TEST_F(RiMouseTest, AbsolutePositionsAreNormalised)
         int expected;
     };
     constexpr Row rows[] = {
-        {1920, 960, 16384},  {1920, 0, 0},      {1920, 1919, 32751}, // 65502
-        {1920, 1920, 32768},                                         // 65536, clamped
-        {1920, 3000, 32768}, {1920, -1, 32768},                      // 65535 before scaling
-        {0, 1000, 500},      {0, -1, 32768},                         // unscaled
-        {3, 2, 21845},                                               // 43691
-        {-1, -1, 32768},     {1, 32767, 32768}, {1, -32768, 0},      // 2^31: counts as negative
+        {1920, 960, 16378},  {1920, 0, 0},      {1920, 1919, 32739}, // 65502
+        {1920, 1920, 32756},                                         // 65536, clamped
+        {1920, 3000, 32756}, {1920, -1, 32756},                      // 65535 before scaling
+        {0, 1000, 499},      {0, -1, 32756},                         // unscaled
+        {3, 2, 21837},                                               // 43691
+        {117, 106, 29676},   {119, 110, 30279}, // 59374.5 and 60579.5 in single precision, to the even neighbour
+        {-1, -1, 32756},     {1, 32767, 32756}, {1, -32768, 0}, // 2^31: counts as negative
         {1, -1, 0},
     };
+    fakeDesktop().screen = {32756, 32768};
+    fakeDesktop().cursor = {100, 200};
     make();
+    const Mouse middle{.flags = ZUST_MF_ABSCOORDS, .x = 1, .y = 1, .data1 = 2, .data2 = 2};
+    // Nothing was injected yet, so the screen is not known.
+    EXPECT_EQ(inject(middle), (Events{rel(REL_X, -100), rel(REL_Y, -200), SYN}));
+    fakeDesktop().cursor = {0, 0};
     for (const Row& row : rows)
     {
         SCOPED_TRACE(testing::Message() << row.size << ' ' << row.position);
-        inject({}); // lets the next one start from the cursor at (0, 0)
-        const auto size = static_cast<int16_t>(row.size);
-        const auto position = static_cast<int16_t>(row.position);
-        Events expected;
-        if (row.expected != 0)
-            expected.push_back(rel(REL_X, row.expected));
-        expected.insert(expected.end(), {rel(REL_Y, 16384), SYN});
-        EXPECT_EQ(inject({.flags = ZUST_MF_ABSCOORDS, .x = position, .y = 1, .data1 = size, .data2 = 2}), expected);
+        inject({}); // lets the next one start from the cursor
+        Mouse mouse = middle;
+        mouse.data1 = static_cast<int16_t>(row.size);
+        mouse.x = static_cast<int16_t>(row.position);
+        Events expected{rel(REL_X, row.expected), rel(REL_Y, 16384), SYN};
+        if (row.expected == 0)
+            expected.erase(expected.begin());
+        EXPECT_EQ(inject(mouse), expected);
+    }
+}
+
+// What the waits add up to tells which interval is paced at; the collector, which never reports by itself, what it was
+// fed with.
+TEST_F(RiMouseTest, PacesByTheClientsIntervalAndTheQueue)
+{
+    struct Row
+    {
+        const char* name;
+        ZustMouseEventType type;
+        size_t reports;
+        bool burst;
+        int64_t perReading;
+        std::vector<int> intervals; // us, in turn
+        int64_t elapsed;            // us
+    };
+    const Row rows[] = {
+        {"moves", ZUST_ME_MOUSE_MOVE, 400, false, 1000, {4000, 4000, 8300, 450, 500, 8700, 1500}, 459654},
+        {"wheel", ZUST_ME_MOUSE_WHEEL, 20, false, 450'000, {1000}, 27900},
+        {"moves a while later", ZUST_ME_MOUSE_MOVE, 20, false, 450'000, {1000}, 36900},
+        {"burst", ZUST_ME_MOUSE_MOVE, 40, true, 1000, {1000}, 19207},
+    };
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.name);
+        make();
+        Mouse mouse{.type = row.type, .x = 1, .vWheel = 1};
+        const int64_t start = steppedclock::step(SECOND);
+        steppedclock::stepAtEachReading(row.perReading);
+        std::unique_lock<std::mutex> heldAtTheFirstRecord;
+        if (row.burst)
+            heldAtTheFirstRecord = m_sender.hold();
+        for (size_t i = 0; i <= row.reports; ++i)
+        {
+            const bool collected = i != row.reports;
+            send(mouseEvent(mouse), {.netPacket = collected ? start : 0, .riCommand = start + 1'234'567});
+            mouse.captured += static_cast<uint64_t>(row.intervals[i % row.intervals.size()]);
+            if (i == 0 || !row.burst)
+                waitForReports(i + 1);
+        }
+        heldAtTheFirstRecord = {};
+        waitForReports(row.reports + 1);
+        static_cast<FifoCollector*>(newestBigBlock())->processPeriod();
+        m_mouse.reset();
+        steppedclock::stepAtEachReading(0);
+        EXPECT_EQ(steppedclock::step(0) / 1000 - m_sender.takeRecords()[0].injected, row.elapsed);
+        const auto percentiles = m_sender.takePercentiles();
+        if (!row.burst)
+            continue;
+        const std::vector<PercentilesRecord> expected{
+            {"MouseServerLatencyUs", 0, 60, 40, {{50, 7600}, {90, 15450}, {95, 16750}, {99, 18300}}},
+            {"MousePipelineLatencyUs", 0, 60, 40, {{50, 50}, {90, 100}, {95, 100}, {99, 100}}},
+            {"MouseEnetQueueTimeUs", 0, 60, 40, {{50, 1230}, {90, 1230}, {95, 1230}, {99, 1230}}},
+            {"MouseQueueSize", 0, 60, 40, {{50, 19}, {90, 35}, {95, 37}, {99, 39}, {100, 39}}}};
+        EXPECT_EQ(percentiles, expected);
     }
 }
 
@@ -177,54 +264,19 @@ TEST_F(RiMouseTest, AServerThatGoesAwayEndsNothing)
     m_mouse.reset();
 }
 
-TEST_F(RiMouseTest, RecordsAccumulateEventKinds)
-{
-    make();
-    const InputTimeStats stats{.clientCapture = 9, .clientSent = 20, .netPacket = -1999, .riCommand = 4};
-    uint32_t id = MOUSE_GENERIC;
-    const std::pair<Mouse, uint32_t> rows[] = {
-        {wheel(1), MOUSE_GENERIC}, // of its own kind there is none
-        {button(ZUST_MB_LEFT, PRESSED), MOUSE_LEFT_BUTTON_DOWN},
-        {button(ZUST_MB_LEFT, 0), MOUSE_LEFT_BUTTON_UP},
-        {{.x = 1}, MOUSE_MOVE_REL},
-        {button(ZUST_MB_MIDDLE, PRESSED), MOUSE_MIDDLE_BUTTON_DOWN},
-        {button(ZUST_MB_MIDDLE, 0), MOUSE_MIDDLE_BUTTON_UP},
-        {button(ZUST_MB_RIGHT, PRESSED), MOUSE_RIGHT_BUTTON_DOWN},
-        {button(ZUST_MB_RIGHT, 0), MOUSE_RIGHT_BUTTON_UP},
-        {button(ZUST_MB_EXTRA1, PRESSED), MOUSE_EXTRA1_BUTTON_DOWN},
-        {button(ZUST_MB_EXTRA1, 0), MOUSE_EXTRA1_BUTTON_UP},
-        {button(ZUST_MB_EXTRA2, PRESSED), MOUSE_EXTRA2_BUTTON_DOWN},
-        {button(ZUST_MB_EXTRA2, 0), MOUSE_EXTRA2_BUTTON_UP},
-        {{.flags = ZUST_MF_ABSCOORDS}, MOUSE_MOVE_ABS},
-        {{}, MOUSE_GENERIC},
-    };
-    long captured = 100;
-    for (const auto& [mouse, kind] : rows)
-    {
-        Mouse timed = mouse;
-        timed.captured = static_cast<uint64_t>(++captured);
-        id |= kind;
-        inject(timed, stats);
-        EXPECT_THAT(m_sender.takeRecords(), ElementsAre(RiRecord{id, captured, 20, -1, steppedclock::freeze() / 1000}));
-    }
-    EXPECT_EQ(id, 0x1001FBFu); // all but the scroll bit
-}
-
 TEST_F(RiMouseTest, RecordsAreThrottledWithThoseOfOthers)
 {
     make();
-    const auto injected = [&](size_t reports)
-    { return steppedclock::waitUntil([&] { return fakelibevdev::device("RiMouse").events.size() == reports; }); };
     const int64_t now = steppedclock::step(SECOND);
     EXPECT_TRUE(send(mouseEvent({.captured = 0}))); // of an unknown time
-    EXPECT_TRUE(injected(1));
+    waitForReports(1);
     m_mouse.reset();                             // waits for the report to end
     EXPECT_TRUE(ReportTimer::shouldReport(now)); // not asked before
 
     make();
     steppedclock::step(99 * MS);
     EXPECT_TRUE(send(mouseEvent({})));
-    EXPECT_TRUE(injected(1));
+    waitForReports(1);
     m_mouse.reset();
     EXPECT_THAT(m_sender.takeRecords(), IsEmpty());
 }
@@ -308,23 +360,29 @@ TEST_F(RiMouseTest, StoppingDropsWhatIsQueued)
     EXPECT_EQ(fakelibevdev::device("RiMouse").events.size() % 2, 0u); // whole reports
 }
 
-TEST_F(RiMouseTest, WithoutADisplayEventsAreQueuedForNobody)
+TEST_F(RiMouseTest, HasAThreadOnlyWithADisplay)
 {
     const auto threads = []
     {
         using Tasks = std::filesystem::directory_iterator;
         return std::distance(Tasks("/proc/self/task"), Tasks());
     };
+    // One that has been joined may still be going.
+    ASSERT_TRUE(steppedclock::waitUntil([&] { return threads() == 1; }));
     fakeDesktop().displayAvailable = false;
-    const auto before = threads();
     make();
-    EXPECT_LE(threads(), before); // one that has been joined may still go
-    EXPECT_TRUE(send(mouseEvent(button(ZUST_MB_LEFT, PRESSED))));
+    EXPECT_EQ(threads(), 1);
+    EXPECT_TRUE(send(mouseEvent(button(ZUST_MB_LEFT, PRESSED)))); // queued, for nobody
     EXPECT_FALSE(send(mouseEvent(button(ZUST_MB_NONE, PRESSED))));
     EXPECT_TRUE(m_mouse->resetState());
     m_mouse.reset();
     EXPECT_THAT(fakelibevdev::device("RiMouse").events, IsEmpty());
     EXPECT_THAT(takeLines(), IsEmpty());
+
+    fakeDesktop().displayAvailable = true;
+    make();
+    inject({});
+    EXPECT_EQ(threads(), 2); // none for the collector
 }
 
 TEST_F(RiMouseTest, WithoutADeviceEventsAreRefused)
@@ -349,31 +407,24 @@ TEST_F(RiMouseTest, WithoutADeviceEventsAreRefused)
 TEST_F(RiMouseTest, TheHostKnowsItByTheBackendsName)
 {
     fakestack::setLoader({[](const std::wstring&) { return dlopen(nullptr, RTLD_NOW); },
-                          [](void*, const std::string&) { return reinterpret_cast<void*>(extensionIsPresent); },
+                          [](void*, const std::string&)
+                          { return reinterpret_cast<void*>(+[](_XDisplay*, int*, int*, int*, int*) { return 1; }); },
                           [](void*) {}});
-    const struct
+    using Row = std::array<const char*, 3>;
+    for (const auto& [variable, value, name] :
+         {Row{"UNRELATED", "1", "RiMouse"}, Row{"VirtualEvDevImp", "2", "Virtual core XTEST pointer"},
+          Row{"AcInstanceId", "2147483647", "AndroidMouse"}})
     {
-        const char* variable;
-        const char* value;
-        const char* name;
-    } rows[] = {{"UNRELATED", "1", "RiMouse"},
-                {"VirtualEvDevImp", "2", "Virtual core XTEST pointer"},
-                {"AcInstanceId", "2147483647", "AndroidMouse"}};
-    for (const auto& row : rows)
-    {
-        setenv(row.variable, row.value, 1);
+        setenv(variable, value, 1);
         make();
-        EXPECT_EQ(m_mouse->GetDeviceName(), row.name);
+        EXPECT_EQ(m_mouse->GetDeviceName(), name);
         m_mouse.reset();
-        unsetenv(row.variable);
+        unsetenv(variable);
     }
 }
 
 TEST_F(RiMouseTest, ReportsPercentiles)
 {
-    using Names = std::vector<const char*>;
-    const Names mouse{"MouseServerLatencyUs", "MousePipelineLatencyUs", "MouseEnetQueueTimeUs", "MouseQueueSize"};
-    const Names hid{"HidServerLatencyUs", "", "HidEnetQueueTimeUs", "HidQueueSize"};
     fakeDesktop().displayAvailable = false;
     make();
     FifoTimings timings({50, 99}, {50}, {90}, {100}, {50});
@@ -388,26 +439,25 @@ TEST_F(RiMouseTest, ReportsPercentiles)
     timings.pipelineLatency.numSamples = 2;
     timings.enetQueueTime.numSamples = 3;
     timings.queueSize.numSamples = 5'000'000'000;
-    const auto expect = [&](const Names& names, uint32_t start, uint32_t duration, size_t without = 4)
+    const auto expect = [&](std::vector<const char*> names, uint32_t start, uint32_t duration)
     {
         std::vector<PercentilesRecord> expected{{names[0], start, duration, 0, {{50, 150}, {99, 2147483647}}},
                                                 {names[1], start, duration, 2, {{50, 0}}},
                                                 {names[2], start, duration, 3, {{90, 0}}},
                                                 {names[3], start, duration, 5'000'000'000, {{100, 0}}}};
-        if (without < expected.size())
-            expected.erase(expected.begin() + static_cast<long>(without));
+        std::erase_if(expected, [](const PercentilesRecord& record) { return std::get<0>(record) == "none"; });
         EXPECT_EQ(m_sender.takePercentiles(), expected);
     };
     m_mouse->reportTimings(3, 60, MOUSE, timings);
-    expect(mouse, 180, 60);
+    expect({"MouseServerLatencyUs", "MousePipelineLatencyUs", "MouseEnetQueueTimeUs", "MouseQueueSize"}, 180, 60);
     m_mouse->reportTimings(0, 60, HID, timings);
-    expect(hid, 0, 60);
+    expect({"HidServerLatencyUs", "", "HidEnetQueueTimeUs", "HidQueueSize"}, 0, 60);
     m_mouse->reportTimings(1, 5, GAMEPAD, timings);
     expect({"", "", "", ""}, 5, 5);
     m_mouse->reportSessionTimings(MOUSE, timings);
-    expect(mouse, 0, 0);
+    expect({"MouseServerLatencyUs", "MousePipelineLatencyUs", "MouseEnetQueueTimeUs", "MouseQueueSize"}, 0, 0);
     m_mouse->reportSessionTimings(HID, timings);
-    expect(hid, 0, 0, 1); // no pipeline latency
+    expect({"HidServerLatencyUs", "none", "HidEnetQueueTimeUs", "HidQueueSize"}, 0, 0);
     m_mouse->reportSessionTimings(HID_SLOT, timings);
     EXPECT_THAT(m_sender.takePercentiles(), IsEmpty());
 }

@@ -15,6 +15,7 @@ struct KeyCodeConversion
     uint32_t nativeCode;
 };
 
+// Deliberate: SHIFT, CONTROL, ALT and META become the left key of the host, and stay keys of their own for the client.
 // Every row is written out: evdev's letters, upper function keys and keypad digits are not contiguous.
 constexpr std::array<KeyCodeConversion, 121> g_keyConversionTable{{
     {ZUST_KEY_A, KEY_A},

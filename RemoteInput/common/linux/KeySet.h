@@ -34,9 +34,12 @@ public:
         return (before & bitOf(keyCode)) == 0;
     }
 
+    /// \param keyCode any: a client may release what the set cannot hold
     /// \return whether the key was taken out, false when it was not there
     bool erase(ZustKeyCode keyCode)
     {
+        if (static_cast<uint32_t>(keyCode) >= ZUST_KEY_MAX)
+            return false;
         Word& word = wordOf(keyCode);
         const uint64_t before = word.load(std::memory_order_relaxed);
         word.store(before & ~bitOf(keyCode), std::memory_order_relaxed);

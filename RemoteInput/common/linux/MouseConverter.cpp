@@ -47,8 +47,8 @@ void MouseConverter::convertToRelative(long& dx, long& dy, long now)
     {
         m_hasPrevCoord = true;
         if (!getCursorPos(m_prevCoord))
-            rxDiag->warning << "getCursorPos failed";
-        m_lastAdjustment = 0;
+            rxDiag->warning << "getCursorPos failed"; // deliberate: from the last target then
+        m_lastAdjustment = 0;                         // deliberate, not now: the next move looks again
     }
     else
         step = adjust(now);
@@ -79,6 +79,7 @@ MouseConverter::Vector MouseConverter::adjust(long now)
 {
     if (!needsAdjustment(now))
         return {};
+    // Deliberate: before the look, so that one that fails counts as well.
     m_lastAdjustment = now;
 
     Vector cursor;
@@ -101,6 +102,7 @@ void MouseConverter::updateScreenDimensions(long now)
 {
     if (now - m_lastScreenDimensionTime <= SCREEN_DIMENSION_INTERVAL)
         return;
+    // Deliberate: a failed reading counts as well, and with the 0 of a first move none is due: the target is (0, 0).
     m_lastScreenDimensionTime = now;
 
     const ScopedXCalls calls(m_display);

@@ -11,17 +11,18 @@ struct _XDisplay; // Xlib's Display
 class MouseConverterBase
 {
 public:
-    virtual ~MouseConverterBase() = default;
-
     /// The base rewrites nothing. \return false
     virtual bool convertMovement(long&, long&, long, bool) { return false; }
+
+protected:
+    ~MouseConverterBase() = default; // nothing is deleted through it
 };
 
 /// Turns absolute client positions into relative steps, because the virtual mouse only moves relatively.
 ///
 /// Remembers the last target and now and then compares it with the real cursor, so that drift cannot grow.
 /// Used by the injection thread only. Borrows the display, which must outlive the converter.
-class MouseConverter : public MouseConverterBase
+class MouseConverter final : public MouseConverterBase
 {
 public:
     struct Vector

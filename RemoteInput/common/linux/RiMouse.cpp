@@ -66,7 +66,8 @@ uint32_t getButtonRiEventId(unsigned int code, bool down)
     return 0;
 }
 
-// Scales a client coordinate into 0..65535. The numerator is 65536; the clamp absorbs it at the right and bottom edge.
+// Scales a client coordinate into 0..65535. Deliberate: the numerator is 65536, in single precision and to the even
+// neighbour; the clamp absorbs it at the right and bottom edge. Without a size the coordinate stays as it is.
 int calcNormalizedAbsCoord(uint16_t screenSize, uint16_t screenCoord)
 {
     if (screenSize == 0)
@@ -110,7 +111,7 @@ bool toButton(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
             continue;
         report.type = EV_KEY;
         report.code = button.code;
-        report.data1 = event.data2 == BUTTON_PRESSED ? 1 : 0;
+        report.data1 = event.data2 == BUTTON_PRESSED ? 1 : 0; // deliberate: anything else releases
         return true;
     }
     return false;
@@ -177,7 +178,7 @@ void RiMouse::Fifo::SpareBlock::do_deallocate(void* block, size_t bytes, size_t)
     while (m_queue.empty() && !exitSignaled)
         m_dataAvailable.wait(lock.native());
     if (exitSignaled)
-        return false;
+        return false; // deliberate: before what is queued, which is dropped
     report = m_queue.front();
     m_queue.pop();
     return true;
@@ -264,7 +265,7 @@ struct RiMouse::Injection
     RunningAverage<7> mouseSamplingRateMaxLimit{1000, 500, 8500};
     RunningAverage<7> mouseSamplingRate{1000, 500, 500, &mouseSamplingRateMaxLimit};
     MouseEventsSpacing mouseEventsSpacing;
-    // Never started: it accumulates and does not report.
+    // Deliberately never started: it accumulates and does not report.
     const std::unique_ptr<RiTelemetry::FifoCollector> fifoCollector;
     TmStats tmStats;
     // Deliberately never reset: each posted record carries every kind of event seen so far.
@@ -310,7 +311,7 @@ catch (const std::exception& exception)
     injection.mouseSamplingRate.update(injection.clientClock.timeElapsed());
     tmStats.samplingRate = static_cast<uint32_t>(injection.mouseSamplingRate.get());
 
-    // currentTime is still the moment of the previous injection.
+    // Deliberate: currentTime is still the moment of the previous injection, 0 at first, here and for the converter.
     injection.mouseEventsSpacing.apply(tmStats, *injection.fifoCollector, report.move);
 
     if (report.move)
@@ -339,9 +340,10 @@ catch (const std::exception& exception)
         m_mouse->writeEvent(EV_REL, REL_X, static_cast<int>(dx));
     if (dy != 0)
         m_mouse->writeEvent(EV_REL, REL_Y, static_cast<int>(dy));
-    m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0); // also after a move that came to nothing
+    m_mouse->writeEvent(EV_SYN, SYN_REPORT, 0); // deliberate: also after a move that came to nothing
 }
 
+// Deliberate: a press of what is held and a release of what is not are written, and a wheel has no kind in the records.
 [[gnu::hot]] void RiMouse::writeButtonOrWheel(const EvDevReport& report, uint32_t& riEventId)
 {
     LockGuard lock(m_deviceMutex);
@@ -427,7 +429,7 @@ FifoMetricNames metricNames(RiTelemetry::FifoType fifoType)
 
 } // namespace
 
-// Deliberate: a measurement without a name is posted without a name.
+// Deliberate: a measurement without a name is posted without a name, and jitter neither counts nor is posted.
 void RiMouse::reportTimings(int period, int periodDurationSeconds, RiTelemetry::FifoType fifoType,
                             const RiTelemetry::FifoTimings& timings)
 {
@@ -443,6 +445,7 @@ void RiMouse::reportTimings(int period, int periodDurationSeconds, RiTelemetry::
     ReportMeasurement(names.queueSize, start, periodDurationSeconds, timings.queueSize);
 }
 
+// Deliberate: also without a sample, but not for other types nor what has no name.
 void RiMouse::reportSessionTimings(RiTelemetry::FifoType fifoType, const RiTelemetry::FifoTimings& timings)
 {
     if (fifoType != RiTelemetry::MOUSE && fifoType != RiTelemetry::HID)

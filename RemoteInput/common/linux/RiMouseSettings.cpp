@@ -64,7 +64,7 @@ std::string setPropertyCommand(RiMouseSettings::DeviceId device, const std::stri
     return "xinput set-prop " + std::to_string(device) + " " + property + " " + value;
 }
 
-// As "%f", but with a point also where the host's locale has a comma: xinput expects one.
+// As "%f", but deliberately with a point also where the host's locale has a comma: xinput expects one.
 std::string withSixDecimals(double value)
 {
     std::array<char, 32> text;
@@ -72,7 +72,7 @@ std::string withSixDecimals(double value)
     return std::string(text.begin(), end);
 }
 
-// A command that fails is not detected: xinput and a shell are the host's business.
+// Deliberate: a command that fails is not detected: xinput and a shell are the host's business.
 void run(const std::string& command)
 {
     [[maybe_unused]] const int status = std::system(command.c_str());
@@ -104,11 +104,13 @@ void RiMouseSettings::acquireXid()
         const long elapsed = GetMillisecondsSince(start);
         if (m_XID != INVALID_XID)
         {
+            // Deliberate: the spelling is kept.
             LOG_INFO(0x03050002, LOG_TAG, "Succesfully acquired XID[%lu]; timeTaken:%ld ms.", m_XID, elapsed);
             return;
         }
         if (elapsed > ACQUIRE_TIMEOUT_MS)
         {
+            // Deliberate: no warning, and no other search later.
             LOG_INFO(0x03050003, LOG_TAG, "Unable to acquire device XID for %s. Timed out after %ld ms.", name.c_str(),
                      elapsed);
             return;
@@ -159,6 +161,7 @@ bool RiMouseSettings::SetMouseAcceleration(unsigned int acceleration)
     return true;
 }
 
+// Deliberate, here and below: 0 succeeds even without a device.
 bool RiMouseSettings::SetMouseSpeed(unsigned int sensitivity)
 {
     if (sensitivity == 0)
