@@ -18,14 +18,6 @@
 namespace
 {
 
-struct DeviceRemains : Remains
-{
-    int devices = fakelibevdev::liveDevices();
-    int descriptions = fakelibevdev::liveDescriptions();
-
-    bool operator==(const DeviceRemains&) const = default;
-};
-
 /// Makes the stream again and again; each time the next request of that kind is refused, until none is left to refuse.
 /// \return how many requests there were
 int refuseOneAfterTheOther(shortage::Kind kind)
