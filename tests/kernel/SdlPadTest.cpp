@@ -90,7 +90,7 @@ TEST_F(SdlPadTest, OpensFromTheDatabaseAndMovesAsSent)
     ASSERT_TRUE(pad) << SDL_GetError();
     EXPECT_EQ(SDL_GameControllerGetProductVersion(pad.get()), 0x0104);
 
-    const std::vector<int> atRest(SDL_CONTROLLER_BUTTON_MAX + SDL_CONTROLLER_AXIS_MAX);
+    const std::vector<int> atRest(size_t{SDL_CONTROLLER_BUTTON_MAX} + SDL_CONTROLLER_AXIS_MAX);
     const auto expectState = [&](const PadReport& sent, size_t at, const std::vector<int>& values)
     {
         // Of two opposite directions that change in one report only one is written, so let go of everything between.
