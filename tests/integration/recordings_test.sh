@@ -38,7 +38,7 @@ check() { # RECORDING [DESCRIPTION]
     expected=$(awk -v at="$at" 'BEGIN { split(at, p); x = p[1]; y = p[2] }
         /^E:/ && $3 == "0002" && $4 == "0000" { x += $5 } /^E:/ && $3 == "0002" && $4 == "0001" { y += $5 }
         END { print x, y }' "$events")
-    at=$(sed -n 's/.*"type":"motion".*"x":\([0-9]*\).*"y":\([0-9]*\).*/\1 \2/p' "$record" | tail -1)
+    at=$(sed -n 's/.*"event":"motion".*"x":\([0-9]*\).*"y":\([0-9]*\).*/\1 \2/p' "$record" | tail -1)
     say "$1: the pointer ended at $at, and should at $expected"
     [ "$at" = "$expected" ] || failed=1
 }
