@@ -218,14 +218,3 @@ TEST_F(XtestMouseTest, WithoutXinputOnlyTheSettingsAreMissing)
     EXPECT_EQ(settledPointer(), (Point{start.first + 30, start.second + 20}));
     EXPECT_THAT(output("xinput list-props \"Virtual core XTEST pointer\""), testing::Not(HasSubstr("3.500000")));
 }
-
-// The first mouse event puts the settings back to their defaults, unless the client has sent settings before.
-TEST_F(XtestTest, FirstMouseEventResetsTheSettingsOnce)
-{
-    m_server->move(1, 0);
-    m_server->move(1, 0);
-    m_server->drain();
-    EXPECT_THAT(m_server->takeLog("RemoteInputInjectorLinux"),
-                ElementsAre(ServerLogLine{ZUST_LL_INFO, "RemoteInputInjectorLinux",
-                                          "Resetting mouse settings before first mouse event"}));
-}

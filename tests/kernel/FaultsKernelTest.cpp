@@ -133,7 +133,7 @@ TEST(XServerKernelTest, KeysAndRelativeMovesGoOnWithoutTheServer)
         const std::vector<InputEvent> expected{key(BTN_LEFT, 1), SYN, rel(REL_X, 3), rel(REL_Y, 4), SYN,
                                                key(BTN_LEFT, 0), SYN};
         std::vector<InputEvent> events;
-        while (std::ranges::search(events, expected).empty())
+        while (std::search(events.begin(), events.end(), expected.begin(), expected.end()) == events.end())
         {
             const std::vector<InputEvent> more = mouse.take(1);
             ASSERT_FALSE(more.empty());

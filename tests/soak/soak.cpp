@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 
 // What the C library and those below ours keep for themselves is far below these.
-constexpr size_t HEAP_TOLERANCE = 32 * 1024;
+constexpr size_t HEAP_TOLERANCE = 16 * 1024;
 constexpr size_t LOST_DISPLAY = 128 * 1024; // what one may cost at most
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr size_t RESIDENT_TOLERANCE_KIB = 1024 * 1024; // a sanitizer keeps what was freed
@@ -98,7 +98,7 @@ bool soakMouse(uint64_t events, uint64_t intervalUs)
     Server server;
     server.open();
     server.mouseSettings(0, 0);
-    return soak("paced mouse events", 1000, events,
+    return soak("paced mouse events", events, events,
                 [&](uint64_t begin, uint64_t end)
                 {
                     const uint64_t writesBefore = writedouble::writes();

@@ -97,6 +97,8 @@ void makeFewKeys(const std::string& folder)
 XGrab::XGrab()
     : m_display(XOpenDisplay(nullptr))
 {
+    if (!m_display)
+        std::abort();
     XGrabServer(m_display);
     XSync(m_display, 0);
 }
