@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -10,46 +9,17 @@
 #include <unistd.h>
 #include <utility>
 
-#include <X11/Xlib.h>
-
-namespace
-{
-
-std::vector<std::string> argumentsOf(const Plan& plan, const std::string& folder)
-{
-    return plan.fewKeys ? std::vector<std::string>{"-xkbdir", folder + "/few-keys"} : std::vector<std::string>{};
-}
-
-// In a process of its own: Xlib ends it when the server is killed, and its end is the end of the grab, whatever
-// the server does.
-[[noreturn]] void holdGrab(int ready)
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    signal(SIGPIPE, SIG_IGN);
-    Display* const display = XOpenDisplay(nullptr);
-    if (!display)
-        _exit(1);
-    XGrabServer(display);
-    XSync(display, False);
-    [[maybe_unused]] const ssize_t said = write(ready, "", 1); // nobody waits for a grab that comes late
-    while (true)
-        pause();
-}
-
-} // namespace
-
-Neighbour::Neighbour(const Plan& plan, const std::string& folder, int instance, Deeds& done)
+Neighbour::Neighbour(const Plan& plan, const std::string& folder, Done& done)
     : m_plan(plan)
-    , m_folder(folder)
     , m_done(done)
+    , m_folder(folder)
+    , m_places(folder, getpid())
 {
-    m_files.put(folder + "/rxparams.txt", plan.params);
-    m_files.put(folder + "/regkeys.txt", plan.settings);
-    if (plan.backend == Backend::CONTAINER)
-        m_nodes = std::make_unique<Nodes>(instance, plan.nodes);
+    for (const auto& [name, form] : plan.places)
+        m_places.put(name, form);
     if (plan.x)
-        m_x = std::make_unique<XServer>(argumentsOf(plan, folder));
-    m_done[Deed::FEW_KEYS] += plan.fewKeys;
+        m_x = std::make_unique<XServer>(plan.fewKeys ? std::vector<std::string>{"-xkbdir", folder + "/few-keys"}
+                                                     : std::vector<std::string>{});
 }
 
 Neighbour::~Neighbour()
@@ -68,58 +38,35 @@ void Neighbour::begin()
         later(act.at, [this, &act] { perform(act); });
 }
 
-void Neighbour::perform(const Act& act)
+/// \param forGood until calm()
+void Neighbour::perform(const Act& act, bool forGood)
 {
-    m_done[act.deed] += act.deed != Deed::KILL_X; // which may be called off
-    switch (act.deed)
+    if (act.deed.ends_with(" X") && !m_x->isAlive())
+        return;
+    ++m_done[act.deed];
+    const auto lose = [this]
     {
-    case Deed::STOP_X:
-        stopX();
-        return later(act.length, [this] { continueX(); });
-    case Deed::GRAB_X:
-        grab();
-        return later(act.length, [this] { ungrab(); });
-    case Deed::KILL_X:
-        if (act.length.count() == 0)
-            return killX();
-        stopX();
-        return later(act.length, [this] { killX(); });
-    case Deed::PARAMS_FILE:
-        return m_files.put(m_folder + "/rxparams.txt", static_cast<FileForm>(act.how));
-    case Deed::SETTINGS_FILE:
-        return m_files.put(m_folder + "/regkeys.txt", static_cast<FileForm>(act.how));
-    case Deed::NODE:
-        return m_nodes->harm(act.node, static_cast<NodeHarm>(act.how));
-    default:
-        throw std::logic_error("not an act");
-    }
-}
-
-void Neighbour::stopX()
-{
-    if (!m_xKilled)
+        m_isXLost = true;
+        m_x->kill();
+    };
+    if (act.deed == "stop X" || (act.deed == "kill X" && act.length.count() > 0))
         m_x->stop();
+    if (act.deed == "grab X")
+        grab();
+    if (act.deed == "kill X" && act.length.count() == 0)
+        lose();
+    else if (act.deed == "kill X")
+        later(act.length, lose);
+    else if (!act.how.empty())
+        m_places.put(act.deed, act.how);
+    else if (forGood)
+        m_isXLost = true;
+    else
+        later(act.length, [this, &act] { act.deed == "stop X" ? m_x->goOn() : ungrab(); });
 }
 
-void Neighbour::continueX()
-{
-    if (!m_xKilled)
-        m_x->goOn();
-}
-
-void Neighbour::killX()
-{
-    m_xKilled = true;
-    ++m_done[Deed::KILL_X];
-    m_x->kill();
-}
-
-void Neighbour::muteX()
-{
-    m_xMuteAtEnd = true;
-    ++m_done[Deed::MUTE_X_AT_END];
-}
-
+// In a process of its own: Xlib ends it when the server is killed, and its end is the end of the grab, whatever the
+// server does.
 void Neighbour::grab()
 {
     int ends[2];
@@ -127,7 +74,14 @@ void Neighbour::grab()
         throw std::runtime_error("no pipe");
     const pid_t pid = fork();
     if (pid == 0)
-        holdGrab(ends[1]);
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        signal(SIGPIPE, SIG_IGN);
+        const XGrab grab;
+        [[maybe_unused]] const ssize_t said = write(ends[1], "", 1); // nobody waits for a grab that comes late
+        while (true)
+            pause();
+    }
     close(ends[1]);
     m_grabbers.push_back(pid);
     pollfd grabbed{ends[0], POLLIN, 0};
@@ -150,35 +104,23 @@ void Neighbour::calm()
     m_agenda.clear();
     ungrab();
     if (m_x)
-        continueX();
+        m_x->goOn();
 }
 
 void Neighbour::end()
 {
-    if (!m_x || m_xKilled)
+    if (!m_x || m_plan.end == "calm")
         return;
-    if (m_plan.endDelay.count() == 0)
-        return strikeLast();
-    later(m_plan.endDelay, [this] { strikeLast(); });
-}
-
-void Neighbour::strikeLast()
-{
-    switch (m_plan.end)
+    const auto strike = [this]
     {
-    case End::CALM:
-        return;
-    case End::STOPPED_SHORTLY:
-        return perform({Deed::STOP_X, {}, m_plan.endLength});
-    case End::STOPPED:
-        muteX();
-        return stopX();
-    case End::GRABBED:
-        muteX();
-        return grab();
-    case End::KILLED:
-        return killX();
-    }
+        const bool shortly = m_plan.end == "stop X shortly";
+        m_last = {shortly ? "stop X" : m_plan.end, {}, shortly ? m_plan.endLength : Milliseconds(0), ""};
+        perform(m_last, !shortly);
+    };
+    if (m_plan.endDelay.count() == 0)
+        strike();
+    else
+        later(m_plan.endDelay, strike);
 }
 
 bool Neighbour::workUntilReadable(int fd, Milliseconds patience)
@@ -193,23 +135,20 @@ bool Neighbour::workUntilReadable(int fd, Milliseconds patience)
         const auto next = m_agenda.empty() ? deadline : std::min(deadline, m_agenda.begin()->first);
         const auto wait = std::chrono::floor<Milliseconds>(next - Clock::now());
         std::vector<pollfd> polled{{fd, POLLIN, 0}};
-        if (m_nodes)
-            m_nodes->addTo(polled);
+        m_places.addTo(polled);
         poll(polled.data(), polled.size(), static_cast<int>(std::max<Milliseconds::rep>(wait.count(), 0)));
-        if (m_nodes)
-            m_nodes->readFifos();
+        m_places.readFifos();
         if (polled[0].revents != 0)
             return true;
     }
     return false;
 }
 
-std::string Neighbour::complaint(bool nodes) const
+std::string Neighbour::complaint(bool nodes)
 {
-    if (m_nodes && nodes)
-        if (std::string complaint = m_nodes->complaint(); !complaint.empty())
-            return complaint;
-    if (m_x && !m_xKilled && !m_xMuteAtEnd && XWatcher().anyKeyOrButtonDown())
+    if (std::string complaint = nodes ? m_places.complaint() : ""; !complaint.empty())
+        return complaint;
+    if (m_x && !m_isXLost && XWatcher().anyKeyOrButtonDown())
         return "expected no key and no button to be down on the X server, found some";
     return {};
 }

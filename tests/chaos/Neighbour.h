@@ -1,29 +1,25 @@
 #ifndef TESTS_CHAOS_NEIGHBOUR_H
 #define TESTS_CHAOS_NEIGHBOUR_H
 
-#include "tests/chaos/Files.h"
-#include "tests/chaos/Nodes.h"
-#include "tests/chaos/Plan.h"
-#include "tests/support/XServer.h"
-
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
-/// What was done, over many rounds.
-using Deeds = std::map<Deed, uint64_t>;
+#include "tests/chaos/Places.h"
+#include "tests/chaos/Plan.h"
+#include "tests/support/XServer.h"
 
 /// The world around the library in one round and what befalls it: X server, settings files, nodes. One thread, in a
 /// process in which the library is not loaded.
 class Neighbour
 {
 public:
+    using Done = std::map<std::string, uint64_t>; ///< deeds, over many rounds
+
     /// Lays out the world. \param folder where the settings files are \param done is counted up
-    Neighbour(const Plan& plan, const std::string& folder, int instance, Deeds& done);
+    Neighbour(const Plan& plan, const std::string& folder, Done& done);
     ~Neighbour();
     Neighbour(const Neighbour&) = delete;
     Neighbour& operator=(const Neighbour&) = delete;
@@ -37,34 +33,28 @@ public:
     /// Does what is due, reads the nodes and waits until `fd` can be read. \return false when the time is over
     bool workUntilReadable(int fd, Milliseconds patience);
 
-    uint64_t presses() const { return m_nodes ? m_nodes->presses() : 0; }
+    uint64_t presses() const { return m_places.presses(); }
 
     /// What is still pressed where nothing stood in the way of releasing it; empty when nothing is.
     /// \param nodes whether the nodes took everything
-    std::string complaint(bool nodes) const;
+    std::string complaint(bool nodes);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void perform(const Act& act);
-    void stopX();
-    void continueX();
-    void killX();
-    void muteX();
-    void strikeLast();
+    void perform(const Act& act, bool forGood = false);
     void grab();
     void ungrab();
     void later(Clock::duration delay, std::function<void()> what);
 
     const Plan& m_plan;
+    Done& m_done;
     const std::string m_folder;
-    Deeds& m_done;
     std::unique_ptr<XServer> m_x;
-    bool m_xKilled = false;
-    bool m_xMuteAtEnd = false;
+    bool m_isXLost = false; // killed, or mute at the end
     std::vector<pid_t> m_grabbers;
-    Files m_files;
-    std::unique_ptr<Nodes> m_nodes;
+    Places m_places;
+    Act m_last;
     std::multimap<Clock::time_point, std::function<void()>> m_agenda;
 };
 

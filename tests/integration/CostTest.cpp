@@ -1,6 +1,5 @@
 // What an event costs in countable things: allocations, log lines, system calls. Times are for the benchmarks.
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -8,12 +7,11 @@
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 #include <gmock/gmock.h>
 
 #include "tests/common/CountAllocations.h"
-#include "tests/support/Server.h"
+#include "tests/support/RandomInput.h"
 #include "tests/support/WriteDouble.h"
 #include "tests/support/XServer.h"
 
@@ -22,63 +20,26 @@ namespace
 
 using testing::IsEmpty;
 
-/// One of every kind of event that is injected on the stack's thread, in two states that follow each other.
-class Stream
+/// A server that hands over every kind of event itself.
+class Stream : public Server
 {
 public:
     Stream()
     {
-        unsetenv("DISPLAY");
-        selectBackend("uinput");
-        writedouble::setMode(writedouble::WRITE);
-        m_server.open();
-        m_server.touchEnable(m_server.handle(), true);
-        m_server.blockKeyCombination(m_server.handle(), ZUST_MF_ALT, ZUST_KEY_F4);
-        m_server.drain();
-        zudevStreamInfo(m_server.stream(), &m_config, nullptr);
-        for (int i = 0; i < 100; ++i) // devices are made, buffers get their size
-            deliverAll(i);
-        m_server.takeLog();
+        open();
+        touchEnable(handle(), true);
+        blockKeyCombination(handle(), ZUST_MF_ALT, ZUST_KEY_F4);
+        drain();
+        deliverDirectly();
+        send(100); // devices are made, buffers get their size
+        takeLog();
     }
 
-    /// As the stack's thread calls.
-    void deliverAll(int i)
+    void send(uint64_t count)
     {
-        const bool down = i % 2 == 0;
-        ZustInputEvent event{};
-        event.type = ZUST_EVENT_KEYBOARD;
-        event.event.keyboardEvent = {ZUST_KEY_A, 0, static_cast<uint16_t>(down ? ZUST_MF_SHIFT : 0),
-                                     down ? ZUST_KEYSTATE_DOWN : ZUST_KEYSTATE_UP, 1};
-        deliver(event);
-        event.event.keyboardEvent = {ZUST_KEY_F4, 0, 0, down ? ZUST_KEYSTATE_DOWN : ZUST_KEYSTATE_UP, 1};
-        deliver(event);
-
-        std::array<uint8_t, 34> pad{};
-        pad[4] = 1;
-        pad[9] = down ? 0x10 : 0;  // a button
-        pad[13] = down ? 0x40 : 0; // a stick
-        event.type = ZUST_EVENT_GAMEPAD_USB_PAYLOAD;
-        event.event.gamepadUsbPayloadEvent = {34, pad.data()};
-        deliver(event);
-
-        ZustTouchPointLowLevel points[2]{{1, down ? ZUST_TLL_DOWN : ZUST_TLL_UP, 5, 5, 0, 0, 1},
-                                         {2, ZUST_TLL_MOVE, static_cast<uint16_t>(i), 5, 0, 0, 1}};
-        event.type = ZUST_EVENT_TOUCH_LOWLEVEL;
-        event.event.touchLowLevelEvent = {2, points};
-        deliver(event);
+        for (uint64_t i = 0; i < count; ++i)
+            sendEveryKind(*this, i);
     }
-
-    Server& server() { return m_server; }
-
-private:
-    void deliver(const ZustInputEvent& event)
-    {
-        const ZustInputStreamConfig& input = m_config.config.input;
-        input.onInputReceived(input.context, nullptr, &event, 1, 1);
-    }
-
-    Server m_server;
-    ZustStreamConfig m_config{};
 };
 
 constexpr unsigned long long ANY = ~0ULL;
@@ -123,37 +84,31 @@ constexpr int ROUNDS = 1000;
 
 } // namespace
 
-TEST(CostTest, OrdinaryEventsAllocateAndLogNothing)
+TEST(CostTest, OrdinaryEventsCostTheirWritesAndNothingElse)
 {
-    Stream stream;
-    const int before = allocationsOfThisThread();
-    for (int i = 0; i < ROUNDS; ++i)
-        stream.deliverAll(i);
-    EXPECT_EQ(allocationsOfThisThread() - before, 0);
-    EXPECT_THAT(stream.server().takeLog(), IsEmpty());
-}
-
-TEST(CostTest, TheOnlySystemCallsAreTheWrites)
-{
-    uint64_t writesOfTwo = 0;
+    unsetenv("DISPLAY");
+    selectBackend("uinput");
+    writedouble::setMode(writedouble::WRITE);
+    uint64_t writes = 0;
     {
         Stream stream;
-        const uint64_t before = writedouble::writes();
-        stream.deliverAll(0);
-        stream.deliverAll(1);
-        writesOfTwo = writedouble::writes() - before;
+        const uint64_t writesBefore = writedouble::writes();
+        const int allocationsBefore = allocationsOfThisThread();
+        stream.send(ROUNDS);
+        EXPECT_EQ(allocationsOfThisThread() - allocationsBefore, 0);
+        EXPECT_THAT(stream.takeLog(), IsEmpty());
+        writes = writedouble::writes() - writesBefore;
     }
-    ASSERT_GT(writesOfTwo, 30U);
+    ASSERT_GT(writes, 15U * ROUNDS);
     const long calls = systemCallsBetweenMarks(
         []
         {
             Stream stream;
             getppid();
-            for (int i = 0; i < ROUNDS; ++i)
-                stream.deliverAll(i);
+            stream.send(ROUNDS);
             getppid();
         });
-    EXPECT_EQ(calls, static_cast<long>(writesOfTwo * ROUNDS / 2));
+    EXPECT_EQ(calls, static_cast<long>(writes));
 }
 
 // Only a host for which SIGPIPE is the end has it kept away, by two calls per frame.
@@ -173,17 +128,10 @@ TEST(CostTest, AnXTestFrameLeavesSignalsAloneWhenTheHostIgnoresSigpipe)
                 server.open();
                 server.tap(ZUST_KEY_A); // what the first frame needs once is not counted
                 server.drain();
-                ZustStreamConfig config{};
-                zudevStreamInfo(server.stream(), &config, nullptr);
-                ZustInputEvent event{};
-                event.type = ZUST_EVENT_KEYBOARD;
+                server.deliverDirectly();
                 getppid();
                 for (int i = 0; i < KEYS; ++i)
-                {
-                    event.event.keyboardEvent = {ZUST_KEY_A, 0, 0, i % 2 == 0 ? ZUST_KEYSTATE_DOWN : ZUST_KEYSTATE_UP,
-                                                 1};
-                    config.config.input.onInputReceived(config.config.input.context, nullptr, &event, 1, 1);
-                }
+                    server.key(ZUST_KEY_A, i % 2 == 0);
                 getppid();
             },
             RT_SIGPROCMASK);

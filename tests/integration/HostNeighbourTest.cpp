@@ -4,9 +4,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
 #include <thread>
 #include <unistd.h>
 
@@ -15,8 +12,9 @@
 #include <sys/wait.h>
 
 #include "tests/support/FakeLibevdev.h"
-#include "tests/support/Server.h"
+#include "tests/support/RandomInput.h"
 #include "tests/support/XServer.h"
+#include "tests/util/TempFolder.h"
 
 namespace
 {
@@ -31,18 +29,13 @@ protected:
     HostNeighbourTest()
     {
         alarm(110); // a hang ends with a signal
-        std::filesystem::create_directory(m_folder);
-        std::filesystem::current_path(m_folder);
-        setenv("XDG_CONFIG_HOME", m_folder.c_str(), 1);
+        std::filesystem::current_path(m_folder.path());
+        setenv("XDG_CONFIG_HOME", m_folder.path().c_str(), 1);
         selectBackend("uinput");
     }
-    ~HostNeighbourTest() override
-    {
-        std::filesystem::current_path("/");
-        std::filesystem::remove_all(m_folder);
-    }
+    ~HostNeighbourTest() override { std::filesystem::current_path("/"); }
 
-    const std::filesystem::path m_folder = std::filesystem::temp_directory_path() / ("host" + std::to_string(getpid()));
+    const TempFolder m_folder;
 };
 
 } // namespace
@@ -99,41 +92,19 @@ bool isExiting = false;
     zudevSetLogSink([](void*, ZustLogLevel, uint32_t, const char*, const char*) {}, nullptr);
     server->open();
     server->touchEnable(server->handle(), true);
-    ZustStreamConfig config;
-    zudevStreamInfo(server->stream(), &config, nullptr);
+    server->deliverDirectly();
     new std::thread(
-        [input = config.config.input]
+        [server]
         {
-            const auto deliver = [&](ZustInputEventType type, const auto& fill)
-            {
-                ZustInputEvent event{};
-                event.type = type;
-                fill(event.event);
-                input.onInputReceived(input.context, nullptr, &event, 0, 0);
-            };
-            deliver(ZUST_EVENT_MOUSE_SETTINGS, [](auto&) {}); // spares the settings before the first mouse event
+            server->mouseSettings(0, 0); // spares the settings before the first mouse event
             std::array<uint8_t, 34> pad{};
             for (unsigned int i = 0;; ++i)
             {
-                deliver(ZUST_EVENT_KEYBOARD,
-                        [&](auto& record)
-                        {
-                            record.keyboardEvent.keyCode = ZUST_KEY_A;
-                            record.keyboardEvent.keyState = i % 2 ? ZUST_KEYSTATE_UP : ZUST_KEYSTATE_DOWN;
-                        });
-                deliver(ZUST_EVENT_MOUSE,
-                        [&](auto& record)
-                        {
-                            record.mouseEvent.type = ZUST_ME_MOUSE_MOVE;
-                            record.mouseEvent.flags = i % 3 ? 0 : ZUST_MF_ABSCOORDS;
-                            record.mouseEvent.xPos = 1;
-                            record.mouseEvent.captureTimestampUs = 100 * i;
-                        });
+                sendEveryKind(*server, i);
+                server->move(1, 0, 100 * i);
+                server->moveTo(1, 0, 100, 100, 100 * i);
                 pad[4] = static_cast<uint8_t>(i / 8 % 16);
-                deliver(ZUST_EVENT_GAMEPAD_USB_PAYLOAD,
-                        [&](auto& record) {
-                            record.gamepadUsbPayloadEvent = {34, pad.data()};
-                        });
+                server->gamepad(pad.data(), 34);
             }
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));

@@ -1,105 +1,93 @@
 // Whatever came before: after a reset and after the end no key and no mouse button is down, and every press that the
 // device saw has its release.
 
-#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
-#include <set>
 #include <thread>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
-#include <linux/input.h>
 
-#include "tests/support/Account.h"
 #include "tests/support/FakeLibevdev.h"
+#include "tests/support/InputEvent.h"
 #include "tests/support/RandomInput.h"
-#include "tests/support/Server.h"
 #include "tests/support/XServer.h"
 
 namespace
 {
 
-using testing::IsEmpty;
-
-bool eventually(const std::function<bool()>& condition)
+class StuckKeyTest : public testing::Test
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition())
+protected:
+    /// A few lives of the stream, each with resets on its way, and each ended with whatever is held and queued.
+    /// \param isDown whether something is down on the devices now
+    static void liveAtRandom(bool touch, const std::function<bool()>& isDown)
     {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-using Down = std::function<std::set<unsigned int>()>; // what is down on the devices now
-
-/// A few lives of the stream, each with resets on its way, and each ended with whatever is held and queued.
-void liveAtRandom(bool touch, const Down& down)
-{
-    for (uint32_t life = 1; life <= 3; ++life)
-    {
-        Server server;
-        ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
-        ASSERT_NE(server.handle(), nullptr);
-        RandomInput random(server, life, touch);
-        for (int round = 0; round < 8; ++round)
+        for (uint32_t life = 1; life <= 3; ++life)
         {
-            SCOPED_TRACE(testing::Message() << "life " << life << ", round " << round);
+            Server server;
+            ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+            ASSERT_NE(server.handle(), nullptr);
+            RandomInput random(server, life, touch);
+            for (int round = 0; round < 8; ++round)
+                EXPECT_TRUE(random.endsReleased(400, isDown)) << "life " << life << ", round " << round;
             random.run(400);
-            random.finish();
-            std::this_thread::sleep_for(std::chrono::milliseconds(80)); // the mouse is paced: about 1 event per ms
-            // What the mouse has queued is injected after the reset: once more, until nothing is left.
-            EXPECT_TRUE(eventually(
-                [&]
-                {
-                    server.reset(server.handle());
-                    return down().empty();
-                }));
+            server.close();
+            EXPECT_FALSE(isDown()) << "life " << life;
         }
-        random.run(400);
-        server.close();
-        EXPECT_THAT(down(), IsEmpty()) << "life " << life;
     }
-}
+
+    /// The same with an account of each device. \param read its events since the last call
+    static void liveOnAccount(const std::vector<std::string>& devices, const auto& read)
+    {
+        std::map<std::string, Account> accounts;
+        liveAtRandom(true,
+                     [&]
+                     {
+                         bool isDown = false;
+                         for (const std::string& device : devices)
+                         {
+                             accounts[device].take(read(device));
+                             isDown |= !accounts[device].down.empty();
+                         }
+                         return isDown;
+                     });
+        for (const auto& [device, account] : accounts)
+            EXPECT_GT(account.presses, 10U) << device << ", or there was nothing to release";
+    }
+
+    const XServer m_x; // the mouse injects only where there is a display
+};
 
 } // namespace
 
-TEST(StuckKeyTest, Uinput)
+TEST_F(StuckKeyTest, Uinput)
 {
-    const XServer x; // the mouse injects only where there is a display
     selectBackend("uinput");
-    std::map<std::string, Account> accounts;
-    const auto down = [&]
-    {
-        std::set<unsigned int> result;
-        for (const char* const name : {"RiKey", "RiMouse"})
-        {
-            for (const auto& event : fakelibevdev::takeEvents(name))
-                accounts[name].take(event.type, event.code, event.value);
-            result.insert(accounts[name].down().begin(), accounts[name].down().end());
-        }
-        return result;
-    };
-    liveAtRandom(true, down);
-    for (const auto& [name, account] : accounts)
-        EXPECT_GT(account.presses(), 10U) << name << ", or there was nothing to release";
+    liveOnAccount({"RiKey", "RiMouse"}, fakelibevdev::takeEvents);
 }
 
-TEST(StuckKeyTest, Xtest)
+TEST_F(StuckKeyTest, Container)
 {
-    const XServer x;
+    const std::filesystem::path folder = "/tmp/zudroid" + std::to_string(getpid()) + "/input";
+    std::filesystem::create_directories(folder);
+    std::map<std::string, int> readers;
+    for (const char* const node : {"zuinput_key", "zuinput_mouse", "zuinput_touch"})
+        readers[node] = open((folder / node).c_str(), O_RDONLY | O_CREAT, 0600);
+    selectBackend("container", getpid());
+    liveOnAccount({"zuinput_key", "zuinput_mouse"}, [&](const std::string& node) { return readEvents(readers[node]); });
+    std::filesystem::remove_all(folder.parent_path());
+}
+
+TEST_F(StuckKeyTest, Xtest)
+{
     XWatcher watcher;
     selectBackend("xtest");
     // A finger is X's button 1, and no key or button of the keyboard or mouse.
-    liveAtRandom(false,
-                 [&] { return watcher.anyKeyOrButtonDown() ? std::set<unsigned int>{1} : std::set<unsigned int>{}; });
+    liveAtRandom(false, [&] { return watcher.anyKeyOrButtonDown(); });
     int presses[2]{};
     for (const XSeen& event : watcher.take(1))
     {
@@ -110,31 +98,41 @@ TEST(StuckKeyTest, Xtest)
     EXPECT_GT(presses[1], 10);
 }
 
-TEST(StuckKeyTest, Container)
+// The event threads at full speed against the control calls, for the sanitizers to watch.
+TEST_F(StuckKeyTest, ControlCallsRaceWithEvents)
 {
-    const XServer x;
-    const std::filesystem::path folder = "/tmp/zudroid" + std::to_string(getpid()) + "/input";
-    std::filesystem::create_directories(folder);
-    for (const char* const node : {"zuinput_key", "zuinput_mouse", "zuinput_touch"})
-        std::ofstream{folder / node};
-    selectBackend("container", getpid());
-    std::map<std::string, std::ifstream> files;
-    std::map<std::string, Account> accounts;
-    const auto down = [&]
+    const XWatcher watcher;
+    selectBackend("xtest");
+    Server server;
+    for (uint32_t life = 0; life < 3; ++life)
     {
-        std::set<unsigned int> result;
-        for (const char* const node : {"zuinput_key", "zuinput_mouse"})
+        ASSERT_EQ(server.open(), ZUST_R_SUCCESS);
+        const auto run = [&](uint32_t seed) { RandomInput(server, seed).run(2000); };
+        std::thread other(run, 2 * life);
+        run(2 * life + 1);
+        other.join();
+        server.close();
+        EXPECT_FALSE(watcher.anyKeyOrButtonDown()) << "life " << life;
+        server.takeLog();
+    }
+}
+
+TEST_F(StuckKeyTest, HandlesAreMadeAndDestroyedAtTheSameTime)
+{
+    selectBackend("xtest");
+    unsetenv("XAUTHORITY"); // whose name is then looked for
+    Server first;
+    Server second;
+    const auto live = [](Server& server)
+    {
+        for (int i = 0; i < 30; ++i)
         {
-            std::ifstream& file = files.try_emplace(node, folder / node, std::ios::binary).first->second;
-            file.clear(); // of the end of the file, which has grown since
-            for (input_event event; file.read(reinterpret_cast<char*>(&event), sizeof(event));)
-                accounts[node].take(event.type, event.code, event.value);
-            result.insert(accounts[node].down().begin(), accounts[node].down().end());
+            EXPECT_EQ(server.open(), ZUST_R_SUCCESS);
+            EXPECT_NE(server.handle(), nullptr);
+            server.close();
         }
-        return result;
     };
-    liveAtRandom(true, down);
-    for (const auto& [node, account] : accounts)
-        EXPECT_GT(account.presses(), 10U) << node << ", or there was nothing to release";
-    std::filesystem::remove_all(folder.parent_path());
+    std::thread other(live, std::ref(second));
+    live(first);
+    other.join();
 }

@@ -1,19 +1,17 @@
 #include "tests/kernel/EvdevNode.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <poll.h>
-#include <sched.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include <libevdev/libevdev.h>
-#include <linux/input.h>
-#include <sys/ioctl.h>
 
 namespace
 {
@@ -21,37 +19,18 @@ namespace
 std::vector<std::string> nodesOf(const std::string& name)
 {
     std::vector<std::string> nodes;
-    for (const auto& entry : std::filesystem::directory_iterator("/dev/input"))
+    for (const auto& entry : std::filesystem::directory_iterator("/sys/class/input"))
     {
-        if (!entry.path().filename().string().starts_with("event"))
-            continue;
-        const int fd = open(entry.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        char found[256] = "";
-        if (fd >= 0 && ioctl(fd, EVIOCGNAME(sizeof(found)), found) >= 0 && name == found)
-            nodes.push_back(entry.path());
-        if (fd >= 0)
-            close(fd);
+        std::string found;
+        std::getline(std::ifstream(entry.path() / "device/name"), found);
+        if (found == name && entry.path().filename().string().starts_with("event"))
+            nodes.push_back("/dev/input/" + entry.path().filename().string());
     }
-    std::sort(nodes.begin(), nodes.end(),
-              [](const std::string& a, const std::string& b)
-              { return std::pair(a.size(), a) < std::pair(b.size(), b); });
+    std::ranges::sort(nodes, {}, [](const std::string& node) { return std::pair(node.size(), node); });
     return nodes;
 }
 
-void schedule(int policy, int priority)
-{
-    const sched_param parameters{priority};
-    if (sched_setscheduler(0, policy, &parameters) != 0)
-        std::abort();
-}
-
 } // namespace
-
-std::ostream& operator<<(std::ostream& out, const KernelEvent& event)
-{
-    const char* const code = libevdev_event_code_get_name(event.type, event.code);
-    return out << "{" << (code ? code : "?") << " " << event.value << "}";
-}
 
 size_t EvdevNode::count(const std::string& name)
 {
@@ -61,20 +40,17 @@ size_t EvdevNode::count(const std::string& name)
 EvdevNode::EvdevNode(const std::string& name, size_t skip)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::vector<std::string> nodes;
-    while ((nodes = nodesOf(name)).size() <= skip)
+    while (m_fd < 0 && std::chrono::steady_clock::now() < deadline)
     {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            fprintf(stderr, "there is no input device '%s'\n", name.c_str());
-            std::abort();
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (const std::vector<std::string> nodes = nodesOf(name); nodes.size() > skip)
+            m_fd = open((m_path = nodes[skip]).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     }
-    m_path = nodes[skip];
-    m_fd = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (m_fd < 0 || libevdev_new_from_fd(m_fd, &m_device) != 0)
+    {
+        fprintf(stderr, "there is no input device '%s'\n", name.c_str());
         std::abort();
+    }
 }
 
 EvdevNode::~EvdevNode()
@@ -98,7 +74,7 @@ void EvdevNode::collect()
     }
 }
 
-std::vector<KernelEvent> EvdevNode::take(size_t count, std::chrono::milliseconds patience)
+std::vector<InputEvent> EvdevNode::take(size_t count, std::chrono::milliseconds patience)
 {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     collect();
@@ -108,17 +84,20 @@ std::vector<KernelEvent> EvdevNode::take(size_t count, std::chrono::milliseconds
         poll(&wait, 1, 20);
         collect();
     }
-    std::vector<KernelEvent> events;
-    events.swap(m_events);
-    return events;
+    return std::exchange(m_events, {});
 }
 
-AheadOfOthers::AheadOfOthers()
+std::vector<unsigned int> EvdevNode::codes(unsigned int type) const
 {
-    schedule(SCHED_FIFO | SCHED_RESET_ON_FORK, 1);
+    std::vector<unsigned int> codes;
+    for (int code = 0; code <= libevdev_event_type_get_max(type); ++code)
+        if (libevdev_has_event_code(m_device, type, static_cast<unsigned int>(code)))
+            codes.push_back(static_cast<unsigned int>(code));
+    return codes;
 }
 
-AheadOfOthers::~AheadOfOthers()
+std::vector<int> EvdevNode::axis(unsigned int code) const
 {
-    schedule(SCHED_OTHER, 0);
+    const input_absinfo* const axis = libevdev_get_abs_info(m_device, code);
+    return {axis->value, axis->minimum, axis->maximum, axis->fuzz, axis->flat, axis->resolution};
 }

@@ -2,23 +2,12 @@
 #define TESTS_KERNEL_EVDEV_NODE_H
 
 #include <chrono>
-#include <cstdint>
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/InputEvent.h"
+
 struct libevdev;
-
-/// One event as a reader of a device node gets it.
-struct KernelEvent
-{
-    uint16_t type;
-    uint16_t code;
-    int32_t value;
-
-    bool operator==(const KernelEvent&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const KernelEvent& event);
 
 /// A reader of one input device, found by its name. One thread.
 class EvdevNode
@@ -31,13 +20,19 @@ public:
     EvdevNode& operator=(const EvdevNode&) = delete;
 
     /// What was read since the last call, after waiting for `count` events or until the time is over.
-    std::vector<KernelEvent> take(size_t count = 0, std::chrono::milliseconds patience = std::chrono::seconds(10));
+    std::vector<InputEvent> take(size_t count = 0, std::chrono::milliseconds patience = std::chrono::seconds(10));
 
     /// Reads what is there and keeps it for take(): a device that goes takes its unread events along.
     void collect();
 
     /// The device as libevdev sees it, kept up to date by what was read.
     libevdev* device() { return m_device; }
+
+    /// The codes of one type that the device declares, in ascending order.
+    std::vector<unsigned int> codes(unsigned int type) const;
+
+    /// Its axis, as value, minimum, maximum, fuzz, flat, resolution.
+    std::vector<int> axis(unsigned int code) const;
 
     const std::string& path() const { return m_path; }
 
@@ -48,18 +43,7 @@ private:
     std::string m_path;
     int m_fd = -1;
     libevdev* m_device = nullptr;
-    std::vector<KernelEvent> m_events;
-};
-
-/// The calling thread comes first for as long as the object lives: the kernel keeps 64 events for a reader of a pad,
-/// and a busy guest may deliver more than that at once. Processes that it starts are not affected.
-class AheadOfOthers
-{
-public:
-    AheadOfOthers();
-    ~AheadOfOthers();
-    AheadOfOthers(const AheadOfOthers&) = delete;
-    AheadOfOthers& operator=(const AheadOfOthers&) = delete;
+    std::vector<InputEvent> m_events;
 };
 
 #endif

@@ -1,16 +1,11 @@
 // The gamepads on a real kernel: what a reader of their nodes gets.
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <future>
+#include <map>
 
 #include <libevdev/libevdev.h>
 
 #include "tests/kernel/KernelTest.h"
-#include "tests/kernel/PadExpectation.h"
-#include "tests/kernel/PadReport.h"
+#include "tests/support/Remains.h"
 
 namespace
 {
@@ -40,29 +35,10 @@ protected:
     uint16_t m_bitmap = 0;
 };
 
-/// The events of a recording, as its lines tell them.
-std::vector<KernelEvent> recorded(const std::string& recording)
-{
-    std::vector<KernelEvent> events;
-    std::ifstream file(recording);
-    for (std::string line; std::getline(file, line);)
-    {
-        KernelEvent event{};
-        unsigned int type = 0;
-        unsigned int code = 0;
-        if (sscanf(line.c_str(), "E: %*s %x %x %d", &type, &code, &event.value) != 3)
-            continue;
-        event.type = static_cast<uint16_t>(type);
-        event.code = static_cast<uint16_t>(code);
-        events.push_back(event);
-    }
-    return events;
-}
-
 struct Change
 {
     PadReport report;
-    std::vector<KernelEvent> events; // without the frame's end
+    std::vector<InputEvent> events; // without the frame's end
 };
 
 // In turn, from a pad at rest.
@@ -105,25 +81,18 @@ const Change CHANGES[] = {
       abs(ABS_Z, 9)}},
 };
 
-size_t entries(const char* directory)
-{
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
-}
-
 } // namespace
 
 TEST_F(GamepadKernelTest, DeclaresTheWholePadTwice)
 {
     connect(0x0003);
     ASSERT_EQ(EvdevNode::count(PAD_NAME), 2U);
-    struct Axis
-    {
-        unsigned int code;
-        int minimum, maximum, fuzz, flat;
-    };
-    constexpr Axis AXES[] = {{ABS_X, -32768, 32767, 16, 128},  {ABS_Y, -32768, 32767, 16, 128},  {ABS_Z, 0, 255, 0, 0},
-                             {ABS_RX, -32768, 32767, 16, 128}, {ABS_RY, -32768, 32767, 16, 128}, {ABS_RZ, 0, 255, 0, 0},
-                             {ABS_HAT0X, -1, 1, 0, 0},         {ABS_HAT0Y, -1, 1, 0, 0}};
+    const std::vector<int> stick{0, -32768, 32767, 16, 128, 0};
+    const std::vector<int> trigger{0, 0, 255, 0, 0, 0};
+    const std::vector<int> hat{0, -1, 1, 0, 0, 0};
+    const std::map<unsigned int, std::vector<int>> axes{{ABS_X, stick},   {ABS_Y, stick},  {ABS_Z, trigger},
+                                                        {ABS_RX, stick},  {ABS_RY, stick}, {ABS_RZ, trigger},
+                                                        {ABS_HAT0X, hat}, {ABS_HAT0Y, hat}};
     for (const size_t pad : {0, 1})
     {
         EvdevNode node(PAD_NAME, pad);
@@ -132,18 +101,12 @@ TEST_F(GamepadKernelTest, DeclaresTheWholePadTwice)
         EXPECT_EQ(libevdev_get_id_vendor(device), 0x045E);
         EXPECT_EQ(libevdev_get_id_product(device), 0x028E);
         EXPECT_EQ(libevdev_get_id_version(device), 0x0104);
-        EXPECT_THAT(declaredCodes(device, EV_KEY), ElementsAre(BTN_A, BTN_B, BTN_X, BTN_Y, BTN_TL, BTN_TR, BTN_SELECT,
-                                                               BTN_START, BTN_MODE, BTN_THUMBL, BTN_THUMBR));
-        EXPECT_THAT(declaredCodes(device, EV_ABS),
-                    ElementsAre(ABS_X, ABS_Y, ABS_Z, ABS_RX, ABS_RY, ABS_RZ, ABS_HAT0X, ABS_HAT0Y));
-        for (const Axis& axis : AXES)
-        {
-            const input_absinfo* const found = libevdev_get_abs_info(device, axis.code);
-            EXPECT_THAT(std::vector({found->value, found->minimum, found->maximum, found->fuzz, found->flat,
-                                     found->resolution}),
-                        ElementsAre(0, axis.minimum, axis.maximum, axis.fuzz, axis.flat, 0))
-                << axis.code;
-        }
+        EXPECT_THAT(node.codes(EV_KEY), ElementsAre(BTN_A, BTN_B, BTN_X, BTN_Y, BTN_TL, BTN_TR, BTN_SELECT, BTN_START,
+                                                    BTN_MODE, BTN_THUMBL, BTN_THUMBR));
+        std::map<unsigned int, std::vector<int>> found;
+        for (const unsigned int code : node.codes(EV_ABS))
+            found[code] = node.axis(code);
+        EXPECT_EQ(found, axes);
     }
 }
 
@@ -156,7 +119,7 @@ TEST_F(GamepadKernelTest, OnlyTheAddressedPadGetsTheEvents)
     size_t step = 0;
     for (const Change& change : CHANGES)
     {
-        std::vector<KernelEvent> expected = change.events;
+        std::vector<InputEvent> expected = change.events;
         if (!expected.empty())
             expected.push_back(SYN);
         sendTo(2, change.report);
@@ -186,40 +149,11 @@ TEST_F(GamepadKernelTest, OnlyTheAddressedPadGetsTheEvents)
     EXPECT_EQ(EvdevNode::count(PAD_NAME), 0U);
 }
 
-// As a user would: the recorded pad is imported and played by the tool, in a process of its own.
-TEST(GamepadRecordingTest, ImportedPadMovesAsRecorded)
-{
-    const char* const recordings = std::getenv("ZUIS_RECORDINGS");
-    if (!recordings)
-    {
-        const char* const ci = std::getenv("CI");
-        ASSERT_STRNE(ci ? ci : "", "true") << "ZUIS_RECORDINGS must name the directory of the recordings";
-        puts("ZUIS_RECORDINGS is not set: the recorded pad is left out");
-        return;
-    }
-    const std::string recording = std::string(recordings) + "/gamepad-xbox360.events";
-    const std::vector<KernelEvent> expected = throughPad(recorded(recording));
-    ASSERT_GT(expected.size(), 400U) << recording;
-
-    const std::string session = testing::TempDir() + "pad.jsonl";
-    const std::string host = "'" ZUIS_HOST "' ";
-    ASSERT_EQ(output(host + "import '" + recording + "' -o " + session + " 2>&1; echo $?"), "0\n");
-    // The wait gives the reader time for the last events: the pad takes unread ones along.
-    std::ofstream(session, std::ios::app) << "{\"type\": \"wait\", \"ms\": 2000}\n";
-    const auto play =
-        std::async(std::launch::async, output, host + "play --speed 2 --backend uinput " + session + " 2>&1");
-    EvdevNode pad(PAD_NAME);
-    const AheadOfOthers ahead;
-    EXPECT_THAT(withSortedFrames(pad.take(expected.size(), std::chrono::seconds(60))), ElementsAreArray(expected));
-    play.wait();
-    EXPECT_EQ(EvdevNode::count(PAD_NAME), 0U);
-}
-
 TEST_F(GamepadKernelTest, FlickeringBitmapLeavesNothingBehind)
 {
     connect(0x0000);
-    const size_t devices = entries("/sys/class/input");
-    const size_t descriptors = entries("/proc/self/fd");
+    const size_t devices = entriesOf("/sys/class/input");
+    const size_t descriptors = entriesOf("/proc/self/fd");
     for (int i = 0; i < 20; ++i)
     {
         connect(0x000F);
@@ -227,8 +161,8 @@ TEST_F(GamepadKernelTest, FlickeringBitmapLeavesNothingBehind)
         connect(0x0000);
         EXPECT_EQ(EvdevNode::count(PAD_NAME), 0U);
     }
-    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
-    EXPECT_EQ(entries("/sys/class/input"), devices);
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(entriesOf("/sys/class/input"), devices);
     EXPECT_THAT(m_server.takeLog("RiGamepad"),
                 testing::Not(testing::Contains(testing::Field(&ServerLogLine::text, testing::HasSubstr("Couldn't")))));
 }

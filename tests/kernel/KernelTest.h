@@ -7,40 +7,44 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <linux/input.h>
 
 #include "tests/kernel/EvdevNode.h"
 #include "tests/support/Server.h"
 #include "tests/support/Shell.h"
 
-/// Called just before the library's devices go, so that a reader can take what they emit on their way out.
-extern std::function<void()> g_beforeDeviceIsDestroyed;
+constexpr char PAD_NAME[] = "RI Microsoft X-Box 360 pad";
 
-inline KernelEvent key(uint16_t code, int32_t value)
+/// What a client sends of one pad, without the capture time at its end: 26 bytes.
+struct PadReport
 {
-    return {EV_KEY, code, value};
-}
+    uint16_t length = 26;
+    uint16_t controller = 0;
+    uint16_t bitmap = 0;
+    uint16_t usbLength = 20;
+    uint16_t buttons = 0;
+    uint8_t leftTrigger = 0;
+    uint8_t rightTrigger = 0;
+    int16_t leftX = 0;
+    int16_t leftY = 0; ///< up is positive
+    int16_t rightX = 0;
+    int16_t rightY = 0;
+    uint16_t unused[3] = {};
+};
+static_assert(sizeof(PadReport) == 26);
 
-inline KernelEvent abs(uint16_t code, int32_t value)
+inline void send(Server& server, const PadReport& report)
 {
-    return {EV_ABS, code, value};
+    server.gamepad(&report, sizeof(report));
 }
-
-inline KernelEvent rel(uint16_t code, int32_t value)
-{
-    return {EV_REL, code, value};
-}
-
-constexpr KernelEvent SYN{EV_SYN, SYN_REPORT, 0};
-
-/// The codes of one type that a device declares, in ascending order.
-std::vector<unsigned int> declaredCodes(libevdev* device, unsigned int type);
 
 /// The library over the default backend.
 class KernelTest : public testing::Test
 {
 protected:
     KernelTest();
+
+    /// Ends the stream. \return what the node emits meanwhile
+    std::vector<InputEvent> closeAndTake(EvdevNode& node);
 
     Server m_server;
 };

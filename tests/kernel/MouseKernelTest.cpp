@@ -23,16 +23,12 @@ protected:
 
 } // namespace
 
-TEST_F(MouseKernelTest, DeclaresMotionWheelAndFiveButtons)
+TEST_F(MouseKernelTest, DeclaresAndDeliversMotionButtonsAndWheelInOrder)
 {
-    libevdev* const device = m_mouse.device();
-    EXPECT_THAT(declaredCodes(device, EV_REL), ElementsAre(REL_X, REL_Y, REL_WHEEL));
-    EXPECT_THAT(declaredCodes(device, EV_KEY), ElementsAre(BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE, BTN_EXTRA));
-    EXPECT_FALSE(libevdev_has_event_type(device, EV_ABS));
-}
+    EXPECT_THAT(m_mouse.codes(EV_REL), ElementsAre(REL_X, REL_Y, REL_WHEEL));
+    EXPECT_THAT(m_mouse.codes(EV_KEY), ElementsAre(BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE, BTN_EXTRA));
+    EXPECT_FALSE(libevdev_has_event_type(m_mouse.device(), EV_ABS));
 
-TEST_F(MouseKernelTest, ReaderGetsMotionButtonsAndWheelInOrder)
-{
     m_server.move(3, -4);
     m_server.move(0, 0); // a report without content: the kernel delivers nothing
     m_server.move(5, 0);
@@ -40,15 +36,12 @@ TEST_F(MouseKernelTest, ReaderGetsMotionButtonsAndWheelInOrder)
     m_server.wheel(0);
     m_server.button(ZUST_MB_RIGHT, false);
     m_server.button(ZUST_MB_EXTRA2, true);
-    const std::vector<KernelEvent> expected{
+    const std::vector<InputEvent> expected{
         rel(REL_X, 3), rel(REL_Y, -4),    SYN, rel(REL_X, 5),     SYN, key(BTN_RIGHT, 1), SYN, rel(REL_WHEEL, 1),
         SYN,           key(BTN_RIGHT, 0), SYN, key(BTN_EXTRA, 1), SYN};
     EXPECT_THAT(m_mouse.take(expected.size()), ElementsAreArray(expected));
 
-    g_beforeDeviceIsDestroyed = [this] { m_mouse.collect(); };
-    m_server.close();
-    g_beforeDeviceIsDestroyed = nullptr;
-    EXPECT_THAT(m_mouse.take(), ElementsAre(key(BTN_EXTRA, 0), SYN));
+    EXPECT_THAT(closeAndTake(m_mouse), ElementsAre(key(BTN_EXTRA, 0), SYN));
 }
 
 // Settings events change the real device, and with the flat profile the pointer follows to the pixel.

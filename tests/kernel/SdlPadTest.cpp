@@ -1,12 +1,12 @@
 // The pads as a game sees them: through SDL and its own database of game controllers.
 
+#include <algorithm>
 #include <memory>
 #include <thread>
 
 #include <SDL.h>
 
 #include "tests/kernel/KernelTest.h"
-#include "tests/kernel/PadReport.h"
 
 namespace
 {
@@ -40,18 +40,12 @@ protected:
     using Controller = std::unique_ptr<SDL_GameController, decltype(&SDL_GameControllerClose)>;
 };
 
-std::vector<int> pressed(SDL_GameController* pad)
-{
-    std::vector<int> buttons;
-    for (int i = 0; i < SDL_CONTROLLER_BUTTON_MAX; ++i)
-        if (SDL_GameControllerGetButton(pad, static_cast<SDL_GameControllerButton>(i)))
-            buttons.push_back(i);
-    return buttons;
-}
-
-std::vector<int> axes(SDL_GameController* pad)
+/// Whether each button is down, then each axis: left x, y, right x, y, triggers; down is positive.
+std::vector<int> stateOf(SDL_GameController* pad)
 {
     std::vector<int> values;
+    for (int i = 0; i < SDL_CONTROLLER_BUTTON_MAX; ++i)
+        values.push_back(SDL_GameControllerGetButton(pad, static_cast<SDL_GameControllerButton>(i)));
     for (int i = 0; i < SDL_CONTROLLER_AXIS_MAX; ++i)
         values.push_back(SDL_GameControllerGetAxis(pad, static_cast<SDL_GameControllerAxis>(i)));
     return values;
@@ -84,7 +78,7 @@ constexpr Button BUTTONS[] = {
 
 TEST_F(SdlPadTest, OpensFromTheDatabaseAndMovesAsSent)
 {
-    PadReport report{.bitmap = 1};
+    const PadReport report{.bitmap = 1};
     send(m_server, report);
     m_server.drain();
     ASSERT_EQ(SDL_Init(SDL_INIT_GAMECONTROLLER), 0) << SDL_GetError();
@@ -96,35 +90,23 @@ TEST_F(SdlPadTest, OpensFromTheDatabaseAndMovesAsSent)
     ASSERT_TRUE(pad) << SDL_GetError();
     EXPECT_EQ(SDL_GameControllerGetProductVersion(pad.get()), 0x0104);
 
-    for (const Button& button : BUTTONS)
+    const std::vector<int> atRest(size_t{SDL_CONTROLLER_BUTTON_MAX} + SDL_CONTROLLER_AXIS_MAX);
+    const auto expectState = [&](const PadReport& sent, size_t at, const std::vector<int>& values)
     {
         // Of two opposite directions that change in one report only one is written, so let go of everything between.
-        report.buttons = 0;
         send(m_server, report);
-        report.buttons = button.bit;
-        send(m_server, report);
-        const std::vector<int> expected{button.button};
-        EXPECT_TRUE(eventually([&] { return pressed(pad.get()) == expected; })) << std::hex << button.bit;
-    }
-
-    struct Position
-    {
-        PadReport sent;
-        std::vector<int> axes; // SDL's order: left x, y, right x, y, triggers; down is positive
+        send(m_server, sent);
+        std::vector<int> expected = atRest;
+        std::ranges::copy(values, expected.begin() + static_cast<long>(at));
+        eventually([&] { return stateOf(pad.get()) == expected; });
+        EXPECT_EQ(stateOf(pad.get()), expected) << std::hex << sent.buttons;
     };
-    const Position positions[] = {
-        {{.bitmap = 1, .leftTrigger = 255, .leftX = 32767, .leftY = 32767, .rightX = -32768, .rightY = -32768},
-         {32767, -32767, -32768, 32767, 32767, 0}},
-        {{.bitmap = 1, .rightTrigger = 255, .leftX = -20000, .leftY = -10000, .rightX = 5000, .rightY = 1000},
-         {-20000, 10000, 5000, -1000, 0, 32767}},
-    };
-    for (const Position& position : positions)
-    {
-        send(m_server, position.sent);
-        eventually([&] { return axes(pad.get()) == position.axes; });
-        EXPECT_EQ(axes(pad.get()), position.axes);
-        EXPECT_EQ(pressed(pad.get()), std::vector<int>{});
-    }
+    for (const Button& button : BUTTONS)
+        expectState({.bitmap = 1, .buttons = button.bit}, button.button, {1});
+    expectState({.bitmap = 1, .leftTrigger = 255, .leftX = 32767, .leftY = 32767, .rightX = -32768, .rightY = -32768},
+                SDL_CONTROLLER_BUTTON_MAX, {32767, -32767, -32768, 32767, 32767, 0});
+    expectState({.bitmap = 1, .rightTrigger = 255, .leftX = -20000, .leftY = -10000, .rightX = 5000, .rightY = 1000},
+                SDL_CONTROLLER_BUTTON_MAX, {-20000, 10000, 5000, -1000, 0, 32767});
 
     send(m_server, {.bitmap = 0});
     EXPECT_TRUE(eventually([&] { return !SDL_GameControllerGetAttached(pad.get()); }));

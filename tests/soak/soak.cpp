@@ -5,22 +5,32 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
-#include <string>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <malloc.h>
 
+#include "tests/support/RandomInput.h"
 #include "tests/support/Remains.h"
-#include "tests/support/Server.h"
 #include "tests/support/WriteDouble.h"
 #include "tests/support/XServer.h"
 
 namespace
 {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+
+// What the C library and those below ours keep for themselves is far below these.
+constexpr size_t HEAP_TOLERANCE = 16 * 1024;
+constexpr size_t LOST_DISPLAY = 128 * 1024; // what one may cost at most
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t RESIDENT_TOLERANCE_KIB = 1024 * 1024; // a sanitizer keeps what was freed
+#else
+constexpr size_t RESIDENT_TOLERANCE_KIB = 4096;
+#endif
 
 struct Resources : Remains
 {
@@ -37,23 +47,23 @@ struct Resources : Remains
     size_t residentKib = 0;
 };
 
-// What the C library and those below ours keep for themselves is far below these.
-constexpr size_t HEAP_TOLERANCE = 64 * 1024;
-constexpr size_t LOST_DISPLAY = 128 * 1024; // what one may cost at most
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr size_t RESIDENT_TOLERANCE_KIB = 1024 * 1024; // a sanitizer keeps what was freed
-#else
-constexpr size_t RESIDENT_TOLERANCE_KIB = 4096;
-#endif
-
+/// Does something many times, after a while of it until every buffer has its size.
+/// \param run takes the first number and the one after the last
+/// \param heapAllowed bytes that each time may keep on purpose
 /// \return whether it ended where it began
-/// \param heapAllowed bytes that may have been kept on purpose
-bool report(const char* what, uint64_t count, double seconds, const Resources& before, const Resources& after,
-            size_t heapAllowed = 0)
+bool soak(const char* what, uint64_t warmUp, uint64_t count, const auto& run, size_t heapAllowed = 0)
 {
-    const bool good = after.heap <= before.heap + HEAP_TOLERANCE + heapAllowed && after.threads == before.threads
-                      && after.descriptors == before.descriptors
-                      && after.residentKib <= before.residentKib + RESIDENT_TOLERANCE_KIB + heapAllowed / 1024;
+    run(0, warmUp);
+    const Resources before;
+    const auto start = Clock::now();
+    run(warmUp, warmUp + count);
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    endsAs<Remains>(before); // a joined thread may still be listed
+    const Resources after;
+    const size_t allowed = heapAllowed * count;
+    const bool good = after.heap <= before.heap + HEAP_TOLERANCE + allowed
+                      && static_cast<const Remains&>(after) == before
+                      && after.residentKib <= before.residentKib + RESIDENT_TOLERANCE_KIB + allowed / 1024;
     fmt::print("{:<34} {:>10} in {:7.1f} s   heap {:>8} -> {:>8} B   resident {:>6} -> {:>6} KiB   threads {} -> {}   "
                "descriptors {} -> {}   {}\n",
                what, count, seconds, before.heap, after.heap, before.residentKib, after.residentKib, before.threads,
@@ -62,57 +72,25 @@ bool report(const char* what, uint64_t count, double seconds, const Resources& b
     return good;
 }
 
-class Stopwatch
-{
-public:
-    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count(); }
-
-private:
-    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-};
-
-void deliverMixed(Server& server, uint64_t begin, uint64_t end)
-{
-    std::vector<uint8_t> pad(34);
-    pad[4] = 1;
-    for (uint64_t i = begin; i < end; ++i)
-    {
-        switch (i % 4)
-        {
-        case 0:
-            server.key(static_cast<ZustKeyCode>(ZUST_KEY_A + i / 8 % 26), i / 4 % 2 == 0, 0, i);
-            break;
-        case 1:
-            server.key(ZUST_KEY_B, i / 4 % 2 == 0, i / 4 % 2 == 0 ? ZUST_MF_SHIFT : 0, i);
-            break;
-        case 2:
-            pad[9] = static_cast<uint8_t>((i / 4 % 2) << 4); // a button
-            pad[12] = static_cast<uint8_t>(i);               // a stick
-            server.gamepad(pad.data(), 34);
-            break;
-        default:
-            server.touch({{static_cast<uint16_t>(i / 8 % 100), i / 4 % 2 == 0 ? ZUST_TLL_DOWN : ZUST_TLL_UP,
-                           static_cast<uint16_t>(i), 1, 0, 0, 0}});
-        }
-        if (i % 256 == 0)
-            server.drain(); // the queue of the stand-in has no limit
-        if (i % 65536 == 0)
-            server.takeLog();
-    }
-    server.drain();
-    server.takeLog();
-}
-
 bool soakEvents(uint64_t events)
 {
     Server server;
     server.open();
     server.touchEnable(server.handle(), true);
-    deliverMixed(server, 0, 10000); // until every buffer has its size
-    const Resources before;
-    const Stopwatch time;
-    deliverMixed(server, 10000, 10000 + events);
-    return report("keyboard, gamepad, touch events", events, time.seconds(), before, {});
+    return soak("rounds of keys, gamepad, touch", 2500, events / 4,
+                [&](uint64_t begin, uint64_t end)
+                {
+                    for (uint64_t i = begin; i < end; ++i)
+                    {
+                        sendEveryKind(server, i);
+                        if (i % 64 == 0)
+                            server.drain(); // the queue of the stand-in has no limit
+                        if (i % 16384 == 0)
+                            server.takeLog();
+                    }
+                    server.drain();
+                    server.takeLog();
+                });
 }
 
 bool soakMouse(uint64_t events, uint64_t intervalUs)
@@ -120,82 +98,69 @@ bool soakMouse(uint64_t events, uint64_t intervalUs)
     Server server;
     server.open();
     server.mouseSettings(0, 0);
-    const auto deliver = [&](uint64_t begin, uint64_t end)
-    {
-        const uint64_t writesBefore = writedouble::writes();
-        const auto start = std::chrono::steady_clock::now();
-        for (uint64_t i = begin; i < end; ++i)
-        {
-            server.move(i % 2 == 0 ? 1 : -1, 0, i * intervalUs);
-            std::this_thread::sleep_until(start + std::chrono::microseconds(intervalUs) * (i - begin));
-        }
-        while (writedouble::writes() < writesBefore + 2 * (end - begin)) // one axis, and the end of the report
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        server.takeLog();
-    };
-    deliver(1, 1000);
-    const Resources before;
-    const Stopwatch time;
-    deliver(1000, 1000 + events);
-    return report("paced mouse events", events, time.seconds(), before, {});
+    return soak("paced mouse events", events, events,
+                [&](uint64_t begin, uint64_t end)
+                {
+                    const uint64_t writesBefore = writedouble::writes();
+                    const auto start = Clock::now();
+                    for (uint64_t i = begin; i < end; ++i)
+                    {
+                        server.move(i % 2 == 0 ? 1 : -1, 0, (i + 1) * intervalUs);
+                        std::this_thread::sleep_until(start + microseconds(intervalUs) * (i - begin));
+                    }
+                    // Nothing is lost: one axis for each, and the end of the report.
+                    while (writedouble::writes() < writesBefore + 2 * (end - begin))
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    server.takeLog();
+                });
 }
 
 bool soakCycles(uint64_t cycles)
 {
-    const auto live = []
-    {
-        Server server;
-        server.open();
-        server.key(ZUST_KEY_A, true);
-        server.move(1, 1);
-        server.touchEnable(server.handle(), true);
-        server.drain();
-    };
-    for (int i = 0; i < 10; ++i)
-        live();
-    const Resources before;
-    const Stopwatch time;
-    for (uint64_t i = 0; i < cycles; ++i)
-        live();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a joined thread may still be listed
-    return report("load, create, destroy over XTest", cycles, time.seconds(), before, {});
+    return soak("load, create, destroy over XTest", 10, cycles,
+                [](uint64_t begin, uint64_t end)
+                {
+                    for (; begin < end; ++begin)
+                    {
+                        Server server;
+                        server.open();
+                        server.key(ZUST_KEY_A, true);
+                        server.move(1, 1);
+                        server.touchEnable(server.handle(), true);
+                        server.drain();
+                    }
+                });
 }
 
-// The X server dies at a random moment while a stream is made, gets a touch screen and a gamepad, and ends.
+// The X server dies at a random moment while a stream is made, gets a touch screen and a gamepad, and ends. A display
+// that was lost while it was being opened keeps its memory.
 bool soakDeaths(uint64_t rounds, uint64_t seed)
 {
     std::mt19937_64 random(seed);
-    std::vector<uint8_t> pad(34);
-    pad[4] = 1;
     Server::stayLoaded();
     Server server;
-    const auto live = [&]
+    const auto live = [&](uint64_t begin, uint64_t end)
     {
-        XServer x;
-        std::thread killer(
-            [&, delay = std::chrono::microseconds(random() % 25000)]
-            {
-                std::this_thread::sleep_for(delay);
-                x.kill();
-            });
-        server.open();
-        server.touchEnable(server.handle(), true);
-        server.gamepad(pad.data(), 34);
-        server.tap(ZUST_KEY_A);
-        server.move(1, 1);
-        server.drain();
-        server.close();
-        server.takeLog();
-        killer.join();
+        for (; begin < end; ++begin)
+        {
+            XServer x;
+            std::thread killer(
+                [&, delay = microseconds(random() % 25000)]
+                {
+                    std::this_thread::sleep_for(delay);
+                    x.kill();
+                });
+            server.open();
+            server.touchEnable(server.handle(), true);
+            sendEveryKind(server, 0);
+            server.move(1, 1);
+            server.drain();
+            server.close();
+            server.takeLog();
+            killer.join();
+        }
     };
-    live();
-    const Resources before;
-    const Stopwatch time;
-    for (uint64_t i = 0; i < rounds; ++i)
-        live();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a joined thread may still be listed
-    // A display that was lost while it was being opened keeps its memory.
-    return report("X server killed under a stream", rounds, time.seconds(), before, {}, rounds * LOST_DISPLAY);
+    return soak("X server killed under a stream", 1, rounds, live, LOST_DISPLAY);
 }
 
 } // namespace

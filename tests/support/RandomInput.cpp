@@ -1,7 +1,11 @@
 #include "tests/support/RandomInput.h"
 
 #include <array>
+#include <chrono>
+#include <thread>
 #include <vector>
+
+using namespace std::chrono_literals;
 
 RandomInput::RandomInput(Server& server, uint32_t seed, bool touch)
     : m_server(server)
@@ -30,10 +34,21 @@ void RandomInput::run(int steps)
     }
 }
 
-void RandomInput::finish()
+bool RandomInput::endsReleased(int steps, const std::function<bool()>& isDown)
 {
+    run(steps);
     m_server.drain();
     m_server.pause(m_server.handle(), below(2) == 0);
+    std::this_thread::sleep_for(80ms); // the mouse is paced: about 1 event per ms
+    // What the mouse has queued is injected after the reset: once more, until nothing is left.
+    for (int i = 0; i < 2000; ++i)
+    {
+        m_server.reset(m_server.handle());
+        if (!isDown())
+            return true;
+        std::this_thread::sleep_for(5ms);
+    }
+    return false;
 }
 
 ZustKeyCode RandomInput::anyKey()
@@ -122,4 +137,25 @@ void RandomInput::control()
     default:
         m_server.unblockKeyCombination(handle, anyFlags(), anyKey());
     }
+}
+
+void sendEveryKind(Server& server, uint64_t number)
+{
+    const bool down = number % 2 == 0;
+    server.key(ZUST_KEY_A, down, down ? ZUST_MF_SHIFT : 0, 1);
+    server.key(ZUST_KEY_F4, down, 0, 1);
+
+    std::array<uint8_t, 34> pad{};
+    pad[4] = 1;
+    pad[9] = down ? 0x10 : 0;  // a button
+    pad[13] = down ? 0x40 : 0; // a stick
+    server.gamepad(pad.data(), pad.size());
+
+    ZustTouchPointLowLevel points[]{
+        {static_cast<uint16_t>(number / 2 % 100), down ? ZUST_TLL_DOWN : ZUST_TLL_UP, 5, 5, 0, 0, 1},
+        {200, ZUST_TLL_MOVE, static_cast<uint16_t>(number), 5, 0, 0, 1}};
+    ZustInputEvent event{};
+    event.type = ZUST_EVENT_TOUCH_LOWLEVEL;
+    event.event.touchLowLevelEvent = {2, points};
+    server.deliver(event);
 }

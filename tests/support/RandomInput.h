@@ -4,6 +4,7 @@
 #include "tests/support/Server.h"
 
 #include <cstdint>
+#include <functional>
 #include <random>
 
 /// Anything that a client and a server may do short of ending the stream, picked at random: keys known and unknown with
@@ -16,8 +17,9 @@ public:
 
     void run(int steps);
 
-    /// Ends with everything delivered and, for the seeds of one parity, paused.
-    void finish();
+    /// Steps, and then resets, paused or not: what is down is to come up. \param isDown whether something is
+    /// \return whether it did
+    bool endsReleased(int steps, const std::function<bool()>& isDown);
 
 private:
     int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(m_random); }
@@ -33,5 +35,9 @@ private:
     bool m_touch;
     uint64_t m_captureUs = 1000000;
 };
+
+/// One of every kind of event that is injected on the stack's thread: a key with its modifier, a key that is blocked in
+/// some tests (Alt+F4), a pad, two fingers. What an even number presses, the next one releases. Allocates nothing.
+void sendEveryKind(Server& server, uint64_t number);
 
 #endif

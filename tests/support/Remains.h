@@ -7,6 +7,8 @@
 #include <iterator>
 #include <thread>
 
+#include "tests/support/FakeLibevdev.h"
+
 inline size_t entriesOf(const char* folder)
 {
     const std::filesystem::directory_iterator entries(folder);
@@ -20,6 +22,15 @@ struct Remains
     size_t descriptors = entriesOf("/proc/self/fd");
 
     bool operator==(const Remains&) const = default;
+};
+
+/// The same, in a program with the double of libevdev.
+struct DeviceRemains : Remains
+{
+    int devices = fakelibevdev::liveDevices();
+    int descriptions = fakelibevdev::liveDescriptions();
+
+    bool operator==(const DeviceRemains&) const = default;
 };
 
 /// Whether what is there now is what was there before. A thread that has been joined may still be listed for a moment.

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <dlfcn.h>
+#include <utility>
 
 std::ostream& operator<<(std::ostream& out, const ServerLogLine& line)
 {
@@ -15,6 +16,11 @@ const char* libraryPath()
 {
     const char* const path = std::getenv("ZUIS_LIBRARY");
     return path ? path : ZUIS_LIBRARY_PATH;
+}
+
+constexpr int16_t int16(int value)
+{
+    return static_cast<int16_t>(value);
 }
 
 } // namespace
@@ -39,9 +45,7 @@ void ServerLog::logSink(void* data, ZustLogLevel level, uint32_t, const char* ta
 std::vector<ServerLogLine> ServerLog::takeLog()
 {
     const LockGuard lock(m_logMutex);
-    std::vector<ServerLogLine> lines;
-    lines.swap(m_log);
-    return lines;
+    return std::exchange(m_log, {});
 }
 
 std::vector<ServerLogLine> ServerLog::takeLog(const std::string& tag)
@@ -88,9 +92,18 @@ void Server::close()
         destroyHandle(&m_handle);
 }
 
+void Server::deliverDirectly()
+{
+    ZustStreamConfig config{};
+    zudevStreamInfo(m_stream, &config, nullptr);
+    m_direct = config.config.input;
+}
+
 void Server::deliver(const ZustInputEvent& event)
 {
-    if (!zudevDeliver(m_stream, &event, 0, 0))
+    if (m_direct.onInputReceived)
+        m_direct.onInputReceived(m_direct.context, nullptr, &event, 1, 1);
+    else if (!zudevDeliver(m_stream, &event, 0, 0))
         std::abort();
 }
 
@@ -108,52 +121,32 @@ void Server::tap(ZustKeyCode keyCode, uint16_t flags)
     key(keyCode, false, flags);
 }
 
-namespace
-{
-
-ZustInputEvent mouseEvent(ZustMouseEventType type, uint64_t captureUs)
+void Server::mouse(const ZustMouseEvent& mouse)
 {
     ZustInputEvent event{};
     event.type = ZUST_EVENT_MOUSE;
-    event.event.mouseEvent.type = type;
-    event.event.mouseEvent.captureTimestampUs = captureUs;
-    return event;
+    event.event.mouseEvent = mouse;
+    deliver(event);
 }
-
-} // namespace
 
 void Server::move(int dx, int dy, uint64_t captureUs)
 {
-    ZustInputEvent event = mouseEvent(ZUST_ME_MOUSE_MOVE, captureUs);
-    event.event.mouseEvent.xPos = static_cast<int16_t>(dx);
-    event.event.mouseEvent.yPos = static_cast<int16_t>(dy);
-    deliver(event);
+    mouse({ZUST_ME_MOUSE_MOVE, 0, int16(dx), int16(dy), 0, 0, 0, 0, 0, captureUs});
 }
 
 void Server::moveTo(int x, int y, int width, int height, uint64_t captureUs)
 {
-    ZustInputEvent event = mouseEvent(ZUST_ME_MOUSE_MOVE, captureUs);
-    event.event.mouseEvent.flags = ZUST_MF_ABSCOORDS;
-    event.event.mouseEvent.xPos = static_cast<int16_t>(x);
-    event.event.mouseEvent.yPos = static_cast<int16_t>(y);
-    event.event.mouseEvent.data1 = static_cast<int16_t>(width);
-    event.event.mouseEvent.data2 = static_cast<int16_t>(height);
-    deliver(event);
+    mouse({ZUST_ME_MOUSE_MOVE, ZUST_MF_ABSCOORDS, int16(x), int16(y), int16(width), int16(height), 0, 0, 0, captureUs});
 }
 
 void Server::button(ZustMouseButton button, bool down, uint64_t captureUs)
 {
-    ZustInputEvent event = mouseEvent(ZUST_ME_BUTTON, captureUs);
-    event.event.mouseEvent.data1 = static_cast<int16_t>(button);
-    event.event.mouseEvent.data2 = down ? 2 : 1;
-    deliver(event);
+    mouse({ZUST_ME_BUTTON, 0, 0, 0, int16(button), int16(down ? 2 : 1), 0, 0, 0, captureUs});
 }
 
 void Server::wheel(int step, uint64_t captureUs)
 {
-    ZustInputEvent event = mouseEvent(ZUST_ME_MOUSE_WHEEL, captureUs);
-    event.event.mouseEvent.vWheel = static_cast<int16_t>(step);
-    deliver(event);
+    mouse({ZUST_ME_MOUSE_WHEEL, 0, 0, 0, 0, 0, 0, int16(step), 0, captureUs});
 }
 
 void Server::mouseSettings(uint32_t acceleration, uint32_t sensitivity)

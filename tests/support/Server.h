@@ -59,6 +59,9 @@ public:
     ZuisHandle handle() const { return m_handle; }
     ZustStream stream() const { return m_stream; }
 
+    /// From now on events are handed over on the caller's thread, as the stack's does it, and not on that one.
+    void deliverDirectly();
+
     // Each delivers one event through the stack's event thread and returns at once.
     void key(ZustKeyCode keyCode, bool down, uint16_t flags = 0, uint64_t captureUs = 0);
     void tap(ZustKeyCode keyCode, uint16_t flags = 0);
@@ -73,9 +76,12 @@ public:
     void drain(); ///< waits until the event thread has handed over everything
 
 private:
+    void mouse(const ZustMouseEvent& mouse);
+
     ZuisHandle m_handle = nullptr;
     ZustStream m_stream = nullptr;
     ZuisInputConfig m_config{};
+    ZustInputStreamConfig m_direct{};
 };
 
 /// Selects a backend by environment: "uinput", "xtest" or "container" (with an instance).

@@ -50,14 +50,10 @@ void refuseElsewhere(Kind kind, int number)
     elsewhereLeft[kind] = number;
 }
 
-void wait()
-{
-    for (int i = 0; i < 50 && !wasRefused; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-}
-
 bool end()
 {
+    for (int i = 0; i < 50 && t_isExempt && !wasRefused; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     t_armed[MEMORY] = t_armed[THREADS] = t_isExempt = false;
     elsewhereLeft[MEMORY] = elsewhereLeft[THREADS] = -1;
     return wasRefused;

@@ -18,10 +18,7 @@ void refuse(Kind kind, int number);
 /// The same for the requests that all other threads make together.
 void refuseElsewhere(Kind kind, int number);
 
-/// Waits until a request was refused since refuse() or refuseElsewhere(), 100 ms at most.
-void wait();
-
-/// \return whether a request was refused since refuse() or refuseElsewhere()
+/// Waits 100 ms at most for what is refused elsewhere. \return whether a request was refused since one of the above
 bool end();
 
 } // namespace shortage

@@ -58,7 +58,7 @@ XServer::~XServer()
 
 void XServer::kill()
 {
-    if (m_pid <= 0)
+    if (!isAlive())
         return;
     ::kill(m_pid, SIGKILL);
     waitpid(m_pid, nullptr, 0);
@@ -67,12 +67,14 @@ void XServer::kill()
 
 void XServer::stop()
 {
-    ::kill(m_pid, SIGSTOP);
+    if (isAlive())
+        ::kill(m_pid, SIGSTOP);
 }
 
 void XServer::goOn()
 {
-    ::kill(m_pid, SIGCONT);
+    if (isAlive())
+        ::kill(m_pid, SIGCONT);
 }
 
 void makeFewKeys(const std::string& folder)
@@ -95,6 +97,8 @@ void makeFewKeys(const std::string& folder)
 XGrab::XGrab()
     : m_display(XOpenDisplay(nullptr))
 {
+    if (!m_display)
+        std::abort();
     XGrabServer(m_display);
     XSync(m_display, 0);
 }
@@ -102,16 +106,6 @@ XGrab::XGrab()
 XGrab::~XGrab()
 {
     XCloseDisplay(m_display);
-}
-
-unsigned char xOpcode(const char* extension)
-{
-    Display* const display = XOpenDisplay(nullptr);
-    int major = 0;
-    int unused;
-    XQueryExtension(display, extension, &major, &unused, &unused);
-    XCloseDisplay(display);
-    return static_cast<unsigned char>(major);
 }
 
 std::ostream& operator<<(std::ostream& out, const XSeen& seen)
@@ -134,16 +128,16 @@ XWatcher::XWatcher()
     attributes.override_redirect = 1;
     attributes.event_mask =
         KeyPressMask | KeyReleaseMask | ButtonPressMask | ButtonReleaseMask | PointerMotionMask | StructureNotifyMask;
-    m_window = XCreateWindow(m_display, DefaultRootWindow(m_display), 0, 0,
-                             static_cast<unsigned int>(DisplayWidth(m_display, screen)),
-                             static_cast<unsigned int>(DisplayHeight(m_display, screen)), 0, CopyFromParent,
-                             InputOutput, nullptr, CWOverrideRedirect | CWEventMask, &attributes);
-    XMapRaised(m_display, m_window);
+    const Window window = XCreateWindow(m_display, DefaultRootWindow(m_display), 0, 0,
+                                        static_cast<unsigned int>(DisplayWidth(m_display, screen)),
+                                        static_cast<unsigned int>(DisplayHeight(m_display, screen)), 0, CopyFromParent,
+                                        InputOutput, nullptr, CWOverrideRedirect | CWEventMask, &attributes);
+    XMapRaised(m_display, window);
     XEvent event;
     do
         XNextEvent(m_display, &event);
     while (event.type != MapNotify);
-    XSetInputFocus(m_display, m_window, RevertToParent, CurrentTime);
+    XSetInputFocus(m_display, window, RevertToParent, CurrentTime);
     XSync(m_display, 1);
 }
 
@@ -163,26 +157,13 @@ std::vector<XSeen> XWatcher::take(size_t count, std::chrono::milliseconds patien
         {
             XEvent event;
             XNextEvent(m_display, &event);
-            switch (event.type)
-            {
-            case KeyPress:
-                seen.push_back({XSeen::KEY_PRESS, event.xkey.keycode});
-                break;
-            case KeyRelease:
-                seen.push_back({XSeen::KEY_RELEASE, event.xkey.keycode});
-                break;
-            case ButtonPress:
-                seen.push_back({XSeen::BUTTON_PRESS, event.xbutton.button});
-                break;
-            case ButtonRelease:
-                seen.push_back({XSeen::BUTTON_RELEASE, event.xbutton.button});
-                break;
-            case MotionNotify:
-                seen.push_back({XSeen::MOTION, 0, event.xmotion.x_root, event.xmotion.y_root});
-                break;
-            default:
-                break;
-            }
+            if (event.type < KeyPress || event.type > MotionNotify)
+                continue;
+            XSeen& found = seen.emplace_back(XSeen{static_cast<XSeen::Type>(event.type - KeyPress), 0});
+            if (event.type == MotionNotify)
+                found = {XSeen::MOTION, 0, event.xmotion.x_root, event.xmotion.y_root};
+            else
+                found.detail = event.type <= KeyRelease ? event.xkey.keycode : event.xbutton.button;
         }
         if (seen.size() >= count || std::chrono::steady_clock::now() >= deadline)
             return seen;
@@ -191,16 +172,20 @@ std::vector<XSeen> XWatcher::take(size_t count, std::chrono::milliseconds patien
     }
 }
 
+unsigned int XWatcher::queryPointer(int& x, int& y) const
+{
+    Window window;
+    int unused;
+    unsigned int mask = 0;
+    XQueryPointer(m_display, DefaultRootWindow(m_display), &window, &window, &x, &y, &unused, &unused, &mask);
+    return mask & (Button1Mask | Button2Mask | Button3Mask);
+}
+
 std::pair<int, int> XWatcher::pointer() const
 {
-    Window root;
-    Window child;
     int x = -1;
     int y = -1;
-    int windowX;
-    int windowY;
-    unsigned int mask;
-    XQueryPointer(m_display, DefaultRootWindow(m_display), &root, &child, &x, &y, &windowX, &windowY, &mask);
+    queryPointer(x, y);
     return {x, y};
 }
 
@@ -214,13 +199,6 @@ bool XWatcher::anyKeyOrButtonDown() const
 {
     std::array<char, 32> keys{};
     XQueryKeymap(m_display, keys.data());
-    for (const char byte : keys)
-        if (byte != 0)
-            return true;
-    Window root;
-    Window child;
     int unused;
-    unsigned int mask = 0;
-    XQueryPointer(m_display, DefaultRootWindow(m_display), &root, &child, &unused, &unused, &unused, &unused, &mask);
-    return (mask & (Button1Mask | Button2Mask | Button3Mask)) != 0;
+    return keys != std::array<char, 32>{} || queryPointer(unused, unused) != 0;
 }

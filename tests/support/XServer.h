@@ -24,6 +24,7 @@ public:
     void kill();
     void stop(); ///< it hears and says nothing until it goes on
     void goOn();
+    bool isAlive() const { return m_pid > 0; }
     const std::string& display() const { return m_display; }
 
 private:
@@ -46,9 +47,6 @@ public:
 private:
     _XDisplay* m_display;
 };
-
-/// The major opcode of an extension's requests; 0 = the server does not have it.
-unsigned char xOpcode(const char* extension);
 
 /// What an X client saw.
 struct XSeen
@@ -88,8 +86,9 @@ public:
     bool anyKeyOrButtonDown() const;
 
 private:
+    unsigned int queryPointer(int& x, int& y) const; ///< returns the buttons that are down
+
     _XDisplay* m_display;
-    unsigned long m_window = 0;
 };
 
 #endif

@@ -1,4 +1,4 @@
-// The mouse from the stack to an X client, over the XTest extension: the paced thread, absolute and relative.
+// From the stack to an X client, over the XTest extension.
 
 #include <chrono>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <thread>
 
 #include <gmock/gmock.h>
-#include <malloc.h>
+#include <linux/input-event-codes.h>
 
 #include "tests/support/Server.h"
 #include "tests/support/Shell.h"
@@ -26,14 +26,36 @@ constexpr int WIDTH = 1280;
 constexpr int HEIGHT = 720;
 using Point = std::pair<int, int>;
 
-class MouseTest : public testing::Test
+XSeen press(unsigned int evdevCode)
+{
+    return {XSeen::KEY_PRESS, evdevCode + 8};
+}
+
+XSeen release(unsigned int evdevCode)
+{
+    return {XSeen::KEY_RELEASE, evdevCode + 8};
+}
+
+class XtestTest : public testing::Test
 {
 protected:
-    MouseTest()
+    XtestTest()
     {
         selectBackend("xtest");
         m_server = std::make_unique<Server>();
         m_server->open();
+    }
+
+    XServer m_x;
+    XWatcher m_watcher;
+    std::unique_ptr<Server> m_server;
+};
+
+class XtestMouseTest : public XtestTest
+{
+protected:
+    XtestMouseTest()
+    {
         m_server->mouseSettings(0, 0); // comes first, so that nothing else is set
         m_server->drain();
     }
@@ -51,15 +73,54 @@ protected:
         EXPECT_FALSE(seen.empty()) << "the wheel did not turn";
         return m_watcher.pointer();
     }
-
-    XServer m_x;
-    XWatcher m_watcher;
-    std::unique_ptr<Server> m_server;
 };
 
 } // namespace
 
-TEST_F(MouseTest, AbsoluteMovesLandOnThePixel)
+TEST_F(XtestTest, KeysArriveInOrderUnlessBlockedOrPausedAndEndReleased)
+{
+    m_server->tap(ZUST_KEY_H, ZUST_MF_SHIFT);
+    m_server->key(ZUST_KEY_I, true);
+    m_server->key(ZUST_KEY_I, true); // the client's repeat
+    m_server->key(ZUST_KEY_I, false);
+    m_server->tap(ZUST_KEY_E, ZUST_MF_CONTROL | ZUST_MF_ALT); // AltGr
+    m_server->drain();
+    std::vector expected{press(KEY_LEFTSHIFT),   press(KEY_H), release(KEY_H),
+                         release(KEY_LEFTSHIFT), press(KEY_I), release(KEY_I),
+                         press(KEY_RIGHTALT),    press(KEY_E), release(KEY_E)};
+    EXPECT_THAT(m_watcher.take(expected.size()), ElementsAreArray(expected));
+
+    m_server->blockKeyCombination(m_server->handle(), ZUST_MF_CONTROL, ZUST_KEY_W);
+    m_server->blockKeyCombination(m_server->handle(), ZUST_MF_META, ZUST_KEY_ALL);
+    m_server->tap(ZUST_KEY_W, ZUST_MF_CONTROL);
+    m_server->tap(ZUST_KEY_L, ZUST_MF_META);
+    m_server->drain();
+    m_server->pause(m_server->handle(), true);
+    m_server->tap(ZUST_KEY_P);
+    m_server->drain();
+    m_server->pause(m_server->handle(), false);
+    m_server->unblockKeyCombination(m_server->handle(), ZUST_MF_CONTROL, ZUST_KEY_W);
+    m_server->tap(ZUST_KEY_W, ZUST_MF_CONTROL);
+    m_server->key(ZUST_KEY_Q, true);
+    m_server->key(ZUST_KEY_A, true);
+    m_server->drain();
+    m_server->reset(m_server->handle());
+    // The ups that follow blocked downs still carry their flags, so the modifiers show.
+    expected = {release(KEY_RIGHTALT), press(KEY_LEFTCTRL), press(KEY_LEFTMETA), release(KEY_LEFTCTRL),
+                release(KEY_LEFTMETA), press(KEY_LEFTCTRL), press(KEY_W),        release(KEY_W),
+                release(KEY_LEFTCTRL), press(KEY_Q),        press(KEY_A),        release(KEY_A),
+                release(KEY_Q)};
+    EXPECT_THAT(m_watcher.take(expected.size()), ElementsAreArray(expected));
+
+    m_server->key(ZUST_KEY_A, false); // comes too late to release anything
+    m_server->key(ZUST_KEY_B, true);
+    m_server->drain();
+    m_server->close();
+    EXPECT_THAT(m_watcher.take(2), ElementsAre(press(KEY_B), release(KEY_B)));
+    EXPECT_FALSE(m_watcher.anyKeyOrButtonDown());
+}
+
+TEST_F(XtestMouseTest, AbsoluteMovesLandOnThePixel)
 {
     moveTo({640, 360}); // the screen has not been measured yet: the first target is the corner
     EXPECT_EQ(settledPointer(), Point(0, 0));
@@ -73,7 +134,7 @@ TEST_F(MouseTest, AbsoluteMovesLandOnThePixel)
     EXPECT_EQ(settledPointer(), Point(WIDTH - 1, HEIGHT - 1));
 }
 
-TEST_F(MouseTest, DriftIsCorrectedWithin50Ms)
+TEST_F(XtestMouseTest, DriftIsCorrectedWithin50Ms)
 {
     moveTo({640, 360});
     moveTo({640, 360});
@@ -87,7 +148,7 @@ TEST_F(MouseTest, DriftIsCorrectedWithin50Ms)
     EXPECT_EQ(settledPointer(), Point(735, 405));
 }
 
-TEST_F(MouseTest, MovesButtonsAndWheelArriveInOrder)
+TEST_F(XtestMouseTest, MovesButtonsAndWheelArriveInOrder)
 {
     m_watcher.warpPointer(100, 100);
     m_watcher.take();
@@ -115,7 +176,7 @@ TEST_F(MouseTest, MovesButtonsAndWheelArriveInOrder)
     EXPECT_THAT(m_watcher.take(expected.size()), ElementsAreArray(expected));
 }
 
-TEST_F(MouseTest, StoppingWith100000ReportsQueuedEndsAtOnceAndReleasesButtons)
+TEST_F(XtestMouseTest, StoppingWith100000ReportsQueuedEndsAtOnceAndReleasesButtons)
 {
     m_server->button(ZUST_MB_LEFT, true);
     ASSERT_THAT(m_watcher.take(1), Contains(XSeen{XSeen::BUTTON_PRESS, 1}));
@@ -130,41 +191,7 @@ TEST_F(MouseTest, StoppingWith100000ReportsQueuedEndsAtOnceAndReleasesButtons)
     EXPECT_THAT(m_watcher.take(1, 100ms), testing::IsEmpty()) << "nothing is injected afterwards";
 }
 
-// 8000 reports a second for as long as ZUIS_FLOOD_SECONDS says, time and again: every step arrives, and a flood comes
-// that needs no more memory than the one before. (The queues on the way to the library, this program's among them, keep
-// what their longest moment needed, so the first floods may differ.)
-TEST_F(MouseTest, AFloodAt8KilohertzLosesNothing)
-{
-    const int seconds = std::getenv("ZUIS_FLOOD_SECONDS") ? std::atoi(std::getenv("ZUIS_FLOOD_SECONDS")) : 1;
-    const size_t count = 4000 * static_cast<size_t>(seconds);
-    m_watcher.warpPointer(100, 100);
-    m_watcher.take();
-    size_t inUse = 0;
-    bool settled = false;
-    for (int flood = 0; flood < 6 && !settled; ++flood)
-    {
-        auto next = std::chrono::steady_clock::now();
-        for (size_t i = 0; i < count; ++i)
-        {
-            m_server->move(i % 2 ? -1 : 1, 0, 1'000'000 + i * 125);
-            next += 125us;
-            std::this_thread::sleep_until(next);
-        }
-        {
-            const std::vector<XSeen> seen = m_watcher.take(count, 60s * seconds);
-            ASSERT_EQ(seen.size(), count);
-            for (size_t i = 0; i < count; ++i)
-                ASSERT_EQ(seen[i], (XSeen{XSeen::MOTION, 0, i % 2 ? 100 : 101, 100})) << "report " << i;
-        }
-        m_server->drain();
-        const size_t inUseNow = mallinfo2().uordblks;
-        settled = flood > 0 && inUseNow < inUse + 16 * 1024;
-        inUse = inUseNow;
-    }
-    EXPECT_TRUE(settled) << inUse << " bytes in use, and more after every flood";
-}
-
-TEST_F(MouseTest, SettingsReachTheDeviceThroughXinput)
+TEST_F(XtestMouseTest, SettingsReachTheDeviceThroughXinput)
 {
     m_server->mouseSettings(0, 25);
     m_server->drain();
@@ -178,7 +205,7 @@ TEST_F(MouseTest, SettingsReachTheDeviceThroughXinput)
                                              HasSubstr("Executed command to update transformation matrix: [xinput"))));
 }
 
-TEST_F(MouseTest, WithoutXinputOnlyTheSettingsAreMissing)
+TEST_F(XtestMouseTest, WithoutXinputOnlyTheSettingsAreMissing)
 {
     const std::string path = getenv("PATH");
     const Point start = m_watcher.pointer();
@@ -190,19 +217,4 @@ TEST_F(MouseTest, WithoutXinputOnlyTheSettingsAreMissing)
     EXPECT_FALSE(m_watcher.take(1).empty());
     EXPECT_EQ(settledPointer(), (Point{start.first + 30, start.second + 20}));
     EXPECT_THAT(output("xinput list-props \"Virtual core XTEST pointer\""), testing::Not(HasSubstr("3.500000")));
-}
-
-// The first mouse event puts the settings back to their defaults, unless the client has sent settings before.
-TEST(MouseResetTest, FirstMouseEventResetsTheSettingsOnce)
-{
-    const XServer x;
-    selectBackend("xtest");
-    Server server;
-    server.open();
-    const ServerLogLine line{ZUST_LL_INFO, "RemoteInputInjectorLinux",
-                             "Resetting mouse settings before first mouse event"};
-    server.move(1, 0);
-    server.move(1, 0);
-    server.drain();
-    EXPECT_THAT(server.takeLog("RemoteInputInjectorLinux"), ElementsAre(line));
 }
