@@ -206,7 +206,8 @@ void drawLatencies(Canvas& canvas, const Box& box, const InjectionReport& inject
 
     const std::array groups{Series{"delivery to injection", &injection.mouseLatency, INJECTED},
                             Series{"client to injection", &injection.mouseFromClient, SENT}};
-    const double longest = std::max({0.1, nsToMs(injection.mouseLatency.max()), nsToMs(injection.mouseFromClient.max())});
+    const double longest =
+        std::max({0.1, nsToMs(injection.mouseLatency.max()), nsToMs(injection.mouseFromClient.max())});
     constexpr double SHOWN_IN_SECONDS = 2000;
     const bool seconds = longest >= SHOWN_IN_SECONDS;
     const auto shown = [&](int64_t ns) { return seconds ? nsToMs(ns) / 1000 : nsToMs(ns); };
