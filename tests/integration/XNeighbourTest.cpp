@@ -1,6 +1,5 @@
 // X servers that die, fall silent, are grabbed or refuse a key: the host goes on, and nothing of it stays pressed.
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -18,8 +17,8 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/FakeLibevdev.h"
+#include "tests/support/RandomInput.h"
 #include "tests/support/Remains.h"
-#include "tests/support/Server.h"
 #include "tests/support/XServer.h"
 #include "tests/util/TempFolder.h"
 
@@ -68,11 +67,7 @@ bool passesAnswer(ssize_t size)
 void touchAndPad(Server& server)
 {
     server.touchEnable(server.handle(), true);
-    std::array<uint8_t, 34> pad{};
-    pad[4] = 1;
-    server.gamepad(pad.data(), 34);
-    server.touch({{1, ZUST_TLL_DOWN, 10, 10, 0, 0, 0}});
-    server.tap(ZUST_KEY_A);
+    sendEveryKind(server, 0);
     server.button(ZUST_MB_LEFT, true);
     server.drain();
 }
