@@ -113,13 +113,13 @@ TEST_F(RiMouseTest, EventsBecomeReportsAndAccumulateInRecords)
         uint32_t kind;
     };
     const Row rows[] = {
-        {wheel(120), {rel(REL_WHEEL, 1), SYN}, 0x1000000}, // a wheel has no kind of its own
+        {wheel(32767), {rel(REL_WHEEL, 1), SYN}, 0x1000000}, // a wheel has no kind of its own
         {wheel(-1), {rel(REL_WHEEL, -1), SYN}, 0},
         {wheel(0), {rel(REL_WHEEL, 1), SYN}, 0},
         {wheel(0, -120), {rel(REL_WHEEL, 1), SYN}, 0},
         {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}, 0x4},
         {button(ZUST_MB_LEFT, PRESSED), {key(BTN_LEFT, 1), SYN}, 0}, // again
-        {{.x = 5, .y = -3}, {rel(REL_X, 5), rel(REL_Y, -3), SYN}, 0x2},
+        {{.flags = 0xF7FF, .x = 5, .y = -3}, {rel(REL_X, 5), rel(REL_Y, -3), SYN}, 0x2},
         {button(ZUST_MB_LEFT, 1), {key(BTN_LEFT, 0), SYN}, 0x8},
         {button(ZUST_MB_LEFT, 1), {key(BTN_LEFT, 0), SYN}, 0}, // again
         {{.y = 7}, {rel(REL_Y, 7), SYN}, 0},
