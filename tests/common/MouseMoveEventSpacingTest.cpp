@@ -119,7 +119,8 @@ TEST(SpacingTest, LatenessIsCarriedAndPaidBackInParts)
         {{"pays back 0.125 ms", MOVE, 1000, 0, 200'000, 0}, {675'000, -1, 18, 450'000, 1'650'000, 910'000}},
         // 500 - 300 - 62.5 would come too close: 200 it is, and what it pays back stays owed.
         {{"least spacing first", MOVE, 1000, 30, 300'000, 0}, {200'000, -1, 4, 100'000, 1'550'000, 910'000}},
-        {{"idle forgives all", MOVE, 1000, 30, 10'000'000, 0}, {-9'562'500, -1, 0, 0, 0, 910'000}},
+        // At 0.4 ms it is too late for that, and what is no wait forgives all.
+        {{"37.5 us", MOVE, 1000, 30, 400'000, 0}, {37'500, -1, 0, 0, 0, 910'000}},
         {{"early by 0.94 ms", MOVE, 8000, 0, 1'000'000, 60'000}, {7'000'000, 6, 0, 6'060'000, -840'000, 910'000}},
         // 8000 - 2000 + 840; a tenth of a millisecond of being early is forgiven each time.
         {{"early again", MOVE, 8000, 0, 2'000'000, 1'000'000}, {6'840'000, 5, 0, 6'000'000, -740'000, 910'000}},

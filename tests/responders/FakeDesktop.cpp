@@ -97,7 +97,7 @@ extern "C"
     Bool XQueryPointer(Display* display, Window window, Window* root, Window* child, int* rootX, int* rootY,
                        int* windowX, int* windowY, unsigned int* mask)
     {
-        ++fakeDesktop().pointerQueries;
+        fakeDesktop().queries += 'p';
         *root = *child = *mask = 0;
         *windowX = *windowY = -1; // not what callers are after
         if (fakeDesktop().serverGone)
@@ -111,7 +111,7 @@ extern "C"
 
     Status XGetWindowAttributes(Display*, Window window, XWindowAttributes* attributes)
     {
-        ++fakeDesktop().screenQueries;
+        fakeDesktop().queries += 's';
         *attributes = {};
         std::tie(attributes->width, attributes->height) = fakeDesktop().screen.value_or(FakeDesktop::Pair{});
         return fakeDesktop().screen && window == ROOT;

@@ -29,8 +29,7 @@ struct FakeDesktop
     std::function<void(const char*)> onDisplay = [](const char*) {}; ///< told of "open" and "close"
 
     // seen
-    int pointerQueries = 0;
-    int screenQueries = 0;
+    std::string queries; ///< p: the pointer, s: the screen's size
     int listings = 0;
     std::vector<std::string> commands;
 };

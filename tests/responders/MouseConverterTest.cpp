@@ -27,8 +27,7 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
         std::optional<Pair> cursor;
         Pair input;
         Pair step;
-        int looks;        // so far
-        int measurements; // so far
+        std::string queries;
         const char* line = nullptr;
         bool absolute = true;
         std::optional<Pair> screen = {{1000, 500}};
@@ -36,23 +35,23 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
     const std::optional<Pair> none;
     const Pair wide{2000, 500};
     const Row rows[] = {
-        {-FIRST, {{100, 200}}, {65535, 65535}, {-100, -200}, 1, 0}, // nothing injected yet: no screen
-        {0, {{0, 0}}, {32768, 65535}, {500, 500}, 2, 1},
-        {LOOK, {{9, 9}}, {65535, 0}, {500, -500}, 2, 1},
-        {LOOK + 1, {{990, 1}}, {65535, 0}, {10, -1}, 3, 1, ADJUSTED "1000 - 990 = 10, 0 - 1 = -1"},
-        {3 * LOOK, {{1000, 1}}, {0, 0}, {-1000, -1}, 4, 1, ADJUSTED "1000 - 1000 = 0, 0 - 1 = -1"}, // new target
-        {5 * LOOK, {{0, 0}}, {0, 65}, {0, 0}, 5, 1},                                                // already there
-        {7 * LOOK, none, {65535, 0}, {1000, 0}, 6, 1, "getCursorPos failed in adjust"},
-        {8 * LOOK, {{7, 7}}, {65535, 0}, {0, 0}, 6, 1},                       // that was a look all the same
-        {7 * LOOK, {{7, 7}}, {-7, 70000}, {-7, 70000}, 6, 1, nullptr, false}, // a relative move
-        {7 * LOOK, {{400, 300}}, {65535, 65535}, {600, 200}, 7, 1},           // starts from the cursor
-        {7 * LOOK + 1, {{1000, 500}}, {65535, 65535}, {0, 0}, 8, 1},          // and looks again
-        {8 * LOOK, {{7, 7}}, {0, 0}, {0, 0}, 8, 1, nullptr, false},
-        {8 * LOOK, none, {0, 0}, {-1000, -500}, 9, 1, "getCursorPos failed"}, // the last target counts
-        {MEASURE, {{0, 0}}, {65535, 0}, {1000, 0}, 10, 1, nullptr, true, wide},
-        {MEASURE + 1, {{0, 0}}, {65535, 0}, {1000, 0}, 10, 2, nullptr, true, wide},
-        {2 * MEASURE + 2, {{2000, 0}}, {65535, 131}, {0, 0}, 11, 3, nullptr, true, none}, // keeps the size
-        {3 * MEASURE + 2, {{2000, 0}}, {65535, 0}, {0, 0}, 12, 3},                        // and that was a measurement
+        {-FIRST, {{100, 200}}, {65535, 65535}, {-100, -200}, "p"}, // nothing injected yet: no screen
+        {0, {{0, 0}}, {32768, 65535}, {500, 500}, "ps"},
+        {LOOK, {{9, 9}}, {65535, 0}, {500, -500}, ""},
+        {LOOK + 1, {{990, 1}}, {65535, 0}, {10, -1}, "p", ADJUSTED "1000 - 990 = 10, 0 - 1 = -1"},
+        {3 * LOOK, {{1000, 1}}, {0, 0}, {-1000, -1}, "p", ADJUSTED "1000 - 1000 = 0, 0 - 1 = -1"}, // new target
+        {5 * LOOK, {{0, 0}}, {0, 65}, {0, 0}, "p"},                                                // already there
+        {7 * LOOK, none, {65535, 0}, {1000, 0}, "p", "getCursorPos failed in adjust"},
+        {8 * LOOK, {{7, 7}}, {65535, 0}, {0, 0}, ""},                       // that was a look all the same
+        {7 * LOOK, {{7, 7}}, {-7, 70000}, {-7, 70000}, "", nullptr, false}, // a relative move
+        {7 * LOOK, {{400, 300}}, {65535, 65535}, {600, 200}, "p"},          // starts from the cursor
+        {7 * LOOK + 1, {{1000, 500}}, {65535, 65535}, {0, 0}, "p"},         // and looks again
+        {8 * LOOK, {{7, 7}}, {0, 0}, {0, 0}, "", nullptr, false},
+        {8 * LOOK, none, {0, 0}, {-1000, -500}, "p", "getCursorPos failed"}, // the last target counts
+        {MEASURE, {{0, 0}}, {65535, 0}, {1000, 0}, "p", nullptr, true, wide},
+        {MEASURE + 1, {{0, 0}}, {65535, 0}, {1000, 0}, "s", nullptr, true, wide},
+        {2 * MEASURE + 2, {{2000, 0}}, {65535, 131}, {0, 0}, "ps", nullptr, true, none}, // keeps the size
+        {3 * MEASURE + 2, {{2000, 0}}, {65535, 0}, {0, 0}, "p"},                         // and that was a measurement
     };
 
     fakestack::reset();
@@ -68,8 +67,7 @@ TEST(MouseConverterTest, AbsolutePositionsBecomeStepsFromTheRealCursor)
         long dy = row.input.second;
         EXPECT_EQ(converter.convertMovement(dx, dy, FIRST + row.now, row.absolute), row.absolute);
         EXPECT_EQ(Pair(static_cast<int>(dx), static_cast<int>(dy)), row.step);
-        EXPECT_EQ(fakeDesktop().pointerQueries, row.looks);
-        EXPECT_EQ(fakeDesktop().screenQueries, row.measurements);
+        EXPECT_EQ(std::exchange(fakeDesktop().queries, {}), row.queries);
         Lines lines;
         if (row.line)
             lines.push_back({row.line[0] == 'A' ? ZUST_LL_VERBOSE : ZUST_LL_WARNING, "TmReportingThread", row.line});

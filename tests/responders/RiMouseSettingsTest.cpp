@@ -32,37 +32,20 @@ fakestack::LogLine ran(const std::string& command)
     return {ZUST_LL_INFO, "sh", command};
 }
 
-/// While it lives, this thread writes decimal commas: a C locale whose file says so.
-class CommaLocale
+/// From now on this thread writes decimal commas: the C locale with another sign in its file.
+void useCommas()
 {
-public:
-    CommaLocale()
-    {
-        std::filesystem::create_directories(m_folder / "comma");
-        std::ifstream original("/usr/lib/locale/C.utf8/LC_NUMERIC", std::ios::binary);
-        std::string numeric{std::istreambuf_iterator<char>(original), {}};
-        numeric.at(numeric.find('.')) = ',';
-        std::ofstream(m_folder / "comma/LC_NUMERIC", std::ios::binary) << numeric;
-        setenv("LOCPATH", m_folder.c_str(), 1);
-        m_locale = newlocale(LC_NUMERIC_MASK, "comma", nullptr);
-        uselocale(m_locale);
-        EXPECT_STREQ(",", localeconv()->decimal_point);
-    }
-
-    ~CommaLocale()
-    {
-        uselocale(LC_GLOBAL_LOCALE);
-        if (m_locale)
-            freelocale(m_locale);
-        unsetenv("LOCPATH");
-        std::filesystem::remove_all(m_folder);
-    }
-
-private:
-    const std::filesystem::path m_folder =
-        std::filesystem::temp_directory_path() / ("comma." + std::to_string(getpid()));
-    locale_t m_locale = nullptr;
-};
+    const auto folder = std::filesystem::temp_directory_path() / ("comma." + std::to_string(getpid()));
+    std::filesystem::create_directories(folder / "comma");
+    std::ifstream original("/usr/lib/locale/C.utf8/LC_NUMERIC", std::ios::binary);
+    std::string numeric{std::istreambuf_iterator<char>(original), {}};
+    numeric.at(numeric.find('.')) = ',';
+    std::ofstream(folder / "comma/LC_NUMERIC", std::ios::binary) << numeric;
+    setenv("LOCPATH", folder.c_str(), 1);
+    uselocale(newlocale(LC_NUMERIC_MASK, "comma", nullptr));
+    std::filesystem::remove_all(folder);
+    ASSERT_STREQ(",", localeconv()->decimal_point);
+}
 
 /// A mouse without a display, which has no thread, and settings with one.
 class RiMouseSettingsTest : public testing::Test
@@ -138,7 +121,7 @@ TEST_F(RiMouseSettingsTest, FindsTheDeviceOfTheMousesName)
 // point stays one where the host's locale has a comma, and what the commands end with is of no interest.
 TEST_F(RiMouseSettingsTest, RunsOneCommandPerSetting)
 {
-    const CommaLocale locale;
+    useCommas();
     fakeDesktop().inputDevices = {{42, "RiMouse"}};
     make();
     for (const uint32_t acceleration : {0u, 1u, UINT_MAX})
@@ -173,6 +156,7 @@ TEST_F(RiMouseSettingsTest, RunsOneCommandPerSetting)
         }
     EXPECT_TRUE(send(0, 1)); // speed unchanged
     EXPECT_THAT(fakestack::takeLog(), testing::SizeIs(2));
+    freelocale(uselocale(LC_GLOBAL_LOCALE));
 }
 
 TEST_F(RiMouseSettingsTest, WithoutADeviceNothingIsRun)
