@@ -198,7 +198,7 @@ TEST_F(DesktopProgramTest, EveryMotionAndButtonIsRecordedInOrder)
     };
     const auto press = [&](unsigned button, bool down)
     {
-        const std::string place = expected.back().substr(expected.back().find(' ') + 1);
+        const std::string place = expected.back().substr(expected.back().rfind(' ') + 1);
         m_injector->button(button, down);
         expected.push_back((down ? "+" : "-") + std::to_string(button) + " at " + place);
     };
