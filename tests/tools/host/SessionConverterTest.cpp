@@ -87,7 +87,8 @@ TEST(SessionConverterTest, KnowsWhatADeviceIs)
         {device({{EV_KEY, BTN_TOUCH}, {EV_KEY, BTN_TOOL_PEN}}, {{ABS_X, {0, 9}}}), SourceKind::UNKNOWN},
         {device({{EV_KEY, BTN_LEFT}, {EV_REL, REL_WHEEL}}, {{ABS_X, {0, 9}}}), SourceKind::UNKNOWN},
         {device({{EV_KEY, BTN_JOYSTICK}}, {{ABS_X, {0, 9}}}), SourceKind::UNKNOWN},
-        {device({{EV_KEY, KEY_POWER}}), SourceKind::UNKNOWN},
+        {device({{EV_KEY, KEY_POWER}, {EV_REL, REL_X}}), SourceKind::UNKNOWN},
+        {device({{EV_KEY, KEY_POWER}, {EV_REL, REL_Y}}), SourceKind::UNKNOWN},
     };
     for (const Case& c : cases)
     {
