@@ -24,30 +24,6 @@ std::optional<T> get(const SettingsStorage& settings, const std::string& key, co
     return {};
 }
 
-/// A variable of this process while the object lives. None when the environment cannot hold it, or has it already.
-class ScopedVariable
-{
-public:
-    ScopedVariable(const std::string& name, const std::string& value)
-        : m_name(name.c_str()) // NOLINT(readability-redundant-string-cstr): up to a NUL
-        , m_set(!m_name.empty() && m_name.find('=') == std::string::npos && !getenv(m_name.c_str()))
-    {
-        if (m_set)
-            setenv(m_name.c_str(), value.c_str(), 1);
-    }
-    ~ScopedVariable()
-    {
-        if (m_set)
-            unsetenv(m_name.c_str());
-    }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    std::string m_name;
-    bool m_set;
-};
-
 void checkKey(const SettingsManager& settings, const std::string& key, const std::optional<std::string>& inFile)
 {
     const char* const variable = key.empty() ? nullptr : getenv(key.c_str());
@@ -93,13 +69,19 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
               "key and value are taken byte for byte");
     }
 
-    const ScopedVariable variable(key, value);
+    const std::string variable = key.c_str(); // NOLINT(readability-redundant-string-cstr): up to a NUL
+    // None when the environment cannot hold it, or has it already.
+    const bool set = !variable.empty() && variable.find('=') == std::string::npos && !getenv(variable.c_str());
+    if (set)
+        setenv(variable.c_str(), value.c_str(), 1);
     const MemoryFile file(content);
     const SettingsManager settings(file.path(), "", ModuleSettingsStorage);
     if (!dictionary.contains(key))
         checkKey(settings, key, {});
     for (const auto& [name, text] : dictionary)
         checkKey(settings, name, text);
+    if (set)
+        unsetenv(variable.c_str());
     fakestack::takeLog();
     return 0;
 }

@@ -1,27 +1,15 @@
 // The finished program on a private X server: what is typed and moved there by XTest is on its record.
 
-#include <array>
-#include <chrono>
-#include <cmath>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include "tests/support/XServer.h"
+#include "tests/tools/Child.h"
+#include "tests/tools/Files.h"
+
 #include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
-
-#include "tests/support/XServer.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -34,112 +22,44 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 
-constexpr auto PATIENCE = std::chrono::seconds(20);
-
-/// Runs a program and waits for it when it ends or is asked to.
-class Process
-{
-public:
-    Process(std::vector<std::string> words, const std::string& errors)
-    {
-        std::vector<char*> argv;
-        for (std::string& word : words)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        EXPECT_EQ(posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), environ), 0) << words[0];
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Process() { stop(SIGKILL); }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    /// Exit code; -1 for a process that a signal killed.
-    int stop(int signal)
-    {
-        if (m_pid > 0)
-            kill(m_pid, signal);
-        return wait();
-    }
-
-    int wait()
-    {
-        int status = -1;
-        if (m_pid > 0)
-            waitpid(m_pid, &status, 0);
-        m_pid = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t m_pid = -1;
-};
-
 /// Fakes input on $DISPLAY.
 class Injector
 {
 public:
-    Injector()
-        : m_display(XOpenDisplay(nullptr))
-        , m_library(dlopen("libXtst.so.6", RTLD_NOW))
-    {
-        if (!m_display || !m_library)
-            std::abort();
-        m_key = reinterpret_cast<Fake*>(dlsym(m_library, "XTestFakeKeyEvent"));
-        m_button = reinterpret_cast<Fake*>(dlsym(m_library, "XTestFakeButtonEvent"));
-        m_motion = reinterpret_cast<FakeMotion*>(dlsym(m_library, "XTestFakeMotionEvent"));
-    }
-    ~Injector()
-    {
-        if (m_display)
-            XCloseDisplay(m_display);
-    }
-    Injector(const Injector&) = delete;
-    Injector& operator=(const Injector&) = delete;
+    ~Injector() { XCloseDisplay(m_display); }
 
     void key(const char* keysym, bool down)
     {
-        m_key(m_display, XKeysymToKeycode(m_display, XStringToKeysym(keysym)), down, 0);
-        XSync(m_display, False);
+        fake("XTestFakeKeyEvent", unsigned{XKeysymToKeycode(m_display, XStringToKeysym(keysym))}, int{down});
     }
-
     void tap(const char* keysym)
     {
         key(keysym, true);
         key(keysym, false);
     }
-
-    void button(unsigned number, bool down)
-    {
-        m_button(m_display, number, down, 0);
-        XSync(m_display, False);
-    }
-
-    void move(int x, int y)
-    {
-        m_motion(m_display, -1, x, y, 0);
-        XSync(m_display, False);
-    }
+    void button(unsigned number, bool down) { fake("XTestFakeButtonEvent", number, int{down}); }
+    void move(int x, int y) { fake("XTestFakeMotionEvent", -1, x, y); }
 
     Display* display() const { return m_display; }
 
 private:
-    using Fake = int(Display*, unsigned, int, unsigned long);
-    using FakeMotion = int(Display*, int, int, int, unsigned long);
+    template <class... Arguments>
+    void fake(const char* function, Arguments... arguments)
+    {
+        constexpr unsigned long NOW = 0;
+        using Function = int (*)(Display*, Arguments..., unsigned long);
+        reinterpret_cast<Function>(dlsym(m_library, function))(m_display, arguments..., NOW);
+        XSync(m_display, False);
+    }
 
-    Display* m_display;
-    void* m_library;
-    Fake* m_key = nullptr;
-    Fake* m_button = nullptr;
-    FakeMotion* m_motion = nullptr;
+    Display* m_display = XOpenDisplay(nullptr);
+    void* m_library = dlopen("libXtst.so.6", RTLD_NOW);
 };
 
 std::string summary(const json& line)
 {
-    std::string event = line["event"];
+    const std::string event = line["event"];
+    const std::string place = line.contains("x") ? "at " + line["x"].dump() + "," + line["y"].dump() : "";
     if (event == "key-press")
         return "+" + line["keysym"].get<std::string>() + " '" + line["text"].get<std::string>() + "'"
                + (line["repeat"].get<bool>() ? " again" : "");
@@ -147,43 +67,41 @@ std::string summary(const json& line)
         return "-" + line["keysym"].get<std::string>();
     if (event == "composed-text")
         return "='" + line["text"].get<std::string>() + "'";
-    if (event == "motion")
-        return line["x"].dump() + "," + line["y"].dump();
-    if (event == "button-press" || event == "button-release")
-        return (event == "button-press" ? "+" : "-") + line["button"].dump() + " at " + line["x"].dump() + ","
-               + line["y"].dump();
-    return event;
+    if (event.starts_with("button-"))
+        return (event == "button-press" ? "+" : "-") + line["button"].dump() + " " + place;
+    return event == "motion" ? place : event;
 }
 
 class DesktopProgramTest : public testing::Test
 {
 protected:
     DesktopProgramTest()
-        : m_directory(testing::TempDir() + "desktop-test-" + std::to_string(getpid()))
     {
-        std::filesystem::create_directories(m_directory);
         // The plain layout has neither AltGr nor dead keys.
-        EXPECT_EQ(Process({"setxkbmap", "us", "altgr-intl"}, m_directory + "/setxkbmap").wait(), 0);
-        m_injector = std::make_unique<Injector>();
+        EXPECT_EQ(Child(m_directory.path / "setxkbmap", {"setxkbmap", "us", "altgr-intl"}).end(), 0);
     }
-    ~DesktopProgramTest() override { std::filesystem::remove_all(m_directory); }
 
-    void start(const std::vector<std::string>& options)
+    void start(std::vector<std::string> options)
     {
-        std::vector<std::string> words{ZUIS_DESKTOP_PATH,      "--record", recordPath(), "--ready-file",
-                                       m_directory + "/ready", "--png",    picturePath()};
-        words.insert(words.end(), options.begin(), options.end());
-        std::filesystem::remove(m_directory + "/ready");
-        m_desktop = std::make_unique<Process>(words, errorPath());
-        ASSERT_TRUE(eventually([this] { return std::filesystem::exists(m_directory + "/ready"); }))
-            << "not ready: " << contents(errorPath());
+        const std::string ready = m_directory.path / "ready";
+        options.insert(options.begin(),
+                       {ZUIS_DESKTOP_PATH, "--record", m_record, "--ready-file", ready, "--png", m_picture});
+        std::filesystem::remove(ready);
+        m_desktop = std::make_unique<Child>(m_said, options);
+        ASSERT_TRUE(eventually([&] { return std::filesystem::exists(ready); })) << contents(m_said);
+    }
+
+    /// Waits until the record has so many lines.
+    bool recorded(size_t lines) const
+    {
+        return eventually([&] { return record().size() >= lines; });
     }
 
     /// Lines of the record so far.
     std::vector<json> record() const
     {
         std::vector<json> lines;
-        std::ifstream file(recordPath());
+        std::ifstream file(m_record);
         for (std::string line; std::getline(file, line) && !file.eof();)
             lines.push_back(json::parse(line));
         return lines;
@@ -195,34 +113,17 @@ protected:
         std::vector<std::string> result;
         for (const json& line : record())
             result.push_back(summary(line));
-        EXPECT_THAT((std::vector<std::string>(result.begin(), result.begin() + 2)), ElementsAre("start", "focus-in"));
-        EXPECT_EQ(result.back(), "end");
+        EXPECT_EQ(result.at(0) + result.at(1) + result.back(), "startfocus-inend");
         return {result.begin() + 2, result.end() - 1};
     }
 
-    template <class Condition>
-    static bool eventually(const Condition& condition)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
-        while (!condition() && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        return condition();
-    }
-
-    static std::string contents(const std::string& path)
-    {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    std::string recordPath() const { return m_directory + "/record.jsonl"; }
-    std::string picturePath() const { return m_directory + "/picture.png"; }
-    std::string errorPath() const { return m_directory + "/errors"; }
-
     XServer m_x;
-    std::string m_directory;
-    std::unique_ptr<Injector> m_injector;
-    std::unique_ptr<Process> m_desktop;
+    TemporaryDirectory m_directory;
+    const std::string m_record = m_directory.path / "record";
+    const std::string m_picture = m_directory.path / "picture";
+    const std::string m_said = m_directory.path / "said";
+    std::unique_ptr<Injector> m_injector = std::make_unique<Injector>();
+    std::unique_ptr<Child> m_desktop;
 };
 
 } // namespace
@@ -245,7 +146,7 @@ TEST_F(DesktopProgramTest, KeysAreRecordedWithTheTextTheyMake)
     m_injector->tap("BackSpace");
     m_injector->tap("Return");
     m_injector->key("Super_L", true);
-    EXPECT_EQ(m_desktop->stop(SIGTERM), 0) << contents(errorPath());
+    EXPECT_EQ(m_desktop->end(SIGTERM), 0) << contents(m_said);
 
     EXPECT_THAT(events(),
                 ElementsAre("+Shift_L ''", "+H 'H'", "-H", "-Shift_L", "+ISO_Level3_Shift ''", "+EuroSign '€'",
@@ -264,9 +165,9 @@ TEST_F(DesktopProgramTest, RepeatsAreMarkedAndEndWithTheOption)
     XkbSetAutoRepeatRate(m_injector->display(), XkbUseCoreKbd, 50, 10);
     start({});
     m_injector->key("a", true);
-    EXPECT_TRUE(eventually([this] { return record().size() >= 6; }));
+    EXPECT_TRUE(recorded(6));
     m_injector->key("a", false);
-    EXPECT_EQ(m_desktop->stop(SIGINT), 0);
+    EXPECT_EQ(m_desktop->end(SIGINT), 0);
     std::vector<std::string> expected(events().size(), "+a 'a' again");
     expected.front() = "+a 'a'";
     expected.back() = "-a";
@@ -282,7 +183,7 @@ TEST_F(DesktopProgramTest, RepeatsAreMarkedAndEndWithTheOption)
     EXPECT_TRUE(repeats());
     start({"--no-autorepeat"});
     EXPECT_FALSE(repeats());
-    EXPECT_EQ(m_desktop->stop(SIGTERM), 0);
+    EXPECT_EQ(m_desktop->end(SIGTERM), 0);
     EXPECT_TRUE(repeats());
 }
 
@@ -293,30 +194,25 @@ TEST_F(DesktopProgramTest, EveryMotionAndButtonIsRecordedInOrder)
     const auto move = [&](int x, int y)
     {
         m_injector->move(x, y);
-        expected.push_back(std::to_string(x) + "," + std::to_string(y));
+        expected.push_back("at " + std::to_string(x) + "," + std::to_string(y));
     };
-    const auto click = [&](unsigned button, int x, int y)
+    const auto press = [&](unsigned button, bool down)
     {
-        for (const bool down : {true, false})
-        {
-            m_injector->button(button, down);
-            expected.push_back((down ? "+" : "-") + std::to_string(button) + " at " + std::to_string(x) + ","
-                               + std::to_string(y));
-        }
+        const std::string place = expected.back().substr(expected.back().rfind(' ') + 1);
+        m_injector->button(button, down);
+        expected.push_back((down ? "+" : "-") + std::to_string(button) + " at " + place);
     };
     for (int i = 0; i < 500; ++i)
         move(10 + i, 20 + i % 7);
     for (const unsigned button : {1, 2, 3, 4, 5, 6, 7, 8, 9})
-        click(button, 509, 20 + 499 % 7);
+        press(button, true), press(button, false);
     // A drag that leaves the window, and motion where the window is not.
-    m_injector->button(1, true);
-    expected.push_back("+1 at 509," + std::to_string(20 + 499 % 7));
+    press(1, true);
     move(1200, 700);
-    m_injector->button(1, false);
-    expected.push_back("-1 at 1200,700");
+    press(1, false);
     move(1100, 650);
     move(1100, 650); // the server sends that too
-    EXPECT_EQ(m_desktop->stop(SIGTERM), 0) << contents(errorPath());
+    EXPECT_EQ(m_desktop->end(SIGTERM), 0) << contents(m_said);
 
     EXPECT_THAT(events(), ElementsAreArray(expected));
     const json end = record().back();
@@ -324,7 +220,7 @@ TEST_F(DesktopProgramTest, EveryMotionAndButtonIsRecordedInOrder)
     EXPECT_EQ(end["counts"]["motions"], 503);
     EXPECT_EQ(end["counts"]["wheel_right"], 1);
     EXPECT_EQ(end["buttons_held"], json::array());
-    EXPECT_EQ(contents(picturePath()).substr(1, 3), "PNG");
+    EXPECT_EQ(contents(m_picture).substr(1, 3), "PNG");
 }
 
 TEST_F(DesktopProgramTest, TheFocusIsTakenBack)
@@ -336,9 +232,9 @@ TEST_F(DesktopProgramTest, TheFocusIsTakenBack)
     XSync(display, False);
     XSetInputFocus(display, thief, RevertToPointerRoot, CurrentTime);
     XSync(display, False);
-    EXPECT_TRUE(eventually([this] { return record().size() >= 4; }));
+    EXPECT_TRUE(recorded(4));
     m_injector->tap("a");
-    EXPECT_EQ(m_desktop->stop(SIGTERM), 0);
+    EXPECT_EQ(m_desktop->end(SIGTERM), 0);
     EXPECT_THAT(events(), ElementsAre("focus-out", "focus-in", "+a 'a'", "-a"));
 }
 
@@ -347,25 +243,25 @@ TEST_F(DesktopProgramTest, RecordAndPictureOutliveTheServer)
     start({"--fullscreen"});
     m_injector->tap("a");
     m_injector->move(300, 300);
-    EXPECT_TRUE(eventually([this] { return record().size() >= 5; }));
+    EXPECT_TRUE(recorded(5));
     m_injector.reset(); // Xlib would end this process too
     m_x.kill();
-    EXPECT_EQ(m_desktop->wait(), 3);
-    EXPECT_THAT(events(), ElementsAre("+a 'a'", "-a", "300,300"));
+    EXPECT_EQ(m_desktop->end(), 3);
+    EXPECT_THAT(events(), ElementsAre("+a 'a'", "-a", "at 300,300"));
     EXPECT_EQ(record().back()["reason"], "server-gone");
-    EXPECT_EQ(contents(picturePath()).substr(1, 3), "PNG");
-    EXPECT_THAT(contents(errorPath()), HasSubstr("the X server went away"));
+    EXPECT_EQ(contents(m_picture).substr(1, 3), "PNG");
+    EXPECT_THAT(contents(m_said), HasSubstr("the X server went away"));
 }
 
 TEST_F(DesktopProgramTest, WhatCannotBeDoneIsSaid)
 {
     struct Row
     {
-        std::vector<std::string> options;
+        std::vector<std::string> words;
         int code;
-        std::string message;
+        const char* message;
     };
-    const std::vector<Row> rows{
+    const Row rows[] = {
         {{"--size", "640"}, 105, "\"640\" is not a size such as 1280x720"},
         {{"--size", "640x48000"}, 105, "640x48000 is not between 320x180 and 32767x32767"},
         {{"--exit-after", "-1"}, 105, "--exit-after"},
@@ -376,11 +272,10 @@ TEST_F(DesktopProgramTest, WhatCannotBeDoneIsSaid)
         {{"--exit-after", "0", "--png", "/nonexistent/p"}, 1, "cannot write the picture /nonexistent/p"},
         {{"--ready-file", "/nonexistent/f"}, 1, "cannot create /nonexistent/f: No such file"},
     };
-    for (const Row& row : rows)
+    for (Row row : rows)
     {
-        std::vector<std::string> words{ZUIS_DESKTOP_PATH};
-        words.insert(words.end(), row.options.begin(), row.options.end());
-        EXPECT_EQ(Process(words, errorPath()).wait(), row.code) << row.message;
-        EXPECT_THAT(contents(errorPath()), HasSubstr(row.message));
+        row.words.insert(row.words.begin(), ZUIS_DESKTOP_PATH);
+        EXPECT_EQ(Child(m_said, row.words).end(), row.code) << row.message;
+        EXPECT_THAT(contents(m_said), HasSubstr(row.message));
     }
 }

@@ -56,17 +56,6 @@ void FakeNode::put(uint16_t type, uint16_t code, int32_t value) const
     writeAll(m_writer.get(), &event, sizeof event);
 }
 
-void FakeNode::drop() const
-{
-    put(EV_SYN, SYN_DROPPED, 0);
-}
-
-TemporaryDirectory::TemporaryDirectory()
-{
-    std::string name = std::filesystem::temp_directory_path() / "pads-test-XXXXXX";
-    path = mkdtemp(name.data());
-}
-
 extern "C" int libevdev_new_from_fd(int descriptor, libevdev** device)
 {
     Head head{};

@@ -15,22 +15,9 @@ public:
     explicit FakeNode(const std::filesystem::path& path, const std::string& name = "Pad", bool gamepad = true);
 
     void put(uint16_t type, uint16_t code, int32_t value) const;
-    /// The kernel dropped events.
-    void drop() const;
 
 private:
     shared::FileDescriptor m_writer;
-};
-
-/// A directory of its own, gone with the object.
-struct TemporaryDirectory
-{
-    TemporaryDirectory();
-    ~TemporaryDirectory() { std::filesystem::remove_all(path); }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    std::filesystem::path path;
 };
 
 #endif

@@ -1,24 +1,17 @@
-// What is seen of gamepads: their state, the record and picture of it, and how they are found.
+// What is seen of gamepads: their state, the picture of it, and how they are found.
 
+#include "tests/tools/Files.h"
 #include "tests/tools/Pixels.h"
 #include "tests/tools/pads/FakeNode.h"
 #include "tools/pads/PadPainter.h"
-#include "tools/pads/PadRecorder.h"
-#include "tools/pads/PadState.h"
 #include "tools/pads/PadWatcher.h"
-#include "tools/shared/Drawing.h"
 
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <linux/input.h>
-#include <nlohmann/json.hpp>
 #include <sys/timerfd.h>
 
 namespace
@@ -38,12 +31,7 @@ PadState stateAfter(const std::vector<PadInput>& inputs)
         state.ranges[axis] = {-100, 100};
     state.ranges[ABS_Z] = {0, 255};
     for (const PadInput& input : inputs)
-    {
-        if (input.type == EV_SYN)
-            state.endFrame();
-        else
-            state.apply(input);
-    }
+        input.type == EV_SYN ? state.endFrame() : state.apply(input);
     return state;
 }
 
@@ -59,26 +47,20 @@ TEST(PadStateTest, KeepsWhatIsHeldAndWhatWas)
         {6, EV_ABS, ABS_HAT0X, 0},
         {7, EV_ABS, ABS_HAT0X, -1},
         {8, EV_ABS, ABS_HAT3Y, 1},
+        {9, EV_ABS, ABS_X, 100},
+        {9, EV_ABS, ABS_Y, -50},
+        {9, EV_SYN, SYN_REPORT, 0},
+        {10, EV_SYN, SYN_REPORT, 0}, // it has not moved
+        {11, EV_ABS, ABS_X, 0},
+        {11, EV_ABS, ABS_RX, 50}, // half a stick is none
+        {11, EV_SYN, SYN_REPORT, 0},
     });
     EXPECT_THAT(state.buttons, ElementsAre(Pair(BTN_A, true), Pair(BTN_B, false)));
     EXPECT_THAT(state.presses, ElementsAre(Pair(BTN_A, 2)));
     EXPECT_EQ(state.axes.at(ABS_Z), 90);
     EXPECT_EQ(state.largest.at(ABS_Z), 200);
     EXPECT_THAT(state.hatVisits, ElementsAre(Pair(Pair(ABS_HAT0X, -1), 2), Pair(Pair(ABS_HAT3Y, 1), 1)));
-    EXPECT_EQ(state.changes, 9u);
-}
-
-TEST(PadStateTest, AStickGoesFromFrameToFrame)
-{
-    const PadState state = stateAfter({
-        {1, EV_ABS, ABS_X, 100},
-        {1, EV_ABS, ABS_Y, -50},
-        {1, EV_SYN, SYN_REPORT, 0},
-        {2, EV_SYN, SYN_REPORT, 0}, // it has not moved
-        {3, EV_ABS, ABS_X, 0},
-        {3, EV_ABS, ABS_RX, 50}, // half a stick is none
-        {3, EV_SYN, SYN_REPORT, 0},
-    });
+    EXPECT_EQ(state.changes, 13u);
     EXPECT_THAT(state.trails[0], ElementsAre(PadState::Point{1, -0.5}, PadState::Point{0, -0.5}));
     EXPECT_THAT(state.trails[1], IsEmpty());
 }
@@ -88,50 +70,17 @@ TEST(PadStateTest, SharesLieInTheDeclaredRange)
     PadState state = stateAfter({});
     state.ranges[ABS_RZ] = {5, 5};
     state.ranges[ABS_THROTTLE] = {INT32_MIN, INT32_MAX};
-    struct Row
-    {
-        uint16_t axis;
-        int value;
-        double share;
-    };
-    for (const Row& row :
-         {Row{ABS_X, -100, 0}, Row{ABS_X, 0, 0.5}, Row{ABS_X, 100, 1}, Row{ABS_X, 101, 1}, Row{ABS_Z, -7, 0},
-          Row{ABS_Z, 51, 0.2}, Row{ABS_RZ, 5, 0}, Row{ABS_WHEEL, 9, 0}, Row{ABS_THROTTLE, INT32_MAX, 1}})
-        EXPECT_DOUBLE_EQ(state.share(row.axis, row.value), row.share) << row.axis << ": " << row.value;
-}
-
-TEST(PadRecorderTest, WritesEachLineAtOnce)
-{
-    const TemporaryDirectory directory;
-    const std::string path = directory.path / "record";
-    std::ifstream in;
-    const auto next = [&]
-    {
-        if (!in.is_open())
-            in.open(path);
-        std::string line;
-        std::getline(in, line);
-        return line;
-    };
-    PadRecorder recorder(path);
-    PadState state;
-    state.name = "a \"pad\" \xff";
-    state.identity = "0003:045e:028e:0104";
-    state.node = "event7";
-    recorder.added(2, state);
-    nlohmann::json added = nlohmann::json::parse(next());
-    EXPECT_GT(added["t"], 0);
-    added.erase("t");
-    EXPECT_EQ(added, nlohmann::json::parse(R"({"event": "pad-added", "pad": 2, "name": "a \"pad\" \ufffd",
-                                               "id": "0003:045e:028e:0104", "node": "event7"})"));
-    recorder.input(2, {123456789012, EV_KEY, BTN_A, 1});
-    EXPECT_EQ(next(), R"({"event":"pad-input","t":123456789012,"pad":2,"type":1,"code":304,"name":"BTN_SOUTH",)"
-                      R"("value":1})");
-    recorder.input(2, {5, EV_KEY, BTN_9 + 5, 0}); // a code without a name
-    EXPECT_EQ(next(), R"({"event":"pad-input","t":5,"pad":2,"type":1,"code":270,"name":"","value":0})");
-    recorder.happened("pad-removed", 2);
-    EXPECT_EQ(nlohmann::json::parse(next())["event"], "pad-removed");
-    EXPECT_TRUE(recorder.good());
+    for (const auto& [axis, value, share] : std::initializer_list<std::tuple<uint16_t, int, double>>{
+             {ABS_X, -100, 0},
+             {ABS_X, 0, 0.5},
+             {ABS_X, 101, 1},
+             {ABS_Z, -7, 0},
+             {ABS_Z, 51, 0.2},
+             {ABS_RZ, 5, 0},
+             {ABS_WHEEL, 9, 0},
+             {ABS_THROTTLE, INT32_MAX, 1},
+         })
+        EXPECT_DOUBLE_EQ(state.share(axis, value), share) << axis << ": " << value;
 }
 
 shared::SurfaceOwner pictureOf(const std::vector<PadState>& pads)
@@ -249,7 +198,7 @@ TEST_F(PadWatcherTest, ReadsPadsAsTheyComeAndGo)
     second.put(EV_KEY, BTN_A, 1);
     second.put(EV_MSC, MSC_SCAN, 4); // games do not ask for it
     second.put(EV_SYN, SYN_REPORT, 0);
-    first->drop();
+    first->put(EV_SYN, SYN_DROPPED, 0);
     first->put(EV_ABS, ABS_X, -7);
     EXPECT_THAT(waited(), ElementsAre("0 overrun", "0 at 5000007000: 3 0 -7", "1 at 5000007000: 1 304 1", "1 frame"));
 
