@@ -54,6 +54,7 @@ TEST(LatencyMapTest, PercentilesAreLowerBucketEdges)
             map.add(sample);
         RiTelemetry::Measurement measurement(c.percentiles);
         measurement.numSamples = 99;
+        measurement[0].value = 99;
         FillMeasurement(measurement, map);
         EXPECT_EQ(c.values, valuesOf(measurement));
         EXPECT_EQ(c.samples.size(), measurement.numSamples);
