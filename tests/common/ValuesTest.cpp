@@ -54,6 +54,7 @@ TEST(LatencyMapTest, PercentilesAreLowerBucketEdges)
             map.add(sample);
         RiTelemetry::Measurement measurement(c.percentiles);
         measurement.numSamples = 99;
+        measurement[0].value = 99;
         FillMeasurement(measurement, map);
         EXPECT_EQ(c.values, valuesOf(measurement));
         EXPECT_EQ(c.samples.size(), measurement.numSamples);
@@ -95,48 +96,23 @@ TEST(RiTelemetryDefsTest, NumbersAndNames)
 {
     using namespace RiTelemetry;
     using testing::ElementsAre;
-    const std::vector<unsigned int> mouse{MOUSE_GENERIC,
-                                          MOUSE_MOVE_ABS,
-                                          MOUSE_MOVE_REL,
-                                          MOUSE_LEFT_BUTTON_DOWN,
-                                          MOUSE_LEFT_BUTTON_UP,
-                                          MOUSE_RIGHT_BUTTON_DOWN,
-                                          MOUSE_RIGHT_BUTTON_UP,
-                                          MOUSE_SCROLL,
-                                          MOUSE_MIDDLE_BUTTON_DOWN,
-                                          MOUSE_MIDDLE_BUTTON_UP,
-                                          MOUSE_EXTRA1_BUTTON_DOWN,
-                                          MOUSE_EXTRA1_BUTTON_UP,
-                                          MOUSE_EXTRA2_BUTTON_DOWN,
-                                          MOUSE_EXTRA2_BUTTON_UP};
-    EXPECT_THAT(mouse, ElementsAre(0x1000000, 0x1000001, 0x1000002, 0x1000004, 0x1000008, 0x1000010, 0x1000020,
-                                   0x1000040, 0x1000080, 0x1000100, 0x1000200, 0x1000400, 0x1000800, 0x1001000));
-    const std::vector<unsigned int> others{KEYBOARD_GENERIC,
-                                           KEYBOARD_DOWN,
-                                           KEYBOARD_UP,
-                                           GAMEPAD_GENERIC,
-                                           GAMEPAD_LEFT_JOYSTICK_X,
-                                           GAMEPAD_LEFT_JOYSTICK_Y,
-                                           GAMEPAD_RIGHT_JOYSTICK_X,
-                                           GAMEPAD_RIGHT_JOYSTICK_Y,
-                                           GAMEPAD_BUTTON,
-                                           GAMEPAD_LEFT_TRIGGER,
-                                           GAMEPAD_RIGHT_TRIGGER,
-                                           GAMEPAD_HAT,
-                                           TOUCH_GENERIC,
-                                           TOUCH_DOWN,
-                                           TOUCH_UP,
-                                           TOUCH_MOVE,
-                                           TOUCH_CANCEL,
-                                           TOUCH_MULTI,
-                                           HID_ENABLE_GENERIC,
-                                           HID_DISABLE_GENERIC,
-                                           HID_INPUT_GENERIC,
-                                           HID_OUTPUT_GENERIC};
-    EXPECT_THAT(others,
-                ElementsAre(0x2000000, 0x2000001, 0x2000002, 0x3000000, 0x3000001, 0x3000002, 0x3000004, 0x3000008,
-                            0x3000010, 0x3000020, 0x3000040, 0x3000080, 0x4000000, 0x4000001, 0x4000002, 0x4000004,
-                            0x4000008, 0x4000010, 0x5000000, 0x5100000, 0x5200000, 0x5300000));
+    const std::vector<unsigned int> classes[] = {
+        {MOUSE_GENERIC, MOUSE_MOVE_ABS, MOUSE_MOVE_REL, MOUSE_LEFT_BUTTON_DOWN, MOUSE_LEFT_BUTTON_UP,
+         MOUSE_RIGHT_BUTTON_DOWN, MOUSE_RIGHT_BUTTON_UP, MOUSE_SCROLL, MOUSE_MIDDLE_BUTTON_DOWN, MOUSE_MIDDLE_BUTTON_UP,
+         MOUSE_EXTRA1_BUTTON_DOWN, MOUSE_EXTRA1_BUTTON_UP, MOUSE_EXTRA2_BUTTON_DOWN, MOUSE_EXTRA2_BUTTON_UP},
+        {KEYBOARD_GENERIC, KEYBOARD_DOWN, KEYBOARD_UP},
+        {GAMEPAD_GENERIC, GAMEPAD_LEFT_JOYSTICK_X, GAMEPAD_LEFT_JOYSTICK_Y, GAMEPAD_RIGHT_JOYSTICK_X,
+         GAMEPAD_RIGHT_JOYSTICK_Y, GAMEPAD_BUTTON, GAMEPAD_LEFT_TRIGGER, GAMEPAD_RIGHT_TRIGGER, GAMEPAD_HAT},
+        {TOUCH_GENERIC, TOUCH_DOWN, TOUCH_UP, TOUCH_MOVE, TOUCH_CANCEL, TOUCH_MULTI},
+    };
+    for (unsigned int kind = 0; kind < std::size(classes); ++kind)
+    {
+        for (unsigned int i = 0; i < classes[kind].size(); ++i)
+            EXPECT_EQ(classes[kind][i], (kind + 1) << 24 | (1U << i) >> 1) << kind << ", " << i;
+    }
+    EXPECT_THAT(
+        (std::vector<unsigned int>{HID_ENABLE_GENERIC, HID_DISABLE_GENERIC, HID_INPUT_GENERIC, HID_OUTPUT_GENERIC}),
+        ElementsAre(0x5000000, 0x5100000, 0x5200000, 0x5300000));
     EXPECT_THAT((std::vector<int>{MOUSE, HID, GAMEPAD, HID_SLOT}), ElementsAre(0, 1, 2, 3));
     using namespace MetricName;
     EXPECT_THAT(

@@ -69,7 +69,7 @@ PERMITTED_CIRCLES = {
 # A unit that is part of another: its log lines have the other's identifiers.
 PART_OF = {"VirtualEvDevFactory": "VirtualEvDev"}
 
-STATEMENT = re.compile(r"(?:\bLOG_(?:VERBOSE|DEBUG|INFO|WARNING|ERROR|CRITICAL)\(|\bzustWriteLogUniqueId\([^,()]+,)"
+STATEMENT = re.compile(r"(?:\bLOG_(?:VERBOSE|DEBUG|INFO|WARNING|ERROR)\(|\bzustWriteLogUniqueId\([^,()]+,)"
                        r"\s*([^,]+),")
 IDENTIFIER = re.compile(r"0x[0-9A-Fa-f]{8}$")
 
@@ -113,7 +113,7 @@ def check_rooms(texts):
 
 
 def check_circles(texts, permitted):
-    found = {tuple(circle) for room in (includes.unit, includes.folder)
+    found = {circle for room in (includes.unit, includes.folder)
              for circle in includes.circles(includes.arrows(texts, room))[0]}
     for circle in sorted(found - permitted):
         yield f"a circle: {', '.join(circle)}"

@@ -38,53 +38,33 @@ def arrows(texts, room):
 
 
 def circles(edges):
-    """Strongly connected sets of more than one room (Tarjan), and the rooms from the lowest up."""
-    below = collections.defaultdict(list)
+    """Sets of more than one room that need each other, and the number of rooms on the longest way down: a circle counts
+    as one."""
+    below = {}
     for source, target in edges:
-        below[source].append(target)
-        below[target]
-    number, low, stack, found = {}, {}, [], []
-
-    def visit(room):
-        number[room] = low[room] = len(number)
-        stack.append(room)
-        for other in below[room]:
-            if other not in number:
-                visit(other)
-            if other in stack:
-                low[room] = min(low[room], low[other])
-        if low[room] == number[room]:
-            at = stack.index(room)
-            found.append(sorted(stack[at:]))
-            del stack[at:]
-
-    sys.setrecursionlimit(10000)
-    for room in list(below):
-        if room not in number:
-            visit(room)
-    return [c for c in found if len(c) > 1], [room for c in found for room in c]
-
-
-def levels(edges):
-    """Number of rooms on the longest way down; a circle counts as one."""
-    tied, order = circles(edges)
-    same = {room: c[0] for c in tied for room in c}
+        below.setdefault(source, set()).add(target)
+        below.setdefault(target, set())
+    for via in below:  # everything that can be reached
+        for room in below:
+            if via in below[room]:
+                below[room] |= below[via]
+    tied = {tuple(sorted(t for t in targets if room in below[t])) or (room,) for room, targets in below.items()}
     height = {}
-    for room in order:
-        name = same.get(room, room)
-        under = [height.get(same.get(t, t), 0) for s, t in edges if same.get(s, s) == name and same.get(t, t) != name]
-        height[name] = max(height.get(name, 0), 1 + max(under, default=0))
-    return max(height.values(), default=1)
+    for circle in sorted(tied, key=lambda c: len(below[c[0]].union(c))):
+        under = [height[other] for other in height if other[0] in below[circle[0]]]
+        height[circle] = 1 + max(under, default=0)
+    return sorted(c for c in tied if len(c) > 1), max(height.values(), default=1)
 
 
 def show(texts, title):
-    by_unit, by_folder = arrows(texts, unit), arrows(texts, folder)
-    print(f"{title}: {len({unit(p) for p in texts})} units, {len(by_unit)} arrows, {levels(by_unit)} levels, "
-          f"{len(circles(by_unit)[0])} circles; {len({folder(p) for p in texts})} folders, {len(by_folder)} arrows, "
-          f"{levels(by_folder)} levels, {len(circles(by_folder)[0])} circles")
-    for rooms in circles(by_unit)[0] + circles(by_folder)[0]:
-        print("  circle: " + ", ".join(rooms))
-    for (source, target), weight in sorted(by_folder.items()):
+    for room in (unit, folder):
+        found = arrows(texts, room)
+        tied, levels = circles(found)
+        print(f"{title}: {len({room(p) for p in texts})} {room.__name__}s, {len(found)} arrows, {levels} levels, "
+              f"{len(tied)} circles")
+        for circle in tied:
+            print("  circle: " + ", ".join(circle))
+    for (source, target), weight in sorted(found.items()):
         print(f"  {source} -> {target} ({weight})")
 
 
