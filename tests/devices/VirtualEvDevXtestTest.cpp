@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <linux/input-event-codes.h>
 
-#include "tests/support/FakeStack.h"
+#include "tests/responders/Events.h"
 #include "tests/support/FakeXtst.h"
 #include "tests/support/XServer.h"
 
@@ -23,15 +23,6 @@ namespace
 {
 
 constexpr char TAG[] = "VirtualEvDevXtest";
-
-struct Event
-{
-    unsigned int type;
-    unsigned int code;
-    int value;
-};
-
-constexpr Event REPORT{EV_SYN, SYN_REPORT, 0};
 
 class VirtualEvDevXtestTest : public Test
 {
@@ -69,9 +60,9 @@ protected:
 
 TEST_F(VirtualEvDevXtestTest, ADeviceLooksItsFunctionsUpInOrderAndNamesWhatIsMissing)
 {
-    using Lines = std::vector<std::string>;
-    const Lines asked{"open", "find XTestQueryExtension", "query", "sync", "close"};
-    const Lines looked{"open", "find XTestFakeMotionEvent", "find XTestFakeRelativeMotionEvent",
+    using Texts = std::vector<std::string>;
+    const Texts asked{"open", "find XTestQueryExtension", "query", "sync", "close"};
+    const Texts looked{"open", "find XTestFakeMotionEvent", "find XTestFakeRelativeMotionEvent",
                        "find XTestFakeButtonEvent", "find XTestFakeKeyEvent"};
     const LogLine present{ZUST_LL_INFO, TAG, "XTest Extension Present: (2:1)"};
     const LogLine mouse{ZUST_LL_INFO, TAG, "Device is MOUSE"};
@@ -112,11 +103,11 @@ TEST_F(VirtualEvDevXtestTest, ADeviceLooksItsFunctionsUpInOrderAndNamesWhatIsMis
                 try
                 {
                     EXPECT_TRUE(builder.create());
-                    Lines expected{"init threads"};
+                    Texts expected{"init threads"};
                     expected.insert(expected.end(), asked.begin(), asked.end());
                     if (row.options.libraryMissing)
                         std::erase(expected, "find XTestQueryExtension");
-                    if (row.options.libraryMissing || row.options.missing == Lines{"XTestQueryExtension"})
+                    if (row.options.libraryMissing || row.options.missing == Texts{"XTestQueryExtension"})
                         std::erase(expected, "query");
                     EXPECT_EQ(fakextst::calls().take(), expected);
                     EXPECT_EQ(builder.createFromDevice(-2, m_device), 0);
@@ -134,10 +125,10 @@ TEST_F(VirtualEvDevXtestTest, ADeviceLooksItsFunctionsUpInOrderAndNamesWhatIsMis
                 EXPECT_EQ(m_device == nullptr, !failure.empty());
                 if (row.createFailure.empty())
                 {
-                    Lines expected(looked.begin(), looked.begin() + static_cast<long>(row.found));
-                    const Lines last = row.missing.empty() ? Lines{"query"} : Lines{"sync", "close"};
+                    Texts expected(looked.begin(), looked.begin() + static_cast<long>(row.found));
+                    const Texts last = row.missing.empty() ? Texts{"query"} : Texts{"sync", "close"};
                     expected.insert(expected.end(), last.begin(), last.end());
-                    if (row.options.missing == Lines{"XTestQueryExtension"})
+                    if (row.options.missing == Texts{"XTestQueryExtension"})
                         expected.pop_back();
                     EXPECT_EQ(fakextst::calls().take(), expected);
                 }
@@ -159,91 +150,45 @@ TEST_F(VirtualEvDevXtestTest, AReportIsReplayedAtItsEndAndWhatIsHeldIsLiftedInTh
     struct Row
     {
         DeviceType type;
-        std::vector<Event> events;
+        Events events;
         std::vector<std::string> calls; // "|" stands for the end of one report and the begin of another
         std::vector<std::string> lifted = {};
     };
     const Row rows[] = {
         // Press, repeat, release; any value but 0 is a press, and only one event ends a report.
         {DeviceType::KEYBOARD,
-         {{EV_KEY, KEY_A, 1},
-          {EV_KEY, KEY_A, 2},
-          {EV_KEY, KEY_A, 0},
-          REPORT,
-          {EV_KEY, KEY_B, -1},
-          {EV_KEY, 0, 1},
-          {EV_SYN, SYN_MT_REPORT, 0},
-          REPORT,
-          REPORT,
-          {EV_KEY, KEY_C, 1}},
+         {key(KEY_A, 1), key(KEY_A, 2), key(KEY_A, 0), SYN, key(KEY_B, -1), key(0, 1),
+          fakelibevdev::Event{EV_SYN, SYN_MT_REPORT, 0}, SYN, SYN, key(KEY_C, 1)},
          {"key 38 press", "key 38 press", "key 38 release", "|", "key 56 press", "key 8 press", "key 10 release", "|"},
          {"key 8 release", "key 56 release"}},
-        {DeviceType::KEYBOARD, {{EV_KEY, KEY_A, 1}}, {"nothing"}},
+        {DeviceType::KEYBOARD, {key(KEY_A, 1)}, {"nothing"}},
         // Motion before each button, and otherwise merged.
         {DeviceType::MOUSE,
-         {{EV_REL, REL_X, 5},
-          {EV_KEY, BTN_LEFT, 1},
-          {EV_REL, REL_X, 3},
-          {EV_REL, REL_Y, -2},
-          {EV_REL, REL_X, 3},
-          REPORT,
-          {EV_REL, REL_X, 1},
-          {EV_REL, REL_X, -1},
-          REPORT,
-          {EV_REL, REL_X, 1},
-          {EV_KEY, BTN_EXTRA, 1},
-          {EV_REL, REL_Y, 1},
-          {EV_KEY, BTN_EXTRA, 0},
-          REPORT},
+         {rel(REL_X, 5), key(BTN_LEFT, 1), rel(REL_X, 3), rel(REL_Y, -2), rel(REL_X, 3), SYN, rel(REL_X, 1),
+          rel(REL_X, -1), SYN, rel(REL_X, 1), key(BTN_EXTRA, 1), rel(REL_Y, 1), key(BTN_EXTRA, 0), SYN},
          {"move 5 0", "button 1 press", "move 6 -2", "|", "|", "move 1 0", "button 9 press", "move 0 1",
           "button 9 release"},
          {"button 1 release"}},
         {DeviceType::MOUSE,
-         {{EV_KEY, BTN_LEFT, -1},
-          {EV_KEY, BTN_RIGHT, 2},
-          {EV_KEY, BTN_MIDDLE, 1},
-          {EV_KEY, BTN_SIDE, -1},
-          {EV_KEY, BTN_EXTRA, 0},
-          {EV_KEY, BTN_FORWARD, 1},
-          {EV_KEY, BTN_TASK, 1},
-          REPORT},
+         {key(BTN_LEFT, -1), key(BTN_RIGHT, 2), key(BTN_MIDDLE, 1), key(BTN_SIDE, -1), key(BTN_EXTRA, 0),
+          key(BTN_FORWARD, 1), key(BTN_TASK, 1), SYN},
          {"button 1 press", "button 2 press", "button 3 press", "button 8 press", "button 9 release"},
          {"button 1 release", "button 2 release", "button 3 release", "button 8 release"}},
         // The wheel: a turn by 0 separates motion, too; there is no other wheel.
         {DeviceType::MOUSE,
-         {{EV_REL, REL_Y, 4},
-          {EV_REL, REL_WHEEL, -2},
-          {EV_REL, REL_WHEEL, 1},
-          {EV_REL, REL_X, 1},
-          {EV_REL, REL_WHEEL, 0},
-          {EV_REL, REL_X, 1},
-          {EV_REL, REL_HWHEEL, 1},
-          {EV_REL, REL_X, 1},
-          REPORT},
+         {rel(REL_Y, 4), rel(REL_WHEEL, -2), rel(REL_WHEEL, 1), rel(REL_X, 1), rel(REL_WHEEL, 0), rel(REL_X, 1),
+          rel(REL_HWHEEL, 1), rel(REL_X, 1), SYN},
          {"move 0 4", "button 5 press", "button 5 release", "button 5 press", "button 5 release", "button 4 press",
           "button 4 release", "move 1 0", "move 2 0"}},
         // The position first, then the touch; remembered between reports. The last of several counts.
         {DeviceType::TOUCH,
-         {{EV_KEY, BTN_TOUCH, 0},
-          {EV_KEY, BTN_TOUCH, 1},
-          {EV_ABS, ABS_X, 10},
-          {EV_ABS, ABS_Y, 20},
-          {EV_ABS, ABS_X, 30},
-          REPORT,
-          {EV_ABS, ABS_Y, 40},
-          REPORT,
-          {EV_KEY, BTN_TOUCH, 1},
-          {EV_KEY, BTN_TOUCH, -1},
-          REPORT,
-          {EV_KEY, BTN_TOUCH, 2},
-          REPORT},
+         {key(BTN_TOUCH, 0), key(BTN_TOUCH, 1), abs(ABS_X, 10), abs(ABS_Y, 20), abs(ABS_X, 30), SYN, abs(ABS_Y, 40),
+          SYN, key(BTN_TOUCH, 1), key(BTN_TOUCH, -1), SYN, key(BTN_TOUCH, 2), SYN},
          {"position 0 30 20", "button 1 press", "|", "position 0 30 40", "|", "button 1 release", "|",
           "button 1 press"},
          {"button 1 release"}},
-        {DeviceType::TOUCH,
-         {{EV_ABS, ABS_MT_SLOT, 0}, {EV_ABS, ABS_MT_POSITION_X, 7}, {EV_ABS, ABS_MT_TRACKING_ID, 3}, REPORT},
-         {}},
-        {DeviceType::GAMEPAD, {{EV_KEY, BTN_SOUTH, 1}, {EV_ABS, ABS_X, 3}, REPORT}, {"nothing"}},
+        {DeviceType::TOUCH, {abs(ABS_MT_SLOT, 0), abs(ABS_MT_POSITION_X, 7), abs(ABS_MT_TRACKING_ID, 3), SYN}, {}},
+        {DeviceType::GAMEPAD, {key(BTN_SOUTH, 1), abs(ABS_X, 3), SYN}, {"nothing"}},
     };
     const std::map<DeviceType, std::string> names{{DeviceType::KEYBOARD, "Device is KEYBOARD"},
                                                   {DeviceType::MOUSE, "Device is MOUSE"},
@@ -259,7 +204,7 @@ TEST_F(VirtualEvDevXtestTest, AReportIsReplayedAtItsEndAndWhatIsHeldIsLiftedInTh
                                                          LogLine{ZUST_LL_INFO, TAG, names.at(row.type)}));
         EXPECT_EQ(m_device->implementation(), vevdev::Implementation::XTEST);
         fakextst::calls().take();
-        for (const Event& event : row.events)
+        for (const fakelibevdev::Event& event : row.events)
             EXPECT_EQ(m_device->writeEvent(event.type, event.code, event.value), 0);
         m_device.reset();
 
