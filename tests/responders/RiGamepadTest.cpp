@@ -266,6 +266,12 @@ TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
         EXPECT_EQ(takeLines(), expected);
         send({.controller = 4, .bitmap = 0});
     }
+    fakelibevdev::failCreation(-EPERM); // only EACCES brings the hint
+    EXPECT_FALSE(send({.buttons = 0x1000}));
+    EXPECT_THAT(takeLines(), ElementsAre(error("Couldn't create a new uinput device, errno: 1 Operation not permitted, "
+                                               "Gamepads will not work"),
+                                         last));
+    send({.controller = 4, .bitmap = 0});
     fakelibevdev::failCreation(0);
     fakelibevdev::failNew();
     EXPECT_FALSE(send({.buttons = 0x1000}));
