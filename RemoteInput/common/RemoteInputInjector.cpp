@@ -12,7 +12,7 @@ namespace
 
 constexpr char LOG_TAG[] = "RemoteInputInjector";
 
-// Asked for at load, so that the session's time base exists before the first event.
+// Deliberate: asked for at load, and nobody reads it.
 [[maybe_unused]] const uint64_t g_sessionStartTime = GetSessionStartTime();
 
 LoggerX g_logger(LOG_TAG);
@@ -45,8 +45,10 @@ RemoteInputInjector::~RemoteInputInjector() = default;
 [[gnu::hot]] void RemoteInputInjector::OnEvent(const ZustInputEvent* event, uint64_t receivedTime, uint64_t sentTime)
 {
     if (m_paused.load(std::memory_order_relaxed))
-        return;
+        return; // deliberately without a word
 
+    // Deliberate: clientCapture stays 0, and the stack's times are taken as they come; a responder that knows when the
+    // input was captured fills that into its own copy.
     InputTimeStats stats;
     if (m_statsEnabled)
     {

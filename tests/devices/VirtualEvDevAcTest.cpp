@@ -1,7 +1,6 @@
 #include "RemoteInput/common/linux/VirtualEvDevAc.h"
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -11,9 +10,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <linux/input.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/responders/SteppedClock.h"
 #include "tests/support/FakeLibevdev.h"
 #include "tests/support/FakeStack.h"
 
@@ -33,10 +34,29 @@ LogLine info(const std::string& text)
 {
     return {ZUST_LL_INFO, TAG, text};
 }
-
 LogLine error(const std::string& text)
 {
     return {ZUST_LL_ERROR, TAG, text};
+}
+LogLine wrote(const std::string& event)
+{
+    return {ZUST_LL_DEBUG, TAG, "Event: " + event};
+}
+
+std::vector<input_event> readRecords(int fd)
+{
+    std::vector<input_event> records;
+    for (input_event record; read(fd, &record, sizeof(record)) == ssize_t{sizeof(record)};)
+        records.push_back(record);
+    return records;
+}
+
+std::vector<Event> events(const std::vector<input_event>& records)
+{
+    std::vector<Event> found;
+    for (const input_event& record : records)
+        found.push_back({record.type, record.code, record.value});
+    return found;
 }
 
 // The nodes of a container instance whose number is this process's.
@@ -64,8 +84,9 @@ protected:
     /// \return its reading end, non-blocking
     int makeFifo(const std::string& suffix) const
     {
+        std::filesystem::remove(node(suffix));
         EXPECT_EQ(mkfifo(node(suffix).c_str(), 0600), 0);
-        return open(node(suffix).c_str(), O_RDONLY | O_NONBLOCK);
+        return open(node(suffix).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     }
 
     int makeDevice(
@@ -79,28 +100,12 @@ protected:
         return builder.createFromDevice(-2, m_device);
     }
 
-    static std::vector<input_event> readRecords(int fd)
-    {
-        std::vector<input_event> records;
-        for (input_event record; read(fd, &record, sizeof(record)) == ssize_t{sizeof(record)};)
-            records.push_back(record);
-        return records;
-    }
-
     std::vector<input_event> readFile(const std::string& suffix) const
     {
-        const int fd = open(node(suffix).c_str(), O_RDONLY);
+        const int fd = open(node(suffix).c_str(), O_RDONLY | O_CLOEXEC);
         auto records = readRecords(fd);
         close(fd);
         return records;
-    }
-
-    static std::vector<Event> events(const std::vector<input_event>& records)
-    {
-        std::vector<Event> found;
-        for (const input_event& record : records)
-            found.push_back({record.type, record.code, record.value});
-        return found;
     }
 
     const std::filesystem::path m_instance;
@@ -111,97 +116,98 @@ protected:
 
 TEST_F(VirtualEvDevAcTest, EventsAreWrittenAsKernelRecordsOfTheSteadyClock)
 {
-    using namespace std::chrono;
-    const auto now = [] { return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count(); };
-
-    makeFile("key");
+    std::ofstream(node("key")) << "old"; // which stays
     ASSERT_EQ(makeDevice(DeviceType::KEYBOARD), 0);
     EXPECT_THAT(fakestack::takeLog(TAG),
                 ElementsAre(info("Device is KEYBOARD"), info("Successfully opened '" + node("key") + "'")));
-    EXPECT_EQ(m_device->implementation(), vevdev::Implementation::ANDROID_CONTAINER);
+    EXPECT_EQ(std::filesystem::file_size(node("key")), 3U);
 
-    const auto before = now();
+    const int64_t second = steppedclock::freeze() / steppedclock::SECOND;
+    steppedclock::step(567'999'999); // is cut off
     EXPECT_EQ(m_device->writeEvent(EV_KEY, KEY_A, 1), 0);
     EXPECT_EQ(m_device->writeEvent(EV_SYN, SYN_REPORT, 0), 0);
-    const auto after = now();
-
+    steppedclock::thaw();
     const auto records = readFile("key");
     EXPECT_THAT(events(records), ElementsAre(Event{EV_KEY, KEY_A, 1}, Event{EV_SYN, SYN_REPORT, 0}));
     for (const input_event& record : records)
-    {
-        EXPECT_EQ(record.input_event_usec % 1000, 0);
-        EXPECT_LT(record.input_event_usec, 1000000);
-        const auto time = record.input_event_sec * 1000 + record.input_event_usec / 1000;
-        EXPECT_GE(time, before);
-        EXPECT_LE(time, after);
-    }
+        EXPECT_EQ(std::pair(record.input_event_sec, record.input_event_usec), std::pair(second, 567000L));
+    EXPECT_THAT(fakestack::takeLog(TAG), ElementsAre(wrote("EV_KEY KEY 1"), wrote("******** EV_SYN SYN_REPORT 0")));
+
+    // A file that can take ten bytes more: a short write counts as success, and what is left of it is not sent on.
+    const rlimit tenMore{2 * sizeof(input_event) + 10, RLIM_INFINITY};
+    rlimit unlimited{};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tenMore);
+    EXPECT_EQ(m_device->writeEvent(EV_KEY, KEY_A, 0), 0);
+    EXPECT_EQ(m_device->writeEvent(EV_KEY, KEY_B, 0), -1);
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    std::signal(SIGXFSZ, previous);
     EXPECT_THAT(fakestack::takeLog(TAG),
-                ElementsAre(LogLine{ZUST_LL_DEBUG, TAG, "Event: EV_KEY KEY 1"},
-                            LogLine{ZUST_LL_DEBUG, TAG, "Event: ******** EV_SYN SYN_REPORT 0"}));
+                ElementsAre(wrote("EV_KEY KEY 0"), wrote("EV_KEY KEY 0"), error("emitEvent: File too large")));
+    EXPECT_EQ(std::filesystem::file_size(node("key")), tenMore.rlim_cur);
 }
 
 TEST_F(VirtualEvDevAcTest, TouchPositionsAreScaledToTheRangeOfTheContainer)
 {
     constexpr char NO_SCALE[] = "Unable to find scaling factors for both ABS_MT_POSITION_[XY]";
     const input_absinfo full{0, 0, 65535, 0, 0, 0};
-    const input_absinfo small{0, 0, 99, 0, 0, 0};
+    const input_absinfo small{0, 9, 99, 0, 0, 0}; // only the maximum counts
     const input_absinfo odd{0, 0, 32767, 0, 0, 0};
     const input_absinfo none{0, 0, 0, 0, 0, 0};
     const input_absinfo tiny{0, 0, 1, 0, 0, 0};
+    const input_absinfo negative{0, 0, -2, 0, 0, 0};
 
+    using Pair = std::pair<int, int>;
     struct Row
     {
         const char* what;
         std::vector<std::pair<unsigned, const input_absinfo*>> axes;
-        std::pair<int, int> given;
-        std::pair<int, int> written;
-        bool warned;
+        Pair given;
+        Pair written;
+        bool warned = false;
     };
+    constexpr unsigned X = ABS_MT_POSITION_X;
+    constexpr unsigned Y = ABS_MT_POSITION_Y;
     const Row rows[] = {
-        {"the end", {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &full}}, {65535, 65535}, {10000, 10000}, false},
-        {"cut off", {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &full}}, {32768, 13}, {5000, 1}, false},
-        // 9999: the factor is rounded before it is used.
-        {"last wins",
-         {{ABS_MT_POSITION_X, &full}, {ABS_MT_POSITION_Y, &small}, {ABS_MT_POSITION_X, &odd}},
+        {"the end", {{X, &full}, {Y, &full}}, {65535, 65535}, {10000, 10000}},
+        {"cut off", {{X, &full}, {Y, &full}}, {32768, 13}, {5000, 1}},
+        {"last wins, and 9999: the factor is rounded first",
+         {{X, &full}, {Y, &small}, {X, &odd}, {ABS_MT_SLOT, &full}},
          {32767, 33},
-         {9999, 3333},
-         false},
-        {"no range", {{ABS_MT_POSITION_X, &none}, {ABS_MT_POSITION_Y, &full}}, {65535, 65535}, {65535, 10000}, true},
+         {9999, 3333}},
+        {"no range", {{X, &none}, {Y, &full}}, {65535, 65535}, {65535, 10000}, true},
+        {"a code without data", {{X, &full}, {Y, nullptr}}, {65535, 65535}, {10000, 65535}, true},
         {"no axes", {}, {65535, 1}, {65535, 1}, true},
-        {"overflow",
-         {{ABS_MT_POSITION_X, &tiny}, {ABS_MT_POSITION_Y, &tiny}},
-         {2000000000, -2000000000},
-         {2147483520, -2147483647 - 1},
-         false},
+        {"overflow", {{X, &tiny}, {Y, &tiny}}, {2000000000, -2000000000}, {2147483520, -2147483647 - 1}},
+        {"a negative range, and toward zero", {{X, &negative}, {Y, &full}}, {1, -13}, {-5000, -1}},
     };
     for (const Row& row : rows)
     {
         SCOPED_TRACE(row.what);
         makeFile("touch");
-        ASSERT_EQ(makeDevice(DeviceType::TOUCH,
-                             [&](VirtualEvDev& builder)
-                             {
-                                 if (!row.axes.empty())
-                                     builder.enableEventType(EV_ABS);
-                                 for (const auto& [code, range] : row.axes)
-                                     builder.enableEventCode(EV_ABS, code, range);
-                             }),
-                  0);
+        const auto describe = [&](VirtualEvDev& builder)
+        {
+            if (!row.axes.empty())
+                builder.enableEventType(EV_ABS);
+            for (const auto& [code, range] : row.axes)
+                builder.enableEventCode(EV_ABS, code, range);
+        };
+        ASSERT_EQ(makeDevice(DeviceType::TOUCH, describe), 0);
         std::vector<LogLine> expected{info("Device is TOUCH"), info("Successfully opened '" + node("touch") + "'")};
         if (row.warned)
             expected.push_back({ZUST_LL_WARNING, TAG, NO_SCALE});
-        EXPECT_THAT(fakestack::takeLog(TAG), ElementsAreArray(expected));
-
+        const auto& [x, y] = row.written;
         for (const auto& [code, value] : {std::pair{ABS_X, 5}, {ABS_Y, 5}, {ABS_MT_SLOT, 65535}})
             EXPECT_EQ(m_device->writeEvent(EV_ABS, code, value), 0);
-        EXPECT_EQ(m_device->writeEvent(EV_ABS, ABS_MT_POSITION_X, row.given.first), 0);
-        EXPECT_EQ(m_device->writeEvent(EV_ABS, ABS_MT_POSITION_Y, row.given.second), 0);
+        EXPECT_EQ(m_device->writeEvent(EV_ABS, X, row.given.first), 0);
+        EXPECT_EQ(m_device->writeEvent(EV_ABS, Y, row.given.second), 0);
         EXPECT_THAT(events(readFile("touch")),
-                    ElementsAre(Event{EV_ABS, ABS_MT_SLOT, 65535}, Event{EV_ABS, ABS_MT_POSITION_X, row.written.first},
-                                Event{EV_ABS, ABS_MT_POSITION_Y, row.written.second}));
-        EXPECT_THAT(fakestack::takeLog(TAG),
-                    testing::Contains(LogLine{ZUST_LL_DEBUG, TAG,
-                                              "Event: EV_ABS ABS_MT_POSITION_X " + std::to_string(row.written.first)}));
+                    ElementsAre(Event{EV_ABS, ABS_MT_SLOT, 65535}, Event{EV_ABS, X, x}, Event{EV_ABS, Y, y}));
+        expected.insert(expected.end(),
+                        {wrote("EV_ABS ABS_MT_SLOT 65535"), wrote("EV_ABS ABS_MT_POSITION_X " + std::to_string(x)),
+                         wrote("EV_ABS ABS_MT_POSITION_Y " + std::to_string(y))});
+        EXPECT_THAT(fakestack::takeLog(TAG), ElementsAreArray(expected));
     }
 }
 
@@ -224,12 +230,12 @@ TEST_F(VirtualEvDevAcTest, WithoutANodeEventsAreDropped)
     for (const Row& row : rows)
     {
         SCOPED_TRACE(static_cast<int>(row.type));
-        m_device.reset();
+        const VirtualEvDevUinput* const before = m_device.get();
         errno = 0;
         EXPECT_EQ(makeDevice(row.type), row.result);
         EXPECT_TRUE(row.result == 0 || errno == ENOENT) << errno;
+        EXPECT_NE(m_device.get(), before);
         EXPECT_THAT(fakestack::takeLog(TAG), ElementsAreArray(row.lines));
-        ASSERT_NE(m_device, nullptr);
         EXPECT_EQ(m_device->writeEvent(EV_KEY, BTN_LEFT, 1), 0);
         EXPECT_THAT(fakestack::takeLog(), IsEmpty());
     }
@@ -239,21 +245,24 @@ TEST_F(VirtualEvDevAcTest, WithoutANodeEventsAreDropped)
     EXPECT_THAT([&] { makeDevice(DeviceType::UNKNOWN); },
                 testing::ThrowsMessage<std::runtime_error>("Unable to determine device type"));
     EXPECT_EQ(m_device.get(), before);
+    EXPECT_THAT(fakestack::takeLog(TAG), IsEmpty());
 }
 
 TEST_F(VirtualEvDevAcTest, AContainerThatStopsReadingMakesWritesFail)
 {
     const int reader = makeFifo("mouse");
     ASSERT_EQ(makeDevice(DeviceType::MOUSE), 0);
+    // No child of the host may write.
+    std::error_code gone;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    {
+        const int fd = std::stoi(entry.path().filename());
+        EXPECT_TRUE(std::filesystem::read_symlink(entry, gone) != node("mouse") || fcntl(fd, F_GETFD) == FD_CLOEXEC);
+    }
     int written = 0;
     while (written < 1000000 && m_device->writeEvent(EV_REL, REL_X, written) == 0)
-    {
         ++written;
-        fakestack::takeLog();
-    }
-    const auto lines = fakestack::takeLog(TAG);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), error("emitEvent: Resource temporarily unavailable"));
+    EXPECT_EQ(fakestack::takeLog(TAG).back(), error("emitEvent: Resource temporarily unavailable"));
 
     const auto records = readRecords(reader);
     ASSERT_EQ(records.size(), static_cast<size_t>(written));
@@ -266,10 +275,8 @@ TEST_F(VirtualEvDevAcTest, AContainerThatStopsReadingMakesWritesFail)
     EXPECT_EQ(read(reader, &byte, 1), 0); // the node was closed
     close(reader);
 
-    EXPECT_EQ(makeDevice(DeviceType::KEYBOARD), -1);
-    std::filesystem::remove(node("key"));
-    ASSERT_EQ(mkfifo(node("key").c_str(), 0600), 0);
     errno = 0;
+    close(makeFifo("key"));
     EXPECT_EQ(makeDevice(DeviceType::KEYBOARD), -1); // nobody reads it
     EXPECT_EQ(errno, ENXIO);
 }
@@ -277,19 +284,10 @@ TEST_F(VirtualEvDevAcTest, AContainerThatStopsReadingMakesWritesFail)
 TEST_F(VirtualEvDevAcTest, AContainerThatGoesAwayTakesNothingWithIt)
 {
     // The default disposition would end the process.
-    struct sigaction standard = {};
-    standard.sa_handler = SIG_DFL;
-    struct sigaction original;
-    sigaction(SIGPIPE, &standard, &original);
+    const auto original = std::signal(SIGPIPE, SIG_DFL);
     sigset_t sigpipe;
     sigemptyset(&sigpipe);
     sigaddset(&sigpipe, SIGPIPE);
-    const auto isPending = []
-    {
-        sigset_t pending;
-        sigpending(&pending);
-        return sigismember(&pending, SIGPIPE) == 1;
-    };
 
     struct Row
     {
@@ -299,34 +297,23 @@ TEST_F(VirtualEvDevAcTest, AContainerThatGoesAwayTakesNothingWithIt)
     for (const Row& row : {Row{false, false}, {true, false}, {true, true}})
     {
         SCOPED_TRACE(testing::Message() << "blocked " << row.blocked << " pending " << row.pending);
-        std::filesystem::remove(node("key"));
         const int reader = makeFifo("key");
         ASSERT_EQ(makeDevice(DeviceType::KEYBOARD), 0);
         close(reader);
         fakestack::takeLog();
 
         sigset_t previous;
-        if (row.blocked)
-            pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
+        pthread_sigmask(row.blocked ? SIG_BLOCK : SIG_UNBLOCK, &sigpipe, &previous);
         if (row.pending)
             raise(SIGPIPE);
         EXPECT_EQ(m_device->writeEvent(EV_KEY, KEY_A, 1), -1);
-        EXPECT_EQ(isPending(), row.pending); // the host's own signal stays, the write's own does not
-        if (row.pending)
-        {
-            const timespec now{};
-            EXPECT_EQ(sigtimedwait(&sigpipe, nullptr, &now), SIGPIPE);
-        }
         sigset_t mask;
         pthread_sigmask(SIG_SETMASK, nullptr, &mask);
         EXPECT_EQ(sigismember(&mask, SIGPIPE) == 1, row.blocked);
-        if (row.blocked)
-            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-
-        EXPECT_THAT(fakestack::takeLog(TAG),
-                    ElementsAre(LogLine{ZUST_LL_DEBUG, TAG, "Event: EV_KEY KEY 1"}, error("emitEvent: Broken pipe")));
+        const timespec now{};
+        EXPECT_EQ(sigtimedwait(&sigpipe, nullptr, &now) == SIGPIPE, row.pending); // the host's own stays, no other
+        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        EXPECT_THAT(fakestack::takeLog(TAG), ElementsAre(wrote("EV_KEY KEY 1"), error("emitEvent: Broken pipe")));
     }
-    struct sigaction disposition;
-    sigaction(SIGPIPE, &original, &disposition);
-    EXPECT_EQ(disposition.sa_handler, SIG_DFL);
+    EXPECT_EQ(std::signal(SIGPIPE, original), SIG_DFL);
 }

@@ -18,7 +18,8 @@ TEST(XLibLoaderTest, TheFirstAnswerStandsAndEveryLibraryIsUnloadedOnce)
     size_t finds = 0;
     std::vector<void*> unloaded;
     fakestack::setLoader({
-        [&](const std::wstring& name) -> void* { return name == L"absent.so" ? nullptr : &handles[loads++]; },
+        [&](const std::wstring& name) -> void*
+        { return name == L"absent.so" && loads == 4 ? nullptr : &handles[loads++]; },
         [&](void* library, const std::string& name) -> void*
         {
             EXPECT_EQ(library, &handles[0]);
@@ -34,6 +35,8 @@ TEST(XLibLoaderTest, TheFirstAnswerStandsAndEveryLibraryIsUnloadedOnce)
         EXPECT_EQ(loader.getFunction(L"a.so", "g"), &functions[2]);
         EXPECT_EQ(loads, 4u); // asked every time
         EXPECT_EQ(loader.getFunction(L"absent.so", "f"), nullptr);
+        ++loads;
+        EXPECT_EQ(loader.getFunction(L"absent.so", "f"), nullptr); // although it is there now
     }
     EXPECT_THAT(unloaded, ElementsAre(&handles[0]));
 

@@ -1,16 +1,17 @@
 #include "RemoteInput/common/linux/RiGamepad.h"
 
-#include <stdexcept>
+#include <optional>
 
 #include <gmock/gmock.h>
-#include <libevdev/libevdev-uinput.h>
 
+#include "RemoteInput/common/PostRiEvent.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
 #include "tests/responders/Events.h"
 #include "tests/responders/SteppedClock.h"
 
 using steppedclock::SECOND;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 namespace
@@ -23,44 +24,21 @@ fakestack::LogLine error(const std::string& text)
     return {ZUST_LL_ERROR, "RiGamepad", text};
 }
 
-/// One report as the client sends it.
-struct Usb
+/// One report as the client sends it, and how much of it.
+struct __attribute__((packed)) Usb
 {
-    uint16_t buttons = 0;
-    uint8_t leftTrigger = 0;
-    uint8_t rightTrigger = 0;
-    int16_t leftX = 0;
-    int16_t leftY = 0;
-    int16_t rightX = 0;
-    int16_t rightY = 0;
+    uint16_t length = 0xEEEE;
     uint16_t controller = 0;
     uint16_t bitmap = 1;
+    uint16_t reportLength = 0xEEEE;
+    uint16_t buttons = 0;
+    uint16_t triggers = 0; ///< the left one below
+    int16_t leftX = 0, leftY = 0, rightX = 0, rightY = 0;
+    uint16_t unused[3]{0xEEEE, 0xEEEE, 0xEEEE};
     uint64_t captured = 0;
+    uint8_t beyond[30]{};
     size_t size = 34;
 };
-
-std::vector<uint8_t> toPayload(const Usb& usb)
-{
-    std::vector<uint8_t> bytes;
-    const auto put = [&](uint64_t value, int width)
-    {
-        for (int i = 0; i < width; ++i)
-            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
-    };
-    put(0xEEEE, 2);
-    put(usb.controller, 2);
-    put(usb.bitmap, 2);
-    put(0xEEEE, 2);
-    put(usb.buttons, 2);
-    put(usb.leftTrigger, 1);
-    put(usb.rightTrigger, 1);
-    for (const int16_t axis : {usb.leftX, usb.leftY, usb.rightX, usb.rightY})
-        put(static_cast<uint16_t>(axis), 2);
-    put(0xEEEEEEEEEEEE, 6);
-    put(usb.captured, 8);
-    bytes.resize(usb.size, 0xEE);
-    return {bytes.begin(), bytes.end()}; // exactly as long as it is, so that a read beyond it shows
-}
 
 class RiGamepadTest : public testing::Test
 {
@@ -70,53 +48,45 @@ protected:
         steppedclock::freeze();
         fakelibevdev::reset();
         fakestack::reset();
+        fakelibevdev::calls().take();
     }
 
     bool send(const Usb& usb, const InputTimeStats& stats = {})
     {
-        const std::vector<uint8_t> payload = toPayload(usb);
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(&usb);
+        const std::vector<uint8_t> payload(bytes, bytes + usb.size); // exactly as long: a read beyond it shows
         const ZustInputEvent event = usbEvent(payload);
-        return m_gamepad.respond(&event, stats);
+        return m_gamepad->respond(&event, stats);
     }
 
     static Events written() { return fakelibevdev::takeEvents(PAD); }
 
+    /// The pads that came and went since the last call.
+    static std::vector<std::string> changes()
+    {
+        std::vector<std::string> lines = fakelibevdev::calls().take();
+        std::erase_if(lines, [](const std::string& line)
+                      { return line.find("create ") == line.npos && line.find("destroy ") == line.npos; });
+        return lines;
+    }
+
     RecordingSender m_sender;
-    RiGamepad m_gamepad{m_sender};
+    std::optional<RiGamepad> m_gamepad{m_sender};
 };
 
 } // namespace
 
 TEST_F(RiGamepadTest, DescribesAnXbox360Pad)
 {
-    const int descriptions = fakelibevdev::liveDescriptions();
     EXPECT_FALSE(send({})); // at rest: nothing to write
-    const fakelibevdev::Device device = fakelibevdev::device(PAD);
-    EXPECT_EQ(device.vendor, 0x045E);
-    EXPECT_EQ(device.product, 0x028E);
-    EXPECT_EQ(device.version, 0x0104);
-    EXPECT_EQ(device.bustype, BUS_USB);
-    EXPECT_EQ(device.fd, LIBEVDEV_UINPUT_OPEN_MANAGED);
-
-    std::vector<fakelibevdev::Enabled> expected;
-    for (const unsigned int button : {BTN_SOUTH, BTN_EAST, BTN_WEST, BTN_NORTH, BTN_TL, BTN_TR, BTN_SELECT, BTN_START,
-                                      BTN_MODE, BTN_THUMBL, BTN_THUMBR})
-        expected.push_back({EV_KEY, button});
-    expected.push_back({EV_ABS});
-    const input_absinfo stick{
-        .value = 0, .minimum = -32768, .maximum = 32767, .fuzz = 16, .flat = 128, .resolution = 0};
-    const input_absinfo trigger{.value = 0, .minimum = 0, .maximum = 255, .fuzz = 0, .flat = 0, .resolution = 0};
-    const input_absinfo hat{.value = 0, .minimum = -1, .maximum = 1, .fuzz = 0, .flat = 0, .resolution = 0};
-    expected.push_back({EV_ABS, ABS_X, stick});
-    expected.push_back({EV_ABS, ABS_Y, stick});
-    expected.push_back({EV_ABS, ABS_Z, trigger});
-    expected.push_back({EV_ABS, ABS_RX, stick});
-    expected.push_back({EV_ABS, ABS_RY, stick});
-    expected.push_back({EV_ABS, ABS_RZ, trigger});
-    expected.push_back({EV_ABS, ABS_HAT0X, hat});
-    expected.push_back({EV_ABS, ABS_HAT0Y, hat});
-    EXPECT_EQ(device.enabled, expected);
-    EXPECT_EQ(fakelibevdev::liveDescriptions(), descriptions);
+    EXPECT_THAT(fakelibevdev::calls().take(),
+                ElementsAre("new", std::string("name ") + PAD, "vendor 1118", "product 654", "version 260", "bustype 3",
+                            "code 1 304", "code 1 305", "code 1 308", "code 1 307", "code 1 310", "code 1 311",
+                            "code 1 314", "code 1 315", "code 1 316", "code 1 317", "code 1 318", "type 3",
+                            "code 3 0 of 0 -32768 32767 16 128 0", "code 3 1 of 0 -32768 32767 16 128 0",
+                            "code 3 2 of 0 0 255 0 0 0", "code 3 3 of 0 -32768 32767 16 128 0",
+                            "code 3 4 of 0 -32768 32767 16 128 0", "code 3 5 of 0 0 255 0 0 0",
+                            "code 3 16 of 0 -1 1 0 0 0", "code 3 17 of 0 -1 1 0 0 0", "create 0 -2", "free"));
 }
 
 TEST_F(RiGamepadTest, DifferencesBecomeEvents)
@@ -147,6 +117,10 @@ TEST_F(RiGamepadTest, DifferencesBecomeEvents)
         {"up to down at once: only up", {.buttons = 0xDFF2}, {abs(ABS_HAT0Y, 0)}, GAMEPAD_HAT},
         {"down released, left", {.buttons = 0xDFF4}, {abs(ABS_HAT0X, -1), abs(ABS_HAT0Y, 0)}, GAMEPAD_HAT},
         {"down", {.buttons = 0xDFF6}, {abs(ABS_HAT0Y, 1)}, GAMEPAD_HAT},
+        {"left to right at once, down to up",
+         {.buttons = 0xDFF9},
+         {abs(ABS_HAT0X, 1), abs(ABS_HAT0Y, -1)},
+         GAMEPAD_HAT},
         {"all released",
          {},
          {key(BTN_A, 0), key(BTN_X, 0), key(BTN_Y, 0), key(BTN_TL, 0), key(BTN_TR, 0), key(BTN_SELECT, 0),
@@ -157,17 +131,19 @@ TEST_F(RiGamepadTest, DifferencesBecomeEvents)
          {.leftX = -32768, .leftY = -32768},
          {abs(ABS_X, -32768), abs(ABS_Y, 32768)},
          GAMEPAD_LEFT_JOYSTICK_X | GAMEPAD_LEFT_JOYSTICK_Y},
-        {"right stick too",
-         {.leftX = -32768, .leftY = -32768, .rightX = 32767, .rightY = 32767},
-         {abs(ABS_RX, 32767), abs(ABS_RY, -32767)},
-         GAMEPAD_RIGHT_JOYSTICK_X | GAMEPAD_RIGHT_JOYSTICK_Y},
+        {"left to the middle, right stick",
+         {.leftY = -32768, .rightX = 32767, .rightY = 32767},
+         {abs(ABS_X, 0), abs(ABS_RX, 32767), abs(ABS_RY, -32767)},
+         GAMEPAD_LEFT_JOYSTICK_X | GAMEPAD_RIGHT_JOYSTICK_X | GAMEPAD_RIGHT_JOYSTICK_Y},
         {"sticks back, left trigger",
-         {.leftTrigger = 255},
-         {abs(ABS_X, 0), abs(ABS_Y, 0), abs(ABS_RX, 0), abs(ABS_RY, 0), abs(ABS_Z, 255), abs(ABS_RZ, 0)},
-         GAMEPAD_LEFT_JOYSTICK_X | GAMEPAD_LEFT_JOYSTICK_Y | GAMEPAD_RIGHT_JOYSTICK_X | GAMEPAD_RIGHT_JOYSTICK_Y
-             | GAMEPAD_LEFT_TRIGGER},
-        {"right trigger", {.rightTrigger = 1}, {abs(ABS_Z, 0), abs(ABS_RZ, 1)}, GAMEPAD_RIGHT_TRIGGER},
-        {"triggers back", {}, {abs(ABS_Z, 0), abs(ABS_RZ, 0)}, GAMEPAD_GENERIC},
+         {.triggers = 0x00FF},
+         {abs(ABS_Y, 0), abs(ABS_RX, 0), abs(ABS_RY, 0), abs(ABS_Z, 255), abs(ABS_RZ, 0)},
+         GAMEPAD_LEFT_JOYSTICK_Y | GAMEPAD_RIGHT_JOYSTICK_X | GAMEPAD_RIGHT_JOYSTICK_Y | GAMEPAD_LEFT_TRIGGER},
+        {"right trigger", {.triggers = 0x0100}, {abs(ABS_Z, 0), abs(ABS_RZ, 1)}, GAMEPAD_RIGHT_TRIGGER},
+        {"triggers back, button", // only one that is pressed has an id
+         {.buttons = 0x8000},
+         {key(BTN_Y, 1), abs(ABS_Z, 0), abs(ABS_RZ, 0)},
+         GAMEPAD_BUTTON},
     };
     const InputTimeStats stats{.clientCapture = 0, .clientSent = 2, .netPacket = 3999, .riCommand = 4};
     for (const Row& row : rows)
@@ -189,11 +165,24 @@ TEST_F(RiGamepadTest, DifferencesBecomeEvents)
     }
     EXPECT_THAT(takeLines(), IsEmpty());
 
+    // What cannot be written counts as written, and is not written again.
+    fakelibevdev::failWrites(-EIO, 0, 2);
+    EXPECT_TRUE(send({}));
+    EXPECT_THAT(written(), IsEmpty());
+    EXPECT_FALSE(send({}));
+}
+
+TEST_F(RiGamepadTest, TheThrottleIsTheWholeLibrarys)
+{
     const int64_t now = steppedclock::step(SECOND);
-    send({.buttons = 0x1000, .captured = 0}); // of an unknown time: no record
-    send({.captured = 5}, stats);
-    send({.buttons = 0x1000, .captured = 6}, stats); // too soon
-    EXPECT_THAT(m_sender.takeRecords(), ElementsAre(RiRecord{GAMEPAD_BUTTON, 5, 2, 3, now / 1000}));
+    send({.buttons = 0x1000}); // of an unknown time: no record
+    send({.captured = 5});
+    send({.buttons = 0x1000, .captured = 6}); // too soon
+    EXPECT_THAT(m_sender.takeRecords(), ElementsAre(RiRecord{RiTelemetry::GAMEPAD_BUTTON, 5, 0, 0, now / 1000}));
+    postRiEvent(m_sender, 7, 8, {}, steppedclock::step(SECOND)); // another responder's
+    m_sender.takeRecords();
+    send({.captured = 9});
+    EXPECT_THAT(m_sender.takeRecords(), IsEmpty());
 }
 
 TEST_F(RiGamepadTest, PayloadsOfEverySize)
@@ -203,72 +192,65 @@ TEST_F(RiGamepadTest, PayloadsOfEverySize)
     {
         SCOPED_TRACE(size);
         steppedclock::step(SECOND);
-        pressed = !pressed;
-        const bool ok = send({.buttons = static_cast<uint16_t>(pressed ? 0x1000 : 0), .captured = 77, .size = size},
-                             {.clientCapture = 55, .clientSent = 0, .netPacket = 0, .riCommand = 0});
-        if (size <= 25)
+        pressed = !pressed && size > 25;
+        // An even size knows no other time than the payload's own, which is taken at one size only.
+        const bool ok =
+            send({.buttons = static_cast<uint16_t>(pressed ? 0x1000 : 0), .captured = 77, .size = size},
+                 {.clientCapture = size % 2 == 0 ? 0 : 55, .clientSent = 0, .netPacket = 0, .riCommand = 9});
+        EXPECT_EQ(ok, size > 25);
+        if (!ok)
         {
-            pressed = false;
-            EXPECT_FALSE(ok);
-            EXPECT_THAT(takeLines(), ElementsAre(fakestack::LogLine{ZUST_LL_INFO, "RiGamepad",
-                                                                    "Ignoring GamepadUsb event with payload size: "
-                                                                        + std::to_string(size)}));
+            const std::string text = "Ignoring GamepadUsb event with payload size: " + std::to_string(size);
+            EXPECT_THAT(takeLines(), ElementsAre(fakestack::LogLine{ZUST_LL_INFO, "RiGamepad", text}));
             EXPECT_THAT(fakelibevdev::devices(), IsEmpty());
             continue;
         }
-        EXPECT_TRUE(ok);
         EXPECT_THAT(written(), ElementsAre(key(BTN_A, pressed), SYN));
-        EXPECT_THAT(takeLines(), IsEmpty());
         const std::vector<RiRecord> records = m_sender.takeRecords();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].captured, size == 34 ? 77 : 55); // the payload's own time, at this size only
+        ASSERT_EQ(records.size(), size == 34 || size % 2 != 0 ? 1U : 0U);
+        EXPECT_TRUE(records.empty() || records[0].captured == (size == 34 ? 77 : 55));
     }
+    EXPECT_THAT(takeLines(), IsEmpty());
+    ZustInputEvent event = usbEvent(std::vector<uint8_t>(34));
+    event.event.gamepadUsbPayloadEvent.payload = nullptr;
+    EXPECT_FALSE(m_gamepad->respond(&event, {}));
 }
 
-TEST_F(RiGamepadTest, PadsComeAndGoWithTheBitmap)
+TEST_F(RiGamepadTest, PadsComeAndGoWithTheBitmapAndWithoutAnyReset)
 {
     struct Row
     {
         uint16_t bitmap;
         uint16_t controller;
-        std::vector<bool> alive; // of every device so far, in order of creation
+        std::vector<std::string> changes;
         const char* line = nullptr;
     };
     const Row rows[] = {
         {0x0000, 0, {}, "Data sent for gamepad 0 that doesn't match bitmap: 0000"},
-        {0x0001, 2, {true}, "Data sent for gamepad 2 that doesn't match bitmap: 0001"},
-        {0x000F, 4, {true, true, true, true}}, // no such controller: applied all the same, and silent
-        {0xFFF5, 0xFFFF, {true, false, true, false}},
-        {0x0005, 3, {true, false, true, false}, "Data sent for gamepad 3 that doesn't match bitmap: 0005"},
-        {0xABC5, 1, {true, false, true, false}, "Data sent for gamepad 1 that doesn't match bitmap: abc5"},
-        {0x0008, 5, {false, false, false, false, true}},
+        {0x0001, 2, {"create 0 -2"}, "Data sent for gamepad 2 that doesn't match bitmap: 0001"},
+        // No such controller: applied all the same, and silent.
+        {0x000F, 4, {"create 1 -2", "create 2 -2", "create 3 -2"}},
+        {0xFFF5, 0xFFFF, {"destroy 1", "destroy 3"}},
+        {0x0005, 3, {}, "Data sent for gamepad 3 that doesn't match bitmap: 0005"},
+        {0xABC5, 1, {}, "Data sent for gamepad 1 that doesn't match bitmap: abc5"},
+        {0x000E, 5, {"destroy 0", "create 4 -2", "create 5 -2"}},
     };
-    const int before = fakelibevdev::liveDevices();
     for (const Row& row : rows)
     {
         SCOPED_TRACE(row.bitmap);
-        EXPECT_FALSE(send({.buttons = 0x1000, .controller = row.controller, .bitmap = row.bitmap}));
-        std::vector<bool> alive;
-        for (const fakelibevdev::Device& device : fakelibevdev::devices())
-            alive.push_back(device.alive);
-        EXPECT_EQ(alive, row.alive);
+        EXPECT_FALSE(send({.controller = row.controller, .bitmap = row.bitmap, .buttons = 0x1000}));
+        EXPECT_THAT(changes(), ElementsAreArray(row.changes));
         EXPECT_EQ(takeLines(), row.line ? Lines{error(row.line)} : Lines{});
     }
-    for (int i = 0; i < 1000; ++i) // a flickering bitmap leaks no device
-        send({.controller = 4, .bitmap = static_cast<uint16_t>(i % 16)});
-    EXPECT_EQ(fakelibevdev::liveDevices(), before + 3);
-}
-
-TEST_F(RiGamepadTest, ANewPadStartsAtRestAndAResetReleasesNothing)
-{
-    EXPECT_TRUE(send({.buttons = 0x1000, .controller = 3, .bitmap = 8}));
+    EXPECT_TRUE(send({.controller = 3, .bitmap = 0xE, .buttons = 0x1000}));
     EXPECT_THAT(written(), ElementsAre(key(BTN_A, 1), SYN));
-    EXPECT_TRUE(m_gamepad.resetState());
-    EXPECT_THAT(written(), IsEmpty());
-    send({.controller = 3, .bitmap = 0});
-    EXPECT_FALSE(send({.controller = 3, .bitmap = 8})); // the last report is forgotten
-    EXPECT_TRUE(send({.buttons = 0x1000, .controller = 3, .bitmap = 8}));
-    EXPECT_THAT(written(), ElementsAre(key(BTN_A, 1), SYN));
+    EXPECT_TRUE(m_gamepad->resetState());
+    EXPECT_THAT(fakelibevdev::calls().take(), ElementsAre("write 5 1 304 1", "write 5 0 0 0"));
+    send({.controller = 3, .bitmap = 6});
+    EXPECT_FALSE(send({.controller = 3, .bitmap = 0xF})); // the last report is forgotten
+    changes();
+    m_gamepad.reset();
+    EXPECT_THAT(changes(), ElementsAre("destroy 6", "destroy 4", "destroy 2", "destroy 7")); // by slot
 }
 
 TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
@@ -284,6 +266,12 @@ TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
         EXPECT_EQ(takeLines(), expected);
         send({.controller = 4, .bitmap = 0});
     }
+    fakelibevdev::failCreation(-EPERM); // only EACCES brings the hint
+    EXPECT_FALSE(send({.buttons = 0x1000}));
+    EXPECT_THAT(takeLines(), ElementsAre(error("Couldn't create a new uinput device, errno: 1 Operation not permitted, "
+                                               "Gamepads will not work"),
+                                         last));
+    send({.controller = 4, .bitmap = 0});
     fakelibevdev::failCreation(0);
     fakelibevdev::failNew();
     EXPECT_FALSE(send({.buttons = 0x1000}));
@@ -292,7 +280,7 @@ TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
     fakelibevdev::failNew(false);
     EXPECT_FALSE(send({.buttons = 0x1000})); // silent, and not tried again
     EXPECT_THAT(takeLines(), IsEmpty());
-    EXPECT_THAT(fakelibevdev::devices(), IsEmpty());
+    EXPECT_THAT(changes(), IsEmpty());
     send({.controller = 4, .bitmap = 0});
     EXPECT_TRUE(send({.buttons = 0x1000}));
 }

@@ -1,9 +1,10 @@
 #include "RemoteInput/common/linux/RiTouch.h"
 
+#include <numeric>
+#include <optional>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
-#include <libevdev/libevdev-uinput.h>
 
 #include "tests/responders/Events.h"
 
@@ -57,11 +58,12 @@ protected:
     {
         fakelibevdev::reset();
         fakestack::reset();
+        fakelibevdev::calls().take();
     }
 
     void enable()
     {
-        EXPECT_TRUE(m_touch.touchControl(true));
+        EXPECT_TRUE(m_touch->touchControl(true));
         EXPECT_THAT(takeLines(), ElementsAre(fakestack::LogLine{ZUST_LL_INFO, "RiTouch",
                                                                 "init: successfully created touch device: "}));
     }
@@ -69,38 +71,25 @@ protected:
     bool send(const std::vector<Point>& points)
     {
         const ZustInputEvent event = touchEvent(points);
-        return m_touch.respond(&event, {});
+        return m_touch->respond(&event, {});
     }
 
     static Events written() { return fakelibevdev::takeEvents("RiTouch"); }
 
-    RiTouch m_touch;
+    std::optional<RiTouch> m_touch{std::in_place};
 };
 
 } // namespace
 
 TEST_F(RiTouchTest, DescribesATouchScreen)
 {
+    EXPECT_TRUE(m_touch->deinit()); // nothing to switch off
     enable();
-    const fakelibevdev::Device device = fakelibevdev::device("RiTouch");
-    const input_absinfo position{.value = 0, .minimum = 0, .maximum = 65535, .fuzz = 0, .flat = 0, .resolution = 40};
-    const input_absinfo trackingId{.value = 0, .minimum = 0, .maximum = 65535, .fuzz = 0, .flat = 0, .resolution = 1};
-    const input_absinfo slots{.value = 0, .minimum = 0, .maximum = 11, .fuzz = 0, .flat = 0, .resolution = 1};
-    const std::vector<fakelibevdev::Enabled> expected{
-        {EV_SYN},
-        {EV_KEY},
-        {EV_ABS},
-        {EV_KEY, BTN_TOUCH},
-        {EV_ABS, ABS_X, position},
-        {EV_ABS, ABS_Y, position},
-        {EV_ABS, ABS_MT_SLOT, slots},
-        {EV_ABS, ABS_MT_POSITION_X, position},
-        {EV_ABS, ABS_MT_POSITION_Y, position},
-        {EV_ABS, ABS_MT_TRACKING_ID, trackingId},
-    };
-    EXPECT_EQ(device.enabled, expected);
-    EXPECT_EQ(device.fd, LIBEVDEV_UINPUT_OPEN_MANAGED);
-    EXPECT_THAT((std::vector{device.vendor, device.product, device.bustype, device.version}), ElementsAre(0, 0, 0, 0));
+    EXPECT_THAT(fakelibevdev::calls().take(),
+                ElementsAre("new", "name RiTouch", "type 0", "type 1", "type 3", "code 1 330",
+                            "code 3 0 of 0 0 65535 0 0 40", "code 3 1 of 0 0 65535 0 0 40", "code 3 47 of 0 0 11 0 0 1",
+                            "code 3 53 of 0 0 65535 0 0 40", "code 3 54 of 0 0 65535 0 0 40",
+                            "code 3 57 of 0 0 65535 0 0 1", "create 0 -2", "free"));
 }
 
 TEST_F(RiTouchTest, PointsBecomeFrames)
@@ -132,6 +121,9 @@ TEST_F(RiTouchTest, PointsBecomeFrames)
         {"down and up in one event",
          {point(65535, UP), point(65535, DOWN, 8, 8)},
          slot(1, 65536) + LIFT + RELEASED + slot(1, 65536) + position(8, 8) + TOUCHED + END},
+        {"lifting one of two fingers clears the touch",
+         {point(7, UP), point(65535, MOVE, 3, 3)},
+         slot(0, 8) + LIFT + RELEASED + slot(1, 65536) + position(3, 3) + END},
     };
     for (const Row& row : rows)
     {
@@ -142,94 +134,81 @@ TEST_F(RiTouchTest, PointsBecomeFrames)
     EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(RiTouchTest, LiftingOneOfTwoFingersClearsBtnTouch)
+TEST_F(RiTouchTest, TheTwelfthFingerIsRefusedEachTimeAndWithALineOfItsOwn)
 {
     enable();
-    send({point(1, DOWN), point(2, DOWN)});
-    written();
-    EXPECT_TRUE(send({point(1, UP), point(2, MOVE, 3, 3)}));
-    EXPECT_EQ(written(), slot(0, 2) + LIFT + RELEASED + slot(1, 3) + position(3, 3) + END);
-}
-
-TEST_F(RiTouchTest, TheTwelfthFingerIsRefused)
-{
-    enable();
-    std::vector<Point> points;
-    std::set<int> slots;
-    for (uint16_t id = 20; id < 31; ++id)
-        points.push_back(point(id, DOWN));
-    EXPECT_TRUE(send(points));
-    for (const auto& event : written())
-        if (event.code == ABS_MT_SLOT && event.type == EV_ABS)
-            slots.insert(event.value);
-    EXPECT_THAT(slots, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
-
-    EXPECT_FALSE(send({point(31, DOWN), point(20, MOVE, 1, 1), point(10, DOWN)}));
-    EXPECT_EQ(written(), slot(0, 21) + position(1, 1) + END);
-    EXPECT_THAT(takeLines(), ElementsAre(error("respond: no available slots left for touchPoint.id = 31"),
-                                         error("respond: no available slots left for touchPoint.id = 10")));
-
-    EXPECT_TRUE(send({point(25, UP), point(31, DOWN)}));
-    EXPECT_EQ(written(), slot(5, 26) + LIFT + RELEASED + slot(5, 32) + position(0, 0) + TOUCHED + END);
-}
-
-TEST_F(RiTouchTest, AsManyPointsAsAnEventCanHold)
-{
-    enable();
+    // As many points as an event can hold.
     std::vector<Point> points;
     Events expected;
+    Lines lines;
     for (int i = 0; i < 65535; ++i)
     {
-        const int id = i % 12; // over and over; the twelfth finger has no slot
+        const int id = i % 12;
         points.push_back(point(static_cast<uint16_t>(id), MOVE, static_cast<uint16_t>(i), 1));
         if (id != 11)
             expected = std::move(expected) + slot(id, id + 1) + position(i, 1);
+        else
+            lines.push_back(error("respond: no available slots left for touchPoint.id = 11"));
     }
     EXPECT_FALSE(send(points));
     EXPECT_EQ(written(), std::move(expected) + END);
-    EXPECT_EQ(takeLines().size(), 65535u / 12);
+    EXPECT_EQ(takeLines(), lines);
+
+    EXPECT_TRUE(send({point(5, UP), point(65535, DOWN)}));
+    EXPECT_EQ(written(), slot(5, 6) + LIFT + RELEASED + slot(5, 65536) + position(0, 0) + TOUCHED + END);
 }
 
 // Switching on does not remember that it did, on purpose.
 TEST_F(RiTouchTest, EnablingAgainReplacesTheScreenAndKeepsTheFingers)
 {
-    EXPECT_TRUE(m_touch.touchControl(false)); // nothing to switch off
+    const auto calls = [] // but those of the description
+    {
+        std::vector<std::string> lines = fakelibevdev::calls().take();
+        std::erase_if(lines, [](const std::string& line) { return line[0] == 't' || line.find("code") == 0; });
+        return lines;
+    };
     enable();
     send({point(1, DOWN)});
-    written();
-    EXPECT_TRUE(m_touch.touchControl(false)); // and nothing switches off
-    EXPECT_TRUE(fakelibevdev::device("RiTouch").alive);
-    EXPECT_THAT(written(), IsEmpty());
+    calls();
+    EXPECT_TRUE(m_touch->touchControl(false));
+    EXPECT_THAT(calls(), IsEmpty());
 
     enable();
-    const auto devices = fakelibevdev::devices();
-    ASSERT_EQ(devices.size(), 2u);
-    EXPECT_FALSE(devices[0].alive);
+    EXPECT_THAT(calls(), ElementsAre("new", "name RiTouch", "create 1 -2", "destroy 0", "free"));
     EXPECT_TRUE(send({point(1, MOVE, 1, 1), point(2, DOWN)}));
     EXPECT_EQ(written(), slot(0, 2) + position(1, 1) + slot(0, 3) + position(0, 0) + TOUCHED + END); // all are free
-}
+    EXPECT_TRUE(send({point(2, UP), point(1, UP), point(3, DOWN)})); // and a slot that two had is free once
+    EXPECT_EQ(written(), slot(0, 3) + LIFT + RELEASED + slot(0, 2) + LIFT + RELEASED + slot(0, 4) + position(0, 0)
+                             + TOUCHED + END);
 
-TEST_F(RiTouchTest, RefusedDevices)
-{
+    fakelibevdev::failNew();
+    EXPECT_THROW(m_touch->init(), std::runtime_error);
+    fakelibevdev::failNew(false);
+    EXPECT_TRUE(send({})); // the screen that was there stays
+    calls();
     for (const int refusal : REFUSALS)
     {
         fakelibevdev::failCreation(refusal);
-        EXPECT_FALSE(m_touch.touchControl(true));
+        EXPECT_FALSE(m_touch->touchControl(true));
         EXPECT_EQ(takeLines(), refusalLines(refusal, "RiTouch"));
     }
+    // This time it is lost.
+    EXPECT_THAT(calls(), ElementsAre("new", "name RiTouch", "refuse", "destroy 1", "free", "new", "name RiTouch",
+                                     "refuse", "free"));
+
     fakelibevdev::failCreation(0);
     enable();
-    fakelibevdev::failNew();
-    EXPECT_THROW(m_touch.touchControl(true), std::runtime_error);
-    fakelibevdev::failNew(false);
-    EXPECT_TRUE(send({point(1, DOWN)})); // the screen that was there stays
+    send({point(9, DOWN)});
+    calls();
+    m_touch.reset(); // lifts nothing
+    EXPECT_THAT(calls(), ElementsAre("destroy 2"));
 }
 
 // The lines are counted for the whole process, so one test does it all, whatever was logged before it.
 TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
 {
     fakelibevdev::failCreation(-ENOENT);
-    EXPECT_FALSE(m_touch.touchControl(true));
+    EXPECT_FALSE(m_touch->touchControl(true));
     takeLines();
     EXPECT_FALSE(send({point(1, DOWN)}));
     EXPECT_THAT(takeLines(),
@@ -237,50 +216,65 @@ TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
                             error("writeEvent: Received error -19 when attempting to write event {type = 0, code = 0, "
                                   "value = 0}")));
     fakelibevdev::failCreation(0);
-
     enable();
-    const Events whole = slot(0, 2) + position(3, 4) + TOUCHED + END;
-    for (size_t good = 0; good < whole.size(); ++good)
-    {
-        SCOPED_TRACE(good);
-        fakelibevdev::failWrites(-EIO, static_cast<int>(good));
-        EXPECT_FALSE(send({point(1, DOWN | MOVE, 3, 4)}));
-        EXPECT_EQ(written(), Events(whole.begin(), whole.begin() + static_cast<long>(good)));
-        fakelibevdev::failWrites(0);
-    }
-    Lines lines = takeLines();
-    ASSERT_GE(lines.size(), 2u);
-    // A slot that cannot be written ends the point.
-    EXPECT_EQ(lines[0], error("writeEvent: Received error -5 when attempting to write event {type = 3, code = 2f, "
-                              "value = 0}"));
-    EXPECT_EQ(lines[1],
-              error("writeEvent: Received error -5 when attempting to write event {type = 0, code = 0, value = 0}"));
+    EXPECT_TRUE(send({point(1, DOWN)}));
+    written();
 
-    // A finger that could not be lifted stays.
-    for (const int flags : {UP, CANCEL})
+    struct Row
     {
-        fakelibevdev::failWrites(-EIO, 2);
-        EXPECT_FALSE(send({point(1, flags)}));
-        EXPECT_EQ(written(), slot(0, 2));
-        fakelibevdev::failWrites(0);
-        EXPECT_TRUE(send({point(1, 0)}));
-        EXPECT_EQ(written(), slot(0, 2) + END);
+        int flags;
+        int fails; // that write
+        Events expected;
+        const char* event;
+    };
+    const Events still = slot(0, 2);
+    const Row rows[] = {
+        {DOWN | MOVE, 0, END, "type = 3, code = 2f, value = 0"}, // ends the point
+        {DOWN | MOVE, 1, Events{still[0]} + position(3, 4) + TOUCHED + END, "type = 3, code = 39, value = 2"},
+        {CANCEL, 2, still + END, "type = 3, code = 39, value = -1"}, // stays
+        {UP, 2, still + RELEASED + END, "type = 3, code = 39, value = -1"},
+        {MOVE, 2, still + Events{abs(ABS_Y, 4)} + Events{abs(ABS_MT_POSITION_X, 3), abs(ABS_MT_POSITION_Y, 4)} + END,
+         "type = 3, code = 0, value = 3"},
+        {MOVE, 3, still + Events{abs(ABS_X, 3)} + Events{abs(ABS_MT_POSITION_X, 3), abs(ABS_MT_POSITION_Y, 4)} + END,
+         "type = 3, code = 1, value = 4"},
+        {MOVE, 4, still + Events{abs(ABS_X, 3), abs(ABS_Y, 4), abs(ABS_MT_POSITION_Y, 4)} + END,
+         "type = 3, code = 35, value = 3"},
+        {MOVE, 5, still + Events{abs(ABS_X, 3), abs(ABS_Y, 4), abs(ABS_MT_POSITION_X, 3)} + END,
+         "type = 3, code = 36, value = 4"},
+        {DOWN, 2, still + END, "type = 1, code = 14a, value = 1"},
+        {0, 2, still, "type = 0, code = 0, value = 0"},
+        {CANCEL, 1, Events{still[0]} + LIFT + END, "type = 3, code = 39, value = 2"}, // gone all the same
+    };
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.event);
+        fakelibevdev::failWrites(-EIO, row.fails, 1);
+        EXPECT_FALSE(send({point(1, row.flags, 3, 4)}));
+        EXPECT_EQ(written(), row.expected);
+        EXPECT_THAT(takeLines(), ElementsAre(error("writeEvent: Received error -5 when attempting to write event {"
+                                                   + std::string(row.event) + "}")));
     }
+    EXPECT_TRUE(send({point(1, 0)}));
+    EXPECT_EQ(written(), still + position(0, 0) + END); // a new one
 
-    fakelibevdev::failWrites(-EIO);
-    for (int i = 0; i < 60; ++i)
-        send({}); // one failure each
+    // A failed slot keeps the point's mapping, although it was new.
+    fakelibevdev::failWrites(-EIO, 0, 1);
+    EXPECT_FALSE(send({point(2, DOWN), point(3, DOWN)}));
+    EXPECT_EQ(written(), slot(2, 4) + position(0, 0) + TOUCHED + END);
+
     takeLines();
+    fakelibevdev::failWrites(-EIO);
     std::vector<int> logged;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 13; i < 200; ++i) // the thirteen before this are counted too
     {
         send({});
         if (!takeLines().empty())
             logged.push_back(i);
     }
-    ASSERT_EQ(logged.size(), 3u);
-    EXPECT_EQ(logged[1] - logged[0], 61);
-    EXPECT_EQ(logged[2] - logged[1], 61);
+    std::vector<int> expected(60 - 13);
+    std::iota(expected.begin(), expected.end(), 13);
+    expected.insert(expected.end(), {60 + 60, 60 + 60 + 61});
+    EXPECT_EQ(logged, expected);
 }
 
 TEST_F(RiTouchTest, AMissingDeviceIsReportedRateLimited)

@@ -1,8 +1,9 @@
 #include "tests/support/FakeLibevdev.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -23,6 +24,7 @@ struct libevdev
 struct libevdev_uinput
 {
     std::shared_ptr<Device> device;
+    int number;
 };
 
 namespace fakelibevdev
@@ -33,13 +35,15 @@ namespace
 struct World
 {
     std::mutex mutex; // guards all of it, the devices too
+    Calls calls;
     std::vector<std::shared_ptr<Device>> devices;
     int liveDevices = 0;
     int liveDescriptions = 0;
     bool newFails = false;
     int creationResult = 0;
     int writeResult = 0;
-    int writesLeft = 0;
+    int writesUntilFailure = 0;
+    int failuresLeft = 0;
 };
 
 // Never destroyed: devices of static objects may outlive it otherwise.
@@ -49,84 +53,58 @@ World& world()
     return *instance;
 }
 
+/// The world for one expression, or for a scope.
+class Locked
+{
+public:
+    World* operator->() const { return &world(); }
+
+private:
+    std::lock_guard<std::mutex> m_lock{world().mutex};
+};
+
 std::shared_ptr<Device> lastOfName(const std::string& name)
 {
     const auto& all = world().devices;
-    for (auto it = all.rbegin(); it != all.rend(); ++it)
-    {
-        if ((*it)->name == name)
-            return *it;
-    }
-    return nullptr;
+    const auto found = std::find_if(all.rbegin(), all.rend(), [&](const auto& device) { return device->name == name; });
+    return found == all.rend() ? nullptr : *found;
 }
 
 } // namespace
 
-bool Enabled::operator==(const Enabled& other) const
-{
-    return type == other.type && code == other.code && abs.has_value() == other.abs.has_value()
-           && (!abs || memcmp(&*abs, &*other.abs, sizeof(*abs)) == 0);
-}
-
 std::ostream& operator<<(std::ostream& out, const Event& event)
 {
-    const char* const type = event.type == EV_SYN   ? "SYN"
-                             : event.type == EV_KEY ? "KEY"
-                             : event.type == EV_REL ? "REL"
-                             : event.type == EV_ABS ? "ABS"
-                                                    : nullptr;
-    out << '{';
-    if (type)
-        out << type;
-    else
-        out << event.type;
-    return out << ' ' << event.code << ' ' << event.value << '}';
+    static constexpr const char* TYPES[]{"SYN", "KEY", "REL", "ABS"};
+    return out << '{' << (event.type < std::size(TYPES) ? TYPES[event.type] : "?") << ' ' << event.code << ' '
+               << event.value << '}';
 }
 
-std::ostream& operator<<(std::ostream& out, const Enabled& enabled)
+Calls& calls()
 {
-    out << '{' << enabled.type;
-    if (enabled.code)
-        out << '/' << *enabled.code;
-    if (enabled.abs)
-        out << " value " << enabled.abs->value << " range " << enabled.abs->minimum << ".." << enabled.abs->maximum
-            << " fuzz " << enabled.abs->fuzz << " flat " << enabled.abs->flat << " resolution "
-            << enabled.abs->resolution;
-    return out << '}';
-}
-
-std::vector<unsigned int> Device::codes(unsigned int type) const
-{
-    std::vector<unsigned int> found;
-    for (const Enabled& call : enabled)
-    {
-        if (call.type == type && call.code)
-            found.push_back(*call.code);
-    }
-    return found;
+    return world().calls;
 }
 
 void reset()
 {
-    std::lock_guard lock(world().mutex);
-    world().devices.clear();
-    world().newFails = false;
-    world().creationResult = 0;
-    world().writeResult = 0;
+    const Locked locked;
+    locked->devices.clear();
+    locked->newFails = false;
+    locked->creationResult = 0;
+    locked->writeResult = 0;
 }
 
 std::vector<Device> devices()
 {
-    std::lock_guard lock(world().mutex);
+    const Locked locked;
     std::vector<Device> copies;
-    for (const auto& made : world().devices)
+    for (const auto& made : locked->devices)
         copies.push_back(*made);
     return copies;
 }
 
 Device device(const std::string& name)
 {
-    std::lock_guard lock(world().mutex);
+    const Locked locked;
     const auto found = lastOfName(name);
     if (!found)
         throw std::out_of_range("no device of the name " + name);
@@ -135,7 +113,7 @@ Device device(const std::string& name)
 
 std::vector<Event> takeEvents(const std::string& name)
 {
-    std::lock_guard lock(world().mutex);
+    const Locked locked;
     const auto found = lastOfName(name);
     return found ? std::exchange(found->events, {}) : std::vector<Event>{};
 }
@@ -153,88 +131,78 @@ std::vector<Event> waitForEvents(const std::string& name)
 
 int liveDevices()
 {
-    std::lock_guard lock(world().mutex);
-    return world().liveDevices;
+    return Locked()->liveDevices;
 }
 
 int liveDescriptions()
 {
-    std::lock_guard lock(world().mutex);
-    return world().liveDescriptions;
+    return Locked()->liveDescriptions;
 }
 
 void failNew(bool fail)
 {
-    std::lock_guard lock(world().mutex);
-    world().newFails = fail;
+    Locked()->newFails = fail;
 }
 
 void failCreation(int result)
 {
-    std::lock_guard lock(world().mutex);
-    world().creationResult = result;
+    Locked()->creationResult = result;
 }
 
-void failWrites(int result, int after)
+void failWrites(int result, int after, int count)
 {
-    std::lock_guard lock(world().mutex);
-    world().writeResult = result;
-    world().writesLeft = after;
+    const Locked locked;
+    locked->writeResult = result;
+    locked->writesUntilFailure = after;
+    locked->failuresLeft = count;
 }
 
 } // namespace fakelibevdev
 
-using fakelibevdev::world;
+using fakelibevdev::calls;
+using fakelibevdev::Locked;
 
 extern "C"
 {
 
     struct libevdev* libevdev_new(void)
     {
-        std::lock_guard lock(world().mutex);
-        if (world().newFails)
+        const Locked locked;
+        calls().add("new");
+        if (locked->newFails)
             return nullptr;
-        struct libevdev* const made = new libevdev;
-        ++world().liveDescriptions;
-        return made;
+        ++locked->liveDescriptions;
+        return new libevdev;
     }
 
     void libevdev_free(struct libevdev* dev)
     {
-        if (!dev)
-            return;
-        std::lock_guard lock(world().mutex);
-        --world().liveDescriptions;
+        calls().add("free");
+        if (dev)
+            --Locked()->liveDescriptions;
         delete dev;
     }
 
     void libevdev_set_name(struct libevdev* dev, const char* name)
     {
-        dev->description.name = name ? name : "";
+        calls().add("name", name);
+        dev->description.name = name;
     }
 
-    void libevdev_set_id_product(struct libevdev* dev, int product)
-    {
-        dev->description.product = product;
+#define RECORDED_ID(ID)                                                                                                \
+    void libevdev_set_id_##ID(struct libevdev* dev, int ID)                                                            \
+    {                                                                                                                  \
+        calls().add(#ID, ID);                                                                                          \
+        dev->description.ID = ID;                                                                                      \
     }
-
-    void libevdev_set_id_vendor(struct libevdev* dev, int vendor)
-    {
-        dev->description.vendor = vendor;
-    }
-
-    void libevdev_set_id_bustype(struct libevdev* dev, int bustype)
-    {
-        dev->description.bustype = bustype;
-    }
-
-    void libevdev_set_id_version(struct libevdev* dev, int version)
-    {
-        dev->description.version = version;
-    }
+    RECORDED_ID(product)
+    RECORDED_ID(vendor)
+    RECORDED_ID(bustype)
+    RECORDED_ID(version)
 
     int libevdev_enable_event_type(struct libevdev* dev, unsigned int type)
     {
+        calls().add("type", type);
         if (type > EV_MAX)
             return -1;
         dev->description.enabled.push_back({type});
@@ -243,30 +211,36 @@ extern "C"
 
     int libevdev_enable_event_code(struct libevdev* dev, unsigned int type, unsigned int code, const void* data)
     {
+        const auto* const axis = static_cast<const input_absinfo*>(data);
+        if (axis)
+            calls().add("code", type, code, "of", axis->value, axis->minimum, axis->maximum, axis->fuzz, axis->flat,
+                        axis->resolution);
+        else
+            calls().add("code", type, code);
         if (type > EV_MAX || (type == EV_KEY && code > KEY_MAX) || (type == EV_REL && code > REL_MAX)
             || (type == EV_ABS && (code > ABS_MAX || !data)))
             return -1;
-        fakelibevdev::Enabled call{type, code};
-        if (type == EV_ABS)
-            call.abs = *static_cast<const input_absinfo*>(data);
-        dev->description.enabled.push_back(call);
+        dev->description.enabled.push_back({type, code});
         return 0;
     }
 
     int libevdev_uinput_create_from_device(const struct libevdev* dev, int uinput_fd,
                                            struct libevdev_uinput** uinput_dev)
     {
-        std::lock_guard lock(world().mutex);
-        if (world().creationResult != 0)
+        const Locked locked;
+        if (locked->creationResult != 0)
         {
+            calls().add("refuse");
             errno = 0; // the number that callers log is not to come from here by chance
-            return world().creationResult;
+            return locked->creationResult;
         }
+        const auto number = static_cast<int>(locked->devices.size());
+        calls().add("create", number, uinput_fd);
         auto made = std::make_shared<Device>(dev->description);
         made->fd = uinput_fd;
-        world().devices.push_back(made);
-        *uinput_dev = new libevdev_uinput{std::move(made)};
-        ++world().liveDevices;
+        locked->devices.push_back(made);
+        *uinput_dev = new libevdev_uinput{std::move(made), number};
+        ++locked->liveDevices;
         return 0;
     }
 
@@ -274,8 +248,9 @@ extern "C"
     {
         if (!uinput_dev)
             return;
-        std::lock_guard lock(world().mutex);
-        --world().liveDevices;
+        const Locked locked;
+        calls().add("destroy", uinput_dev->number);
+        --locked->liveDevices;
         uinput_dev->device->alive = false;
         delete uinput_dev;
         errno = EBADF; // destroying a real device makes calls of its own
@@ -284,9 +259,10 @@ extern "C"
     int libevdev_uinput_write_event(const struct libevdev_uinput* uinput_dev, unsigned int type, unsigned int code,
                                     int value)
     {
-        std::lock_guard lock(world().mutex);
-        if (world().writeResult != 0 && world().writesLeft-- <= 0)
-            return world().writeResult;
+        const Locked locked;
+        calls().add("write", uinput_dev->number, type, code, value);
+        if (locked->writeResult != 0 && locked->writesUntilFailure-- <= 0 && locked->failuresLeft-- > 0)
+            return locked->writeResult;
         uinput_dev->device->events.push_back({type, code, value});
         return 0;
     }

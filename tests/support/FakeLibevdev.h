@@ -1,6 +1,9 @@
 #ifndef TESTS_SUPPORT_FAKE_LIBEVDEV_H
 #define TESTS_SUPPORT_FAKE_LIBEVDEV_H
 
+#include "tests/support/Calls.h"
+
+#include <climits>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -25,19 +28,16 @@ struct Event
 
     bool operator==(const Event&) const = default;
 };
+std::ostream& operator<<(std::ostream& out, const Event& event);
 
-/// One call that enables something, in the order of the calls.
+/// One call that enables something.
 struct Enabled
 {
     unsigned int type;
     std::optional<unsigned int> code = {}; ///< none = the type itself
-    std::optional<input_absinfo> abs = {}; ///< a copy of the data that came with an EV_ABS code
 
-    bool operator==(const Enabled& other) const;
+    bool operator==(const Enabled&) const = default;
 };
-
-std::ostream& operator<<(std::ostream& out, const Event& event);
-std::ostream& operator<<(std::ostream& out, const Enabled& enabled);
 
 struct Device
 {
@@ -50,10 +50,12 @@ struct Device
     int fd = 0;                ///< the descriptor argument of the creation
     std::vector<Event> events; ///< written and not yet taken
     bool alive = true;         ///< not yet destroyed
-
-    /// The enabled codes of one type, in order.
-    std::vector<unsigned int> codes(unsigned int type) const;
 };
+
+/// Every call, with N for a device's place in devices(): "new", "name NAME", "vendor ID" (product, bustype, version),
+/// "type TYPE", "code TYPE CODE", "code TYPE CODE of VALUE MINIMUM MAXIMUM FUZZ FLAT RESOLUTION", "create N FD",
+/// "refuse", "free", "write N TYPE CODE VALUE", "destroy N".
+Calls& calls();
 
 /// Forgets devices and injected failures. Handles that are still held stay valid, but are not seen any more.
 void reset();
@@ -82,9 +84,9 @@ void failNew(bool fail = true);
 /// \param result a negative errno value
 void failCreation(int result);
 
-/// After so many more writes, over all devices, writing fails and records nothing; 0 = succeeds.
+/// After so many more writes, over all devices, so many fail and leave no event; 0 = all succeed.
 /// \param result a negative errno value
-void failWrites(int result, int after = 0);
+void failWrites(int result, int after = 0, int count = INT_MAX);
 
 } // namespace fakelibevdev
 

@@ -15,51 +15,48 @@ namespace
 {
 
 Options options;
-std::vector<std::string> calls;
 
-void record(std::string call, unsigned long delay = 0)
+template <class... Words>
+int record(unsigned long delay, const Words&... words)
 {
-    if (delay != 0)
-        call += " delay " + std::to_string(delay);
-    calls.push_back(std::move(call));
+    if (delay == 0)
+        calls().add(words...);
+    else
+        calls().add(words..., "delay", delay);
+    return 1;
 }
 
-std::string pressed(int isPress)
+const char* pressed(int isPress)
 {
-    return isPress == 1 ? " press" : isPress == 0 ? " release" : " neither";
+    return isPress == 1 ? "press" : isPress == 0 ? "release" : "neither";
 }
 
 int queryExtension(Display*, int* eventBase, int* errorBase, int* major, int* minor)
 {
-    if (*eventBase != 0 || *errorBase != 0 || *major != 0 || *minor != 0)
-        record("query not preset");
+    calls().add(*eventBase == 0 && *errorBase == 0 && *major == 0 && *minor == 0 ? "query" : "query not preset");
     *major = 2;
-    *minor = 2;
+    *minor = 1;
     return options.extensionPresent;
 }
 
 int fakeMotion(Display*, int screen, int x, int y, unsigned long delay)
 {
-    record("position " + std::to_string(screen) + " " + std::to_string(x) + " " + std::to_string(y), delay);
-    return 1;
+    return record(delay, "position", screen, x, y);
 }
 
 int fakeRelativeMotion(Display*, int dx, int dy, unsigned long delay)
 {
-    record("move " + std::to_string(dx) + " " + std::to_string(dy), delay);
-    return 1;
+    return record(delay, "move", dx, dy);
 }
 
 int fakeButton(Display*, unsigned int button, int isPress, unsigned long delay)
 {
-    record("button " + std::to_string(button) + pressed(isPress), delay);
-    return 1;
+    return record(delay, "button", button, pressed(isPress));
 }
 
 int fakeKey(Display*, unsigned int keyCode, int isPress, unsigned long delay)
 {
-    record("key " + std::to_string(keyCode) + pressed(isPress), delay);
-    return 1;
+    return record(delay, "key", keyCode, pressed(isPress));
 }
 
 void* find(void*, const std::string& name)
@@ -71,6 +68,7 @@ void* find(void*, const std::string& name)
         {"XTestFakeButtonEvent", reinterpret_cast<void*>(fakeButton)},
         {"XTestFakeKeyEvent", reinterpret_cast<void*>(fakeKey)},
     };
+    calls().add("find", name);
     const auto found = functions.find(name);
     const bool isMissing = std::count(options.missing.begin(), options.missing.end(), name) != 0;
     return found == functions.end() || isMissing ? nullptr : found->second;
@@ -89,35 +87,25 @@ void install(Options chosen)
     });
 }
 
-std::vector<std::string> takeCalls()
+Calls& calls()
 {
-    return std::exchange(calls, {});
+    static Calls instance;
+    return instance;
 }
 
 } // namespace fakextst
 
 // In front of Xlib's own, for the objects that this program is linked from.
-extern "C"
-{
-
-    int XSync(Display* display, Bool discard)
-    {
-        static const auto real = reinterpret_cast<int (*)(Display*, Bool)>(dlsym(RTLD_NEXT, "XSync"));
-        fakextst::record(discard ? "sync and discard" : "sync");
-        return real(display, discard);
+#define RECORDED(RESULT, NAME, PARAMETERS, ARGUMENTS, LINE)                                                            \
+    extern "C" RESULT NAME PARAMETERS                                                                                  \
+    {                                                                                                                  \
+        static const auto real = reinterpret_cast<RESULT(*) PARAMETERS>(dlsym(RTLD_NEXT, #NAME));                      \
+        fakextst::calls().add(LINE);                                                                                   \
+        return real ARGUMENTS;                                                                                         \
     }
-
-    void XLockDisplay(Display* display)
-    {
-        static const auto real = reinterpret_cast<void (*)(Display*)>(dlsym(RTLD_NEXT, "XLockDisplay"));
-        fakextst::record("lock");
-        real(display);
-    }
-
-    void XUnlockDisplay(Display* display)
-    {
-        static const auto real = reinterpret_cast<void (*)(Display*)>(dlsym(RTLD_NEXT, "XUnlockDisplay"));
-        fakextst::record("unlock");
-        real(display);
-    }
-}
+RECORDED(Status, XInitThreads, (), (), "init threads")
+RECORDED(Display*, XOpenDisplay, (const char* name), (name), name ? name : "open")
+RECORDED(int, XCloseDisplay, (Display * display), (display), "close")
+RECORDED(int, XSync, (Display * display, Bool discard), (display, discard), discard ? "sync and discard" : "sync")
+RECORDED(void, XLockDisplay, (Display * display), (display), "lock")
+RECORDED(void, XUnlockDisplay, (Display * display), (display), "unlock")

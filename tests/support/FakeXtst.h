@@ -1,11 +1,13 @@
 #ifndef TESTS_SUPPORT_FAKE_XTST_H
 #define TESTS_SUPPORT_FAKE_XTST_H
 
+#include "tests/support/Calls.h"
+
 #include <string>
 #include <vector>
 
-/// A recording double of libXtst, handed out by the fake stack's loader. It also records the display locks and the
-/// syncs of the code that is linked with it; those go on to Xlib. Used by one thread.
+/// A recording double of libXtst, handed out by the fake stack's loader. It also records what the code that is linked
+/// with it asks of Xlib, which gets it all the same. Used by one thread.
 namespace fakextst
 {
 
@@ -19,9 +21,9 @@ struct Options
 /// Makes the fake stack's loader hand out the double in place of "libXtst.so.6", and nothing else.
 void install(Options options = {});
 
-/// The calls since the last call, oldest first: "lock", "sync", "unlock", "move DX DY", "position SCREEN X Y",
-/// "button N press", "key N release". A delay other than 0 is added at the end.
-std::vector<std::string> takeCalls();
+/// Every call: "find FUNCTION", "query", "move DX DY", "position SCREEN X Y", "button N press", "key N release"; a
+/// delay other than 0 is added at the end. Of Xlib: "init threads", "open", "close", "lock", "unlock", "sync".
+Calls& calls();
 
 } // namespace fakextst
 

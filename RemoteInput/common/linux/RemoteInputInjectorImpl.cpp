@@ -23,6 +23,7 @@ RemoteInputInjector::Impl::RiMouseWithReset::RiMouseWithReset(RimBase*& mouseAct
 
 bool RemoteInputInjector::Impl::RiMouseWithReset::respond(const ZustInputEvent* event, const InputTimeStats& stats)
 {
+    // Deliberately before the event is injected, and once only: not even a reset brings it back.
     LOG_INFO(0x02020001, LOG_TAG, "Resetting mouse settings before first mouse event");
     ResetMouseSettings();
     m_mouseActiveRef = &m_mouse;
@@ -56,7 +57,7 @@ RemoteInputInjector::Impl::~Impl()
 
 [[gnu::hot]] void RemoteInputInjector::Impl::OnEvent(const ZustInputEvent* event, const InputTimeStats& stats)
 {
-    RimBase& responder = responderFor(event->type);
+    RimBase& responder = responderFor(event->type); // deliberately first: benchmark mode still warns
     if (RemoteInputInjector::CobaltBenchmarkInput())
         responder.respondNoOp(stats);
     else
@@ -72,7 +73,7 @@ RemoteInputInjector::Impl::~Impl()
     case ZUST_EVENT_MOUSE:
         return *m_mouseActive;
     case ZUST_EVENT_MOUSE_SETTINGS:
-        m_mouseActive = &m_mouse;
+        m_mouseActive = &m_mouse; // deliberate: settings of the client's own are not reset
         return m_mouseSettings;
     case ZUST_EVENT_GAMEPAD_USB_PAYLOAD:
         return m_gamepad;
@@ -89,6 +90,7 @@ void RemoteInputInjector::Impl::Reset()
 {
     LOG_INFO(0x02020003, LOG_TAG, "Resetting keyboard state.");
     m_key.resetState();
+    // Deliberate spelling: hosts search their logs for it.
     LOG_INFO(0x02020004, LOG_TAG, "Resseting gamepad states.");
     m_gamepad.resetState();
     LOG_INFO(0x02020005, LOG_TAG, "Resetting mouse state.");

@@ -48,7 +48,8 @@ private:
 
     std::optional<XTimeLimit> m_destructionLimit; // set in the destructor, over the destruction of what follows
 
-    // Constructed in this order, destroyed in reverse: the devices appear on the host in the same order every time.
+    // Deliberate: constructed in this order, destroyed in reverse. The devices appear on the host in the same order
+    // every time.
     RimNoOp m_noOp;
     RiKey m_key;
     RimBase* m_mouseActive = nullptr; // event thread
@@ -57,7 +58,7 @@ private:
     RiMouseWithReset m_mouseWithReset;
     RiMouseSettings m_mouseSettings;
     RiGamepad m_gamepad;
-    [[maybe_unused]] bool m_resetMouseSettingsOnce = false;
+    [[maybe_unused]] bool m_resetMouseSettingsOnce = false; // deliberately never used: kept
 };
 
 #endif

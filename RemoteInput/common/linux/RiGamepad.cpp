@@ -10,6 +10,7 @@
 #include "RemoteInput/common/PostRiEvent.h"
 #include "RemoteInput/common/RiTelemetryDefs.h"
 #include "RemoteInput/common/linux/DeviceCreation.h"
+#include "common/util/ErrnoText.h"
 #include "common/util/Log.h"
 
 namespace
@@ -19,6 +20,7 @@ constexpr char LOG_TAG[] = "RiGamepad";
 
 constexpr size_t PAYLOAD_WITHOUT_CAPTURE_TIME = offsetof(xbox_usb_data_ex, captureTime);
 
+// Deliberate, and kept: BTN_MODE is declared and never written; Y comes before X.
 constexpr std::array DECLARED_BUTTONS{BTN_A,      BTN_B,     BTN_Y,    BTN_X,      BTN_TL,    BTN_TR,
                                       BTN_SELECT, BTN_START, BTN_MODE, BTN_THUMBL, BTN_THUMBR};
 
@@ -98,8 +100,11 @@ RiGamepad::Gamepad::Gamepad()
 
         if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_device) != 0)
         {
-            devicecreation::logCreationFailure(LOG_TAG, errno, "Gamepads will not work",
-                                               "RiGamepad requires read and write permissions to /dev/uinput");
+            const int cause = errno;
+            LOG_ERROR(0x03030005, LOG_TAG, "Couldn't create a new uinput device, errno: %d %s, Gamepads will not work",
+                      cause, ErrnoText(cause).c_str());
+            if (cause == EACCES)
+                LOG_ERROR(0x03030006, LOG_TAG, "RiGamepad requires read and write permissions to /dev/uinput");
             m_device.reset();
         }
     }
@@ -110,91 +115,65 @@ RiGamepad::Gamepad::Gamepad()
     }
 
     if (!m_device)
+        // Deliberate: two blanks, kept.
         LOG_ERROR(0x03030002, LOG_TAG, "Error creating gamepad device!  See above.");
 }
 
 // One function: after a system call each return is a jump that the processor may no longer foresee.
-[[gnu::hot, gnu::flatten]] bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
+[[gnu::hot]] bool RiGamepad::Gamepad::process(const xbox_usb_data& report, uint32_t& eventId)
 {
     if (!m_device)
         return false;
 
-    const bool buttonsWritten = writeButtons(report.buttons.gpad16, eventId);
-    const bool axesWritten = writeAxes(report, eventId);
-    const bool written = buttonsWritten || axesWritten;
-    if (written)
-        m_device->writeEvent(EV_SYN, SYN_REPORT, 0);
-    m_lastData = report;
-    return written;
-}
-
-[[gnu::hot]] bool RiGamepad::Gamepad::writeButtons(uint16_t buttons, uint32_t& eventId)
-{
-    int changed = buttons ^ m_lastData.buttons.gpad16;
     bool written = false;
-    for (const ButtonCode& button : BUTTON_CODES)
+    const auto write = [&](unsigned int type, unsigned int code, int value, uint32_t id)
     {
-        if (changed == 0)
-            return written;
-        if (!(changed & button.bit))
-            continue;
-        changed &= ~button.bit;
-        m_device->writeEvent(EV_KEY, button.code, (buttons & button.bit) != 0);
-        eventId |= RiTelemetry::GAMEPAD_BUTTON;
-        written = true;
-    }
-
-    // Deliberate: each axis is written once per report, so the second direction waits when both change at once.
-    for (const HatAxis& hat : HAT_AXES)
-    {
-        if (!(changed & (hat.firstBit | hat.secondBit)))
-            continue;
-        const bool first = (changed & hat.firstBit) != 0;
-        const uint16_t bit = first ? hat.firstBit : hat.secondBit;
-        const int value = first ? hat.firstValue : hat.secondValue;
-        m_device->writeEvent(EV_ABS, hat.axis, (buttons & bit) ? value : 0);
-        eventId |= RiTelemetry::GAMEPAD_HAT;
-        written = true;
-    }
-    return written;
-}
-
-[[gnu::hot]] bool RiGamepad::Gamepad::writeAxes(const xbox_usb_data& report, uint32_t& eventId)
-{
-    // Most reports change either buttons or axes.
-    constexpr size_t BEGIN = offsetof(xbox_usb_data, z_axis);
-    constexpr size_t END = offsetof(xbox_usb_data, mode_vibration);
-    const auto axesOf = [](const xbox_usb_data& data) { return reinterpret_cast<const char*>(&data) + BEGIN; };
-    if (std::memcmp(axesOf(report), axesOf(m_lastData), END - BEGIN) == 0)
-        return false;
-
-    bool written = false;
-    const auto writeStick = [&](int16_t now, int16_t before, uint16_t axis, int sign, uint32_t id)
-    {
-        if (now == before)
-            return;
-        m_device->writeEvent(EV_ABS, axis, sign * int{now}); // in 32 bits: -(-32768) is 32768
+        m_device->writeEvent(type, code, value); // deliberate: a failed write counts as written
         eventId |= id;
         written = true;
     };
-    // The report's up is positive, evdev's is negative.
-    writeStick(report.x_axis, m_lastData.x_axis, ABS_X, 1, RiTelemetry::GAMEPAD_LEFT_JOYSTICK_X);
-    writeStick(report.y_axis, m_lastData.y_axis, ABS_Y, -1, RiTelemetry::GAMEPAD_LEFT_JOYSTICK_Y);
-    writeStick(report.x_rot, m_lastData.x_rot, ABS_RX, 1, RiTelemetry::GAMEPAD_RIGHT_JOYSTICK_X);
-    writeStick(report.y_rot, m_lastData.y_rot, ABS_RY, -1, RiTelemetry::GAMEPAD_RIGHT_JOYSTICK_Y);
+
+    const unsigned int buttons = report.buttons.gpad16;
+    const unsigned int changed = buttons ^ m_lastData.buttons.gpad16;
+    if (changed != 0)
+    {
+        for (const ButtonCode& button : BUTTON_CODES)
+        {
+            if (changed & button.bit)
+                write(EV_KEY, button.code, (buttons & button.bit) != 0, RiTelemetry::GAMEPAD_BUTTON);
+        }
+        // Deliberate: each axis is written once per report, so the second direction waits when both change at once.
+        for (const HatAxis& hat : HAT_AXES)
+        {
+            if (changed & hat.firstBit)
+                write(EV_ABS, hat.axis, (buttons & hat.firstBit) ? hat.firstValue : 0, RiTelemetry::GAMEPAD_HAT);
+            else if (changed & hat.secondBit)
+                write(EV_ABS, hat.axis, (buttons & hat.secondBit) ? hat.secondValue : 0, RiTelemetry::GAMEPAD_HAT);
+        }
+    }
+
+    // The report's up is positive, evdev's is negative; in 32 bits, so that -(-32768) is 32768.
+    if (report.x_axis != m_lastData.x_axis)
+        write(EV_ABS, ABS_X, report.x_axis, RiTelemetry::GAMEPAD_LEFT_JOYSTICK_X);
+    if (report.y_axis != m_lastData.y_axis)
+        write(EV_ABS, ABS_Y, -int{report.y_axis}, RiTelemetry::GAMEPAD_LEFT_JOYSTICK_Y);
+    if (report.x_rot != m_lastData.x_rot)
+        write(EV_ABS, ABS_RX, report.x_rot, RiTelemetry::GAMEPAD_RIGHT_JOYSTICK_X);
+    if (report.y_rot != m_lastData.y_rot)
+        write(EV_ABS, ABS_RY, -int{report.y_rot}, RiTelemetry::GAMEPAD_RIGHT_JOYSTICK_Y);
 
     if (report.z_axis.gpad16 != m_lastData.z_axis.gpad16)
     {
+        // Deliberate: both are written when one changes, and each is told of only while it is pressed.
         const uint8_t left = report.z_axis.g.msB;
         const uint8_t right = report.z_axis.g.lsB;
-        m_device->writeEvent(EV_ABS, ABS_Z, left);
-        m_device->writeEvent(EV_ABS, ABS_RZ, right);
-        if (left != 0)
-            eventId |= RiTelemetry::GAMEPAD_LEFT_TRIGGER;
-        if (right != 0)
-            eventId |= RiTelemetry::GAMEPAD_RIGHT_TRIGGER;
-        written = true;
+        write(EV_ABS, ABS_Z, left, left != 0 ? RiTelemetry::GAMEPAD_LEFT_TRIGGER : RiTelemetry::GAMEPAD_GENERIC);
+        write(EV_ABS, ABS_RZ, right, right != 0 ? RiTelemetry::GAMEPAD_RIGHT_TRIGGER : RiTelemetry::GAMEPAD_GENERIC);
     }
+
+    if (written)
+        m_device->writeEvent(EV_SYN, SYN_REPORT, 0);
+    m_lastData = report;
     return written;
 }
 
@@ -205,7 +184,7 @@ RiGamepad::RiGamepad(const TelemetrySender& telemetry)
 
 RiGamepad::~RiGamepad()
 {
-    for (std::unique_ptr<Gamepad>& gamepad : m_gamepads) // in slot order; an array would go backwards
+    for (std::unique_ptr<Gamepad>& gamepad : m_gamepads) // deliberately in slot order; an array would go backwards
         gamepad.reset();
 }
 
@@ -222,6 +201,7 @@ RiGamepad::~RiGamepad()
 
     const auto number = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllerNumber));
     const auto bitmap = fieldOf<uint16_t>(usb, offsetof(xbox_usb_data_ex, controllersBitmap));
+    // Deliberate: at exactly this size; of a longer payload the time is not taken.
     const TimeUnit captureTime =
         usb.size == sizeof(xbox_usb_data_ex)
             ? static_cast<TimeUnit>(fieldOf<uint64_t>(usb, offsetof(xbox_usb_data_ex, captureTime)))
@@ -231,7 +211,7 @@ RiGamepad::~RiGamepad()
         applyBitmap(bitmap);
 
     if (number >= MAX_GAMEPADS)
-        return false;
+        return false; // deliberately silent
     Gamepad* const gamepad = m_gamepads[number].get();
     if (!gamepad)
     {
@@ -259,7 +239,7 @@ void RiGamepad::applyBitmap(uint16_t bitmap)
         else
             m_gamepads[i].reset();
     }
-    m_gamepadBitmap = bitmap;
+    m_gamepadBitmap = bitmap; // deliberately whole, with the bits that stand for no pad
 }
 
 bool RiGamepad::resetState()

@@ -69,9 +69,6 @@ public:
         bool process(const xbox_usb_data& report, uint32_t& eventId);
 
     private:
-        bool writeButtons(uint16_t buttons, uint32_t& eventId);
-        bool writeAxes(const xbox_usb_data& report, uint32_t& eventId);
-
         std::unique_ptr<VirtualEvDevUinput> m_device; // null when creation failed
         xbox_usb_data m_lastData{};
     };

@@ -10,6 +10,7 @@
 #include "RemoteInput/common/RiTelemetryDefs.h"
 #include "RemoteInput/common/linux/DeviceCreation.h"
 #include "RemoteInput/common/linux/KeyConversion.h"
+#include "common/util/ErrnoText.h"
 #include "common/util/InUse.h"
 #include "common/util/Log.h"
 #include "rxdiag/rxdiagcontrol.h"
@@ -72,7 +73,11 @@ RiKey::RiKey(const BlockedKeyMap& blockedKeyMap, const TelemetrySender& telemetr
 
     if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_keyboard) != 0)
     {
-        devicecreation::logCreationFailure(LOG_TAG, errno);
+        const int cause = errno;
+        LOG_ERROR(0x03010005, LOG_TAG, "Couldn't create a new uinput device, errno: %d %s, Remote input will not work",
+                  cause, ErrnoText(cause).c_str());
+        if (cause == EACCES)
+            LOG_ERROR(0x03010006, LOG_TAG, ">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work");
         m_keyboard.reset();
     }
 }

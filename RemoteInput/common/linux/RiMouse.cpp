@@ -19,6 +19,7 @@
 #include "RemoteInput/common/RunningAverage.h"
 #include "RemoteInput/common/linux/DeviceCreation.h"
 #include "RemoteInput/common/linux/XServerLoss.h"
+#include "common/util/ErrnoText.h"
 #include "common/util/InUse.h"
 #include "common/util/Log.h"
 
@@ -216,7 +217,11 @@ RiMouse::RiMouse(const TelemetrySender& telemetry)
 
     if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_mouse) != 0)
     {
-        devicecreation::logCreationFailure(LOG_TAG, errno);
+        const int cause = errno;
+        LOG_ERROR(0x03020005, LOG_TAG, "Couldn't create a new uinput device, errno: %d %s, Remote input will not work",
+                  cause, ErrnoText(cause).c_str());
+        if (cause == EACCES)
+            LOG_ERROR(0x03020006, LOG_TAG, ">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work");
         m_mouse.reset();
         return;
     }

@@ -9,6 +9,7 @@
 
 #include "RemoteInput/common/RateLimit.h"
 #include "RemoteInput/common/linux/DeviceCreation.h"
+#include "common/util/ErrnoText.h"
 #include "common/util/Log.h"
 
 namespace
@@ -42,14 +43,13 @@ RiTouch::~RiTouch()
 
 bool RiTouch::touchControl(bool enable)
 {
-    LockGuard lock(m_mutex);
     return enable ? init() : deinit();
 }
 
 // Deliberate: m_initialized is not set on success. Every call makes a new screen, and deinit() changes nothing.
-// Held by RiTouchTest.
 bool RiTouch::init()
 {
+    LockGuard lock(m_mutex);
     if (m_initialized)
         return m_initialized;
 
@@ -81,16 +81,22 @@ bool RiTouch::init()
 
     if (builder->createFromDevice(devicecreation::OPEN_MANAGED, m_touch) != 0)
     {
-        devicecreation::logCreationFailure(LOG_TAG, errno);
-        return false;
+        const int cause = errno;
+        LOG_ERROR(0x03040005, LOG_TAG, "Couldn't create a new uinput device, errno: %d %s, Remote input will not work",
+                  cause, ErrnoText(cause).c_str());
+        if (cause == EACCES)
+            LOG_ERROR(0x03040006, LOG_TAG, ">>>> Run tools/linux/EnableRemoteInput.sh for Remote Input to work");
+        return false; // deliberate: m_touch keeps the unusable device, to which later touches are written in vain
     }
+    // Deliberate: the text ends with a blank, and is kept so.
     LOG_INFO(0x03040001, LOG_TAG, "%s: successfully created touch device: ", "init");
-    m_availSlots |= ALL_SLOTS;
+    m_availSlots |= ALL_SLOTS; // deliberate: also those of fingers that were down before
     return true;
 }
 
 bool RiTouch::deinit()
 {
+    LockGuard lock(m_mutex);
     if (!m_initialized)
         return true;
     if (!m_touch)
@@ -124,7 +130,7 @@ bool RiTouch::deinit()
     bool ok = true;
     for (uint16_t i = 0; i < touch.touchCount; ++i)
         ok = writePoint(touch.touchPoints[i]) && ok;
-    return writeEvent(EV_SYN, SYN_REPORT, 0) && ok;
+    return writeEvent(EV_SYN, SYN_REPORT, 0) && ok; // deliberately also when no point was written
 }
 
 [[gnu::hot]] bool RiTouch::writePoint(const ZustTouchPointLowLevel& point)
@@ -135,6 +141,7 @@ bool RiTouch::deinit()
     {
         if (m_availSlots == 0)
         {
+            // Deliberately not rate-limited, unlike the others: kept.
             LOG_ERROR(0x03040003, LOG_TAG, "%s: no available slots left for touchPoint.id = %u", "respond", point.id);
             return false;
         }
@@ -145,9 +152,10 @@ bool RiTouch::deinit()
 
     if (!writeEvent(EV_ABS, ABS_MT_SLOT, static_cast<int>(contact->second)))
         return false;
+    // Deliberate: written for every point of every event, new or not; and a failure here does not end the point.
     bool ok = writeEvent(EV_ABS, ABS_MT_TRACKING_ID, point.id + 1);
 
-    if (point.flags & ZUST_TLL_CANCEL)
+    if (point.flags & ZUST_TLL_CANCEL) // deliberately without a position and without BTN_TOUCH
         return lift(contact) && ok;
 
     if (isNew || (point.flags & ZUST_TLL_MOVE))
@@ -163,8 +171,7 @@ bool RiTouch::deinit()
         const bool down = (point.flags & ZUST_TLL_DOWN) != 0; // both flags: down
         if (!down)
             ok = lift(contact) && ok;
-        // Deliberate: follows this finger, however many others are still down.
-        // Held by RiTouchTest.LiftingOneOfTwoFingersClearsBtnTouch.
+        // Deliberate: follows this finger, however many others are still down, and whether or not the lift succeeded.
         ok = writeEvent(EV_KEY, BTN_TOUCH, down) && ok;
     }
     return ok;

@@ -27,13 +27,17 @@ public:
     /// \throws std::runtime_error when the backend cannot be prepared; a screen made earlier then stays
     bool touchControl(bool enable);
 
+    /// The two halves of touchControl().
+    bool init();
+    bool deinit();
+
+    /// One write to the screen, which must be there; a failure is logged, rate-limited. \return success
+    bool writeEvent(unsigned int type, unsigned int code, int value) REQUIRES(m_mutex);
+
 private:
     using TouchSlot = uint32_t;
     using Contact = std::pair<uint16_t, TouchSlot>; // client id, device slot
 
-    bool init() REQUIRES(m_mutex);
-    bool deinit() REQUIRES(m_mutex);
-    bool writeEvent(unsigned int type, unsigned int code, int value) REQUIRES(m_mutex);
     bool writePoint(const ZustTouchPointLowLevel& point) REQUIRES(m_mutex);
     bool lift(std::vector<Contact>::iterator contact) REQUIRES(m_mutex);
     std::vector<Contact>::iterator findContact(uint16_t id) REQUIRES(m_mutex);

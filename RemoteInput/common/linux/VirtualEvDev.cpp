@@ -39,7 +39,7 @@ constexpr CodeName CODE_NAMES[] = {
     {EV_ABS, ABS_MT_TRACKING_ID, "ABS_MT_TRACKING_ID"},
 };
 
-// The asterisks make the end of a report stand out in the log.
+// The asterisks are deliberate: hosts search their logs for them.
 constexpr const char* TYPE_NAMES[] = {"******** EV_SYN", "EV_KEY", "EV_REL", "EV_ABS"};
 
 } // namespace
@@ -103,6 +103,7 @@ int VirtualEvDev::enableEventCode(unsigned int type, unsigned int code, const vo
 {
     const auto codes = m_evData.codeMap.find(static_cast<int32_t>(type));
     if (codes == m_evData.codeMap.end())
+        // Deliberately the milder level, and no failure: see the header.
         LOG_WARNING(0x04010002, TAG, "Event Type: %u not registered", type);
     else
         codes->second.push_back({code, data});

@@ -42,7 +42,7 @@ using CodeMap = std::map<int32_t, std::vector<ECode>>;
 /// The description of one device.
 struct EvData
 {
-    std::string name = "NULL";
+    std::string name = "NULL"; ///< deliberately a text, and this one: kept
     DeviceType type = DeviceType::UNKNOWN;
     int32_t product = 0;
     int32_t vendor = 0;
@@ -115,8 +115,6 @@ public:
     virtual int enableEventCode(unsigned int type, unsigned int code, const void* data);
 
     void copyData(vevdev::EvData& out) const { out = m_evData; }
-
-    vevdev::Implementation implementation() const { return m_evData.implementation; }
 
 protected:
     explicit VirtualEvDev(vevdev::Implementation implementation) { m_evData.implementation = implementation; }

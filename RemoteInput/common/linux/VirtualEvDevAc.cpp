@@ -31,11 +31,12 @@ int scaled(int value, float scale)
 {
     if (scale == 0.0f)
         return value;
-    // The bounds are the floats nearest to those of int; a conversion from outside of them is undefined.
+    // Cut off, not rounded: deliberate. The bounds are the floats nearest to those of int; a conversion from outside of
+    // them is undefined.
     return static_cast<int>(std::clamp(scale * static_cast<float>(value), -2147483648.0f, 2147483520.0f));
 }
 
-/// \return 0, or the errno value of the failure; a short write counts as success
+/// \return 0, or the errno value of the failure; a short write deliberately counts as success
 int writeOnce(int fd, const input_event& event)
 {
     return write(fd, &event, sizeof(event)) < 0 ? errno : 0;
@@ -132,7 +133,7 @@ void VirtualEvDevUinputAc::setScale()
             const auto* const info = static_cast<const input_absinfo*>(axis.data);
             if (!info || info->maximum == 0)
                 continue;
-            // Division first, all in float: another order rounds other positions.
+            // Deliberate: division first, all in float. Another order rounds other positions.
             const float scale = (1.0f / static_cast<float>(info->maximum)) * CONTAINER_RANGE;
             if (axis.code == ABS_MT_POSITION_X)
                 m_scaleX = scale;
@@ -147,7 +148,7 @@ void VirtualEvDevUinputAc::setScale()
 int VirtualEvDevUinputAc::writeEvent(unsigned int type, unsigned int code, int value)
 {
     if (m_fd < 0)
-        return 0;
+        return 0; // deliberate: what a device without a node drops counts as written
 
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     const auto nanoseconds = static_cast<uint64_t>(std::chrono::nanoseconds(now).count());
@@ -156,7 +157,7 @@ int VirtualEvDevUinputAc::writeEvent(unsigned int type, unsigned int code, int v
     if (type == EV_ABS)
     {
         if (code == ABS_X || code == ABS_Y)
-            return 0; // the container reads multitouch positions only
+            return 0; // deliberately not written: the container reads multitouch positions only
         if (code == ABS_MT_POSITION_X)
             value = scaled(value, m_scaleX);
         else if (code == ABS_MT_POSITION_Y)
@@ -164,12 +165,13 @@ int VirtualEvDevUinputAc::writeEvent(unsigned int type, unsigned int code, int v
     }
 
     LOG_DEBUG(0x04020008, TAG, "Event: %s %s %d", typeToString(type), codeToString(type, code), value);
-    return emitEvent(type, code, value, milliseconds) ? 0 : -1;
+    return emitEvent(m_fd, type, code, value, milliseconds) ? 0 : -1;
 }
 
-bool VirtualEvDevUinputAc::emitEvent(unsigned int type, unsigned int code, int value, uint64_t milliseconds) const
+bool VirtualEvDevUinputAc::emitEvent(int fd, unsigned int type, unsigned int code, int value,
+                                     uint64_t milliseconds) const
 {
-    // The container expects the steady clock in whole milliseconds, not the time of day.
+    // Deliberate: the container expects the steady clock in whole milliseconds, not the time of day.
     input_event event = {};
     event.input_event_sec = static_cast<decltype(event.input_event_sec)>(milliseconds / 1000);
     event.input_event_usec = static_cast<decltype(event.input_event_usec)>(milliseconds % 1000 * 1000);
@@ -177,7 +179,7 @@ bool VirtualEvDevUinputAc::emitEvent(unsigned int type, unsigned int code, int v
     event.code = static_cast<uint16_t>(code);
     event.value = value;
 
-    const int error = m_isFifo ? writeOnceToFifo(m_fd, event) : writeOnce(m_fd, event);
+    const int error = m_isFifo ? writeOnceToFifo(fd, event) : writeOnce(fd, event);
     if (error == 0)
         return true;
     LOG_ERROR(0x04020009, TAG, "%s: %s", "emitEvent", ErrnoText(error).c_str());

@@ -52,7 +52,7 @@ public:
 private:
     bool openDevice(int32_t instanceId, const char* suffix);
     void setScale();
-    bool emitEvent(unsigned int type, unsigned int code, int value, uint64_t milliseconds) const;
+    bool emitEvent(int fd, unsigned int type, unsigned int code, int value, uint64_t milliseconds) const;
 
     int32_t m_fd = -1;
     float m_scaleX = 0.0f; // 0 = unscaled

@@ -3,6 +3,9 @@
 
 #include "RemoteInput/common/linux/VirtualEvDev.h"
 
+#include <memory>
+#include <utility>
+
 struct libevdev;
 struct libevdev_uinput;
 
@@ -22,7 +25,6 @@ struct LibevdevUinputDeleter
 class VirtualEvDevUinputActual : public VirtualEvDevUinput
 {
 public:
-    VirtualEvDevUinputActual() = default;
     explicit VirtualEvDevUinputActual(std::unique_ptr<libevdev_uinput, LibevdevUinputDeleter> device)
         : m_uinput(std::move(device))
     {

@@ -28,7 +28,7 @@ vevdev::Implementation chooseImplementation()
     if (choice < 0)
         return instanceId >= 0 ? Implementation::ANDROID_CONTAINER : Implementation::EVDEV;
 
-    // The setting has numbers of its own, which deliberately are not those of Implementation.
+    // Deliberate: the setting has numbers of its own, which are not those of Implementation, and any other is 0.
     switch (choice)
     {
     case 1:
@@ -64,6 +64,6 @@ std::unique_ptr<VirtualEvDev> VirtualEvDev::Create()
 {
     std::unique_ptr<VirtualEvDev> builder = makeBuilder(chooseImplementation());
     if (!builder->create())
-        throw std::runtime_error("Unable to create VirtualEvDev Implemenation"); // log readers know this spelling
+        throw std::runtime_error("Unable to create VirtualEvDev Implemenation"); // deliberate spelling: kept
     return builder;
 }

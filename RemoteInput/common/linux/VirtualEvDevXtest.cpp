@@ -105,10 +105,11 @@ bool VirtualEvDevXtest::create()
     if (!display)
         throw std::runtime_error("Failed to open X11 display");
 
+    // Deliberate: without the function the question is skipped.
     if (const auto query = findFunction<QueryExtension>(QUERY_EXTENSION))
     {
         const Extension extension = queryExtension(display.get(), query);
-        if (extension.present != 1)
+        if (extension.present != 1) // deliberate: only this answer is a yes
             throw std::runtime_error("XTest Extension not present");
         LOG_INFO(0x04030001, TAG, "XTest Extension Present: (%d:%d)", extension.major, extension.minor);
     }
@@ -173,7 +174,8 @@ int VirtualEvDevUinputXtest::writeEvent(unsigned int type, unsigned int code, in
 {
     if (type != EV_SYN || code != SYN_REPORT)
     {
-        // The type is not kept: the codes of one kind of device tell its events apart.
+        // Deliberate: the type is not kept, the codes of one kind of device tell its events apart; and what is
+        // EV_SYN without being the end of a report is kept like any other.
         m_events.push_back({code, value, steadyMilliseconds()});
         return 0;
     }
@@ -219,7 +221,7 @@ void VirtualEvDevUinputXtest::sendKeyboardEvents()
     if (!lock)
         return;
     for (const Event& event : m_events)
-        fakeKey(event.code + X_KEY_OFFSET, event.value != 0);
+        fakeKey(event.code + X_KEY_OFFSET, event.value != 0); // deliberate: a repeat is one more press
     XSync(display, False);
 }
 
@@ -252,7 +254,7 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
             break;
         case REL_WHEEL:
         {
-            flushMotion();
+            flushMotion(); // deliberately also when the wheel then turns by 0
             const unsigned int number = event.value > 0 ? WHEEL_UP_BUTTON : WHEEL_DOWN_BUTTON;
             for (int64_t steps = std::abs(int64_t{event.value}); steps > 0; --steps)
             {
@@ -264,7 +266,7 @@ void VirtualEvDevUinputXtest::sendMouseEvents()
         case BTN_LEFT:
         case BTN_RIGHT:
         case BTN_MIDDLE:
-            // Right is 2 and middle is 3 on purpose, although X counts them the other way round.
+            // Deliberate: right is 2 and middle is 3, although X counts them the other way round.
             flushMotion();
             fakeButton(event.code - BTN_LEFT + 1, event.value != 0);
             break;
@@ -314,7 +316,7 @@ void VirtualEvDevUinputXtest::sendTouchEvents()
     if (moved)
         m_state->XTestFakeMotionEvent(display, DefaultScreen(display), m_mouseX, m_mouseY, NO_DELAY);
     if (touched)
-        fakeButton(1, touch >= 1);
+        fakeButton(1, touch >= 1); // deliberately unlike a mouse's button, which any value but 0 presses
     XSync(display, False);
 }
 

@@ -50,7 +50,7 @@ private:
     {
         uint32_t code;
         int32_t value;
-        uint64_t time; // milliseconds of the steady clock
+        uint64_t time; // milliseconds of the steady clock; deliberately kept although nobody reads it
     };
 
     struct State;
