@@ -249,6 +249,7 @@ TEST_F(RemoteInputInjectorTest, MouseSettingsAreAlwaysAllowed)
 TEST_F(RemoteInputInjectorTest, DestructionReleasesEverythingInReverseOrderOfCreation)
 {
     m_injector->EnableTouch(true);
+    m_injector->EnableTouch(false); // changes nothing
     send(usbEvent(PAD_REPORT));
     send(keyEvent(ZUST_KEY_A, ZUST_KEYSTATE_DOWN));
     std::vector<std::string> names;
