@@ -50,12 +50,16 @@ int refuseOneAfterTheOther(shortage::Kind kind)
 
 } // namespace
 
-class ShortageTest : public testing::TestWithParam<std::tuple<const char*, shortage::Kind>>
+class ShortageTest : public testing::TestWithParam<std::tuple<std::string, shortage::Kind>>
 {
 };
 INSTANTIATE_TEST_SUITE_P(Rows, ShortageTest,
-                         testing::Combine(testing::Values("uinput", "xtest"),
-                                          testing::Values(shortage::MEMORY, shortage::THREADS)));
+                         testing::Combine(testing::Values<std::string>("uinput", "xtest"),
+                                          testing::Values(shortage::MEMORY, shortage::THREADS)),
+                         [](const auto& row) {
+                             return std::get<0>(row.param)
+                                    + (std::get<1>(row.param) == shortage::MEMORY ? "OfMemory" : "OfThreads");
+                         });
 
 TEST_P(ShortageTest, WhileTheStreamIsMade)
 {
@@ -65,7 +69,7 @@ TEST_P(ShortageTest, WhileTheStreamIsMade)
     // Without a display, which a uinput mouse that never appears there would be waited for; its thread is then not
     // started.
     unsetenv("DISPLAY");
-    if (backend == std::string("xtest"))
+    if (backend == "xtest")
         x.emplace();
     EXPECT_GE(refuseOneAfterTheOther(kind), kind == shortage::MEMORY ? 31 : x ? 2 : 1);
 }

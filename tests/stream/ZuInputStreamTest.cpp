@@ -20,12 +20,12 @@ extern "C" int contractInC(void);
 namespace
 {
 
-using Calls = std::vector<std::string>;
+using CallLines = std::vector<std::string>;
 
 /// What was called, but for what the settings and the responders log.
-Calls takeCalls()
+CallLines takeCalls()
 {
-    Calls calls = fakestack::takeCalls();
+    CallLines calls = fakestack::takeCalls();
     std::erase_if(calls,
                   [](const std::string& call)
                   {
@@ -45,9 +45,9 @@ const std::string STREAM = "zustCreateStream(\"input_1\", \"Input Stream\", 1)";
 const std::string INJECTOR_LINE = "2 ZuInputStream: Creating RemoteInputInjector for Input stream";
 
 /// A whole opening. \param stack what is called of the platform and the logger
-Calls opening(const Calls& stack = {PLATFORM, LOGGER})
+CallLines opening(const CallLines& stack = {PLATFORM, LOGGER})
 {
-    Calls calls{FIRST_LINE};
+    CallLines calls{FIRST_LINE};
     calls.insert(calls.end(), stack.begin(), stack.end());
     calls.insert(calls.end(),
                  {INJECTOR_LINE, "2 RemoteInputInjector: Server-side remote input stats: enabled", STREAM});
@@ -84,7 +84,7 @@ protected:
         input().onInputReceived(m_handle, nullptr, &event, 1, 1);
     }
 
-    static inline Calls s_atLoad;
+    static inline CallLines s_atLoad;
     ZustStream m_stream = nullptr;
     ZuisHandle m_handle = nullptr;
     ZuisInputConfig m_config{};
@@ -162,7 +162,7 @@ TEST_F(ZuInputStreamTest, TheLoggersResultOnlyDecidesAboutThePlatform)
     {
         int32_t platform;
         ZustResult logger;
-        Calls calls;
+        CallLines calls;
     };
     const Row rows[] = {
         {0, ZUST_R_INVALID_OPERATION, {PLATFORM, LOGGER}},
@@ -186,7 +186,7 @@ TEST_F(ZuInputStreamTest, AFailedStreamLeavesTheHandleAndASecondOneKeepsIt)
     m_config.telemetrySender = &sender;
     fakestack::calls().createStreamResult = static_cast<ZustResult>(7);
     EXPECT_EQ(create(), static_cast<ZustResult>(7));
-    Calls failed = opening();
+    CallLines failed = opening();
     failed.push_back("5 ZuInputStream: Failed to create input stream, result: 0x00000007");
     EXPECT_EQ(takeCalls(), failed);
     const ZuisHandle first = m_handle;
@@ -291,7 +291,7 @@ TEST_F(ZuInputStreamTest, StreamEventsAreOnlyLogged)
     takeCalls();
     const ZustStreamCallbacks& callbacks = fakestack::calls().streamCallbacks;
     const std::string raised = "2 ZuInputStream: InputStreamEventRaised";
-    const std::pair<int, Calls> rows[] = {
+    const std::pair<int, CallLines> rows[] = {
         {101, {raised, "2 ZuInputStream: Start Input stream."}},
         {102, {raised, "2 ZuInputStream: Stop Input stream."}},
         {103, {raised}},

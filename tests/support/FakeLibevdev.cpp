@@ -171,8 +171,9 @@ extern "C"
         calls().add("new");
         if (locked->newFails)
             return nullptr;
+        auto* const made = new libevdev;
         ++locked->liveDescriptions;
-        return new libevdev;
+        return made;
     }
 
     void libevdev_free(struct libevdev* dev)
