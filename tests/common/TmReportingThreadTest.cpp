@@ -95,7 +95,7 @@ extern "C"
     }
 
     // The C library's own, for the whole program.
-    int clock_gettime(clockid_t clock, timespec* time) noexcept
+    __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) noexcept
     {
         if (reportingclock::steady == 0)
             return static_cast<int>(syscall(SYS_clock_gettime, clock, time));

@@ -19,7 +19,7 @@ namespace
 
 constexpr char PAD[] = "RI Microsoft X-Box 360 pad";
 
-fakestack::LogLine error(const std::string& text)
+fakestack::LogLine padError(const std::string& text)
 {
     return {ZUST_LL_ERROR, "RiGamepad", text};
 }
@@ -240,7 +240,7 @@ TEST_F(RiGamepadTest, PadsComeAndGoWithTheBitmapAndWithoutAnyReset)
         SCOPED_TRACE(row.bitmap);
         EXPECT_FALSE(send({.controller = row.controller, .bitmap = row.bitmap, .buttons = 0x1000}));
         EXPECT_THAT(changes(), ElementsAreArray(row.changes));
-        EXPECT_EQ(takeLines(), row.line ? Lines{error(row.line)} : Lines{});
+        EXPECT_EQ(takeLines(), row.line ? Lines{padError(row.line)} : Lines{});
     }
     EXPECT_TRUE(send({.controller = 3, .bitmap = 0xE, .buttons = 0x1000}));
     EXPECT_THAT(written(), ElementsAre(key(BTN_A, 1), SYN));
@@ -255,7 +255,7 @@ TEST_F(RiGamepadTest, PadsComeAndGoWithTheBitmapAndWithoutAnyReset)
 
 TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
 {
-    const fakestack::LogLine last = error("Error creating gamepad device!  See above.");
+    const fakestack::LogLine last = padError("Error creating gamepad device!  See above.");
     for (const int refusal : REFUSALS)
     {
         fakelibevdev::failCreation(refusal);
@@ -268,14 +268,15 @@ TEST_F(RiGamepadTest, ARefusedPadKeepsItsSlotUntilTheBitComesAgain)
     }
     fakelibevdev::failCreation(-EPERM); // only EACCES brings the hint
     EXPECT_FALSE(send({.buttons = 0x1000}));
-    EXPECT_THAT(takeLines(), ElementsAre(error("Couldn't create a new uinput device, errno: 1 Operation not permitted, "
-                                               "Gamepads will not work"),
-                                         last));
+    EXPECT_THAT(takeLines(),
+                ElementsAre(padError("Couldn't create a new uinput device, errno: 1 Operation not permitted, "
+                                     "Gamepads will not work"),
+                            last));
     send({.controller = 4, .bitmap = 0});
     fakelibevdev::failCreation(0);
     fakelibevdev::failNew();
     EXPECT_FALSE(send({.buttons = 0x1000}));
-    EXPECT_THAT(takeLines(), ElementsAre(error("Unable to create VirtualEvDev Implemenation"), last));
+    EXPECT_THAT(takeLines(), ElementsAre(padError("Unable to create VirtualEvDev Implemenation"), last));
 
     fakelibevdev::failNew(false);
     EXPECT_FALSE(send({.buttons = 0x1000})); // silent, and not tried again

@@ -16,12 +16,12 @@ namespace
 
 using Point = ZustTouchPointLowLevel;
 
-constexpr int DOWN = ZUST_TLL_DOWN;
-constexpr int UP = ZUST_TLL_UP;
+constexpr int FINGER_DOWN = ZUST_TLL_DOWN;
+constexpr int FINGER_UP = ZUST_TLL_UP;
 constexpr int MOVE = ZUST_TLL_MOVE;
 constexpr int CANCEL = ZUST_TLL_CANCEL;
 
-fakestack::LogLine error(const std::string& text)
+fakestack::LogLine touchError(const std::string& text)
 {
     return {ZUST_LL_ERROR, "RiTouch", text};
 }
@@ -103,26 +103,28 @@ TEST_F(RiTouchTest, PointsBecomeFrames)
     };
     const Row rows[] = {
         {"no point", {}, END},
-        {"down", {point(7, DOWN, 100, 200)}, slot(0, 8) + position(100, 200) + TOUCHED + END},
+        {"down", {point(7, FINGER_DOWN, 100, 200)}, slot(0, 8) + position(100, 200) + TOUCHED + END},
         {"move", {point(7, MOVE, 65535, 0)}, slot(0, 8) + position(65535, 0) + END},
         {"no flag", {point(7, 0, 5, 5)}, slot(0, 8) + END},
-        {"down again", {point(7, DOWN, 5, 5)}, slot(0, 8) + TOUCHED + END},
-        {"down and move", {point(7, DOWN | MOVE, 5, 6)}, slot(0, 8) + position(5, 6) + TOUCHED + END},
-        {"both down and up count as down", {point(7, DOWN | UP)}, slot(0, 8) + TOUCHED + END},
+        {"down again", {point(7, FINGER_DOWN, 5, 5)}, slot(0, 8) + TOUCHED + END},
+        {"down and move", {point(7, FINGER_DOWN | MOVE, 5, 6)}, slot(0, 8) + position(5, 6) + TOUCHED + END},
+        {"both down and up count as down", {point(7, FINGER_DOWN | FINGER_UP)}, slot(0, 8) + TOUCHED + END},
         {"two fingers, one of them new and without flags",
          {point(7, MOVE, 1, 2), point(3, 0, 3, 4)},
          slot(0, 8) + position(1, 2) + slot(1, 4) + position(3, 4) + END},
-        {"cancelled, whatever else is flagged", {point(3, CANCEL | UP | MOVE, 9, 9)}, slot(1, 4) + LIFT + END},
+        {"cancelled, whatever else is flagged", {point(3, CANCEL | FINGER_UP | MOVE, 9, 9)}, slot(1, 4) + LIFT + END},
         {"cancelled without ever being down", {point(4, CANCEL, 9, 9)}, slot(1, 5) + LIFT + END},
         {"a move begins a contact, but does not touch", {point(4, MOVE, 1, 1)}, slot(1, 5) + position(1, 1) + END},
-        {"up with a move", {point(4, UP | MOVE, 2, 2)}, slot(1, 5) + position(2, 2) + LIFT + RELEASED + END},
-        {"up without ever being down", {point(4, UP, 2, 2)}, slot(1, 5) + position(2, 2) + LIFT + RELEASED + END},
-        {"the largest id", {point(65535, DOWN)}, slot(1, 65536) + position(0, 0) + TOUCHED + END},
+        {"up with a move", {point(4, FINGER_UP | MOVE, 2, 2)}, slot(1, 5) + position(2, 2) + LIFT + RELEASED + END},
+        {"up without ever being down",
+         {point(4, FINGER_UP, 2, 2)},
+         slot(1, 5) + position(2, 2) + LIFT + RELEASED + END},
+        {"the largest id", {point(65535, FINGER_DOWN)}, slot(1, 65536) + position(0, 0) + TOUCHED + END},
         {"down and up in one event",
-         {point(65535, UP), point(65535, DOWN, 8, 8)},
+         {point(65535, FINGER_UP), point(65535, FINGER_DOWN, 8, 8)},
          slot(1, 65536) + LIFT + RELEASED + slot(1, 65536) + position(8, 8) + TOUCHED + END},
         {"lifting one of two fingers clears the touch",
-         {point(7, UP), point(65535, MOVE, 3, 3)},
+         {point(7, FINGER_UP), point(65535, MOVE, 3, 3)},
          slot(0, 8) + LIFT + RELEASED + slot(1, 65536) + position(3, 3) + END},
     };
     for (const Row& row : rows)
@@ -148,13 +150,13 @@ TEST_F(RiTouchTest, TheTwelfthFingerIsRefusedEachTimeAndWithALineOfItsOwn)
         if (id != 11)
             expected = std::move(expected) + slot(id, id + 1) + position(i, 1);
         else
-            lines.push_back(error("respond: no available slots left for touchPoint.id = 11"));
+            lines.push_back(touchError("respond: no available slots left for touchPoint.id = 11"));
     }
     EXPECT_FALSE(send(points));
     EXPECT_EQ(written(), std::move(expected) + END);
     EXPECT_EQ(takeLines(), lines);
 
-    EXPECT_TRUE(send({point(5, UP), point(65535, DOWN)}));
+    EXPECT_TRUE(send({point(5, FINGER_UP), point(65535, FINGER_DOWN)}));
     EXPECT_EQ(written(), slot(5, 6) + LIFT + RELEASED + slot(5, 65536) + position(0, 0) + TOUCHED + END);
 }
 
@@ -168,16 +170,17 @@ TEST_F(RiTouchTest, EnablingAgainReplacesTheScreenAndKeepsTheFingers)
         return lines;
     };
     enable();
-    send({point(1, DOWN)});
+    send({point(1, FINGER_DOWN)});
     calls();
     EXPECT_TRUE(m_touch->touchControl(false));
     EXPECT_THAT(calls(), IsEmpty());
 
     enable();
     EXPECT_THAT(calls(), ElementsAre("new", "name RiTouch", "create 1 -2", "destroy 0", "free"));
-    EXPECT_TRUE(send({point(1, MOVE, 1, 1), point(2, DOWN)}));
+    EXPECT_TRUE(send({point(1, MOVE, 1, 1), point(2, FINGER_DOWN)}));
     EXPECT_EQ(written(), slot(0, 2) + position(1, 1) + slot(0, 3) + position(0, 0) + TOUCHED + END); // all are free
-    EXPECT_TRUE(send({point(2, UP), point(1, UP), point(3, DOWN)})); // and a slot that two had is free once
+    EXPECT_TRUE(send(
+        {point(2, FINGER_UP), point(1, FINGER_UP), point(3, FINGER_DOWN)})); // and a slot that two had is free once
     EXPECT_EQ(written(), slot(0, 3) + LIFT + RELEASED + slot(0, 2) + LIFT + RELEASED + slot(0, 4) + position(0, 0)
                              + TOUCHED + END);
 
@@ -198,7 +201,7 @@ TEST_F(RiTouchTest, EnablingAgainReplacesTheScreenAndKeepsTheFingers)
 
     fakelibevdev::failCreation(0);
     enable();
-    send({point(9, DOWN)});
+    send({point(9, FINGER_DOWN)});
     calls();
     m_touch.reset(); // lifts nothing
     EXPECT_THAT(calls(), ElementsAre("destroy 2"));
@@ -210,14 +213,15 @@ TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
     fakelibevdev::failCreation(-ENOENT);
     EXPECT_FALSE(m_touch->touchControl(true));
     takeLines();
-    EXPECT_FALSE(send({point(1, DOWN)}));
-    EXPECT_THAT(takeLines(),
-                ElementsAre(error("respond: no available slots left for touchPoint.id = 1"),
-                            error("writeEvent: Received error -19 when attempting to write event {type = 0, code = 0, "
-                                  "value = 0}")));
+    EXPECT_FALSE(send({point(1, FINGER_DOWN)}));
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre(touchError("respond: no available slots left for touchPoint.id = 1"),
+                    touchError("writeEvent: Received error -19 when attempting to write event {type = 0, code = 0, "
+                               "value = 0}")));
     fakelibevdev::failCreation(0);
     enable();
-    EXPECT_TRUE(send({point(1, DOWN)}));
+    EXPECT_TRUE(send({point(1, FINGER_DOWN)}));
     written();
 
     struct Row
@@ -229,10 +233,10 @@ TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
     };
     const Events still = slot(0, 2);
     const Row rows[] = {
-        {DOWN | MOVE, 0, END, "type = 3, code = 2f, value = 0"}, // ends the point
-        {DOWN | MOVE, 1, Events{still[0]} + position(3, 4) + TOUCHED + END, "type = 3, code = 39, value = 2"},
+        {FINGER_DOWN | MOVE, 0, END, "type = 3, code = 2f, value = 0"}, // ends the point
+        {FINGER_DOWN | MOVE, 1, Events{still[0]} + position(3, 4) + TOUCHED + END, "type = 3, code = 39, value = 2"},
         {CANCEL, 2, still + END, "type = 3, code = 39, value = -1"}, // stays
-        {UP, 2, still + RELEASED + END, "type = 3, code = 39, value = -1"},
+        {FINGER_UP, 2, still + RELEASED + END, "type = 3, code = 39, value = -1"},
         {MOVE, 2, still + Events{abs(ABS_Y, 4)} + Events{abs(ABS_MT_POSITION_X, 3), abs(ABS_MT_POSITION_Y, 4)} + END,
          "type = 3, code = 0, value = 3"},
         {MOVE, 3, still + Events{abs(ABS_X, 3)} + Events{abs(ABS_MT_POSITION_X, 3), abs(ABS_MT_POSITION_Y, 4)} + END,
@@ -241,7 +245,7 @@ TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
          "type = 3, code = 35, value = 3"},
         {MOVE, 5, still + Events{abs(ABS_X, 3), abs(ABS_Y, 4), abs(ABS_MT_POSITION_X, 3)} + END,
          "type = 3, code = 36, value = 4"},
-        {DOWN, 2, still + END, "type = 1, code = 14a, value = 1"},
+        {FINGER_DOWN, 2, still + END, "type = 1, code = 14a, value = 1"},
         {0, 2, still, "type = 0, code = 0, value = 0"},
         {CANCEL, 1, Events{still[0]} + LIFT + END, "type = 3, code = 39, value = 2"}, // gone all the same
     };
@@ -251,15 +255,15 @@ TEST_F(RiTouchTest, FailedWritesAreReportedAndRateLimited)
         fakelibevdev::failWrites(-EIO, row.fails, 1);
         EXPECT_FALSE(send({point(1, row.flags, 3, 4)}));
         EXPECT_EQ(written(), row.expected);
-        EXPECT_THAT(takeLines(), ElementsAre(error("writeEvent: Received error -5 when attempting to write event {"
-                                                   + std::string(row.event) + "}")));
+        EXPECT_THAT(takeLines(), ElementsAre(touchError("writeEvent: Received error -5 when attempting to write event {"
+                                                        + std::string(row.event) + "}")));
     }
     EXPECT_TRUE(send({point(1, 0)}));
     EXPECT_EQ(written(), still + position(0, 0) + END); // a new one
 
     // A failed slot keeps the point's mapping, although it was new.
     fakelibevdev::failWrites(-EIO, 0, 1);
-    EXPECT_FALSE(send({point(2, DOWN), point(3, DOWN)}));
+    EXPECT_FALSE(send({point(2, FINGER_DOWN), point(3, FINGER_DOWN)}));
     EXPECT_EQ(written(), slot(2, 4) + position(0, 0) + TOUCHED + END);
 
     takeLines();
@@ -282,11 +286,11 @@ TEST_F(RiTouchTest, AMissingDeviceIsReportedRateLimited)
     std::vector<int> logged;
     for (int i = 0; i < 33; ++i)
     {
-        EXPECT_FALSE(send({point(1, DOWN)}));
+        EXPECT_FALSE(send({point(1, FINGER_DOWN)}));
         const Lines lines = takeLines();
         if (lines.empty())
             continue;
-        EXPECT_THAT(lines, ElementsAre(error("respond: m_touch is nullptr")));
+        EXPECT_THAT(lines, ElementsAre(touchError("respond: m_touch is nullptr")));
         logged.push_back(i);
     }
     EXPECT_THAT(logged, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 20, 31));
