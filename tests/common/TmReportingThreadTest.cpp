@@ -164,5 +164,7 @@ TEST(TmReportingThreadTest, StopWithoutStartCallsNobodyAndASecondStartEndsThePro
     collector.stop();
     EXPECT_THAT(s_calls, ElementsAre());
     EXPECT_THAT(fakestack::takeCalls(), ElementsAre());
+#ifndef __SANITIZE_THREAD__ // which ends the process before
     EXPECT_DEATH((collector.start(), collector.start()), "terminate");
+#endif
 }

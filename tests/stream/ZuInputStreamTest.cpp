@@ -256,6 +256,7 @@ TEST_F(ZuInputStreamTest, NoExceptionGetsOutButACancelledThreadEnds)
         EXPECT_THAT(takeCalls(), ElementsAre(line));
     }
 
+#ifndef __SANITIZE_ADDRESS__ // gcc's cannot unwind a cancelled thread
     sender.report = []
     {
         pthread_cancel(pthread_self());
@@ -274,6 +275,7 @@ TEST_F(ZuInputStreamTest, NoExceptionGetsOutButACancelledThreadEnds)
     pthread_join(thread, &result);
     EXPECT_EQ(result, PTHREAD_CANCELED);
     EXPECT_THAT(takeCalls(), IsEmpty());
+#endif
 
     zuisTouchEnable(m_handle, true);
     fakelibevdev::failNew();
