@@ -49,7 +49,8 @@ if [ "$what" != format ]; then
             xargs -r -n 1 -P "$(nproc)" clang-tidy-14 -p build/lint --quiet "${@:2}" \
                 2> >(grep -vE '^[0-9]+ warnings? generated' >&2) || bad=1
     }
-    tidy -E '--checks=clang-analyzer-*,bugprone-exception-escape'
-    tidy -vE --checks=-bugprone-suspicious-include # a bundle includes sources
+    # A bundle includes sources.
+    tidy -E '--checks=clang-analyzer-*,bugprone-exception-escape,-bugprone-suspicious-include'
+    tidy -vE --checks=-bugprone-suspicious-include
 fi
 exit $bad

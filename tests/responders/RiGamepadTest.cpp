@@ -66,7 +66,7 @@ protected:
     {
         std::vector<std::string> lines = fakelibevdev::calls().take();
         std::erase_if(lines, [](const std::string& line)
-                      { return line.find("create ") == line.npos && line.find("destroy ") == line.npos; });
+                      { return !line.starts_with("create ") && !line.starts_with("destroy "); });
         return lines;
     }
 

@@ -1,6 +1,8 @@
 #include "RemoteInput/common/linux/RiKey.h"
 
 #include <climits>
+#include <cstdarg>
+#include <cstdio>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -128,10 +130,13 @@ struct Model
         }
     }
 
-    void log(ZustLogLevel level, const char* format, auto... values)
+    [[gnu::format(printf, 3, 4)]] void log(ZustLogLevel level, const char* format, ...)
     {
         char text[100];
-        snprintf(text, sizeof(text), format, values...);
+        va_list values;
+        va_start(values, format);
+        vsnprintf(text, sizeof(text), format, values);
+        va_end(values);
         // A composed line carries the tag of the one whose logger was made last.
         lines.push_back({level, level == ZUST_LL_WARNING ? "TmReportingThread" : "RiKey", text});
     }

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <clocale>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -139,7 +140,7 @@ TEST_F(RiMouseSettingsTest, RunsOneCommandPerSetting)
             double multiplier = s / 10.0;
             if (acceleration == 0)
                 multiplier = s < 4 ? 0.03125 * (1u << (s - 1)) : s <= 10 ? (s - 2) / 8.0 : (s - 6) / 4.0;
-            const auto micros = static_cast<int>(multiplier * 1'000'000 + 0.5);
+            const auto micros = static_cast<int>(std::lround(multiplier * 1'000'000));
             char m[32];
             snprintf(m, sizeof(m), "%d.%06d", micros / 1'000'000, micros % 1'000'000);
             const int num = s <= 4 ? 1 : s <= 9 ? 3 : 2;

@@ -74,14 +74,16 @@ TEST(SettingsProcessTest, EachManagerAsksTheStoragesOfItsTag)
         "process module, general generic, local generic, file generic of 16\n",
         "process module, general variable, local variable, file generic of 16\n",
     };
+    const std::string where = " PROBE_INSTALLED=" + installed + " XDG_CONFIG_HOME=" + config;
+    const std::string asked = "\n1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n";
     for (size_t i = 0; i < std::size(ends); ++i)
     {
         const std::string module = s_folder.write("cfg\\zustreamer\\settings.txt", i == 0 ? "" : "ProbeKey=module\n");
         const std::string generic = s_folder.write("cfg/regkeys.txt", i == 0 ? "" : "ProbeKey=generic\n");
-        const char* const variable = i == 2 ? "ProbeKey=variable" : "";
-        EXPECT_EQ(runProbe(std::string(variable) + " PROBE_INSTALLED=" + installed + " XDG_CONFIG_HOME=" + config),
-                  generic + "\n1 EnvironmentStorage: Key: XDG_CONFIG_HOME; value: " + config + "\n" + opened(module)
-                      + opened(generic) + opened(INSTALLED) + ends[i]);
+        const std::string variable = i == 2 ? "ProbeKey=variable" : "";
+        std::string seen = generic;
+        seen.append(asked).append(opened(module)).append(opened(generic)).append(opened(INSTALLED)).append(ends[i]);
+        EXPECT_EQ(runProbe(variable + where), seen);
     }
 }
 

@@ -21,7 +21,7 @@ protected:
     /// The name of a file with these delays, which is a model, too.
     std::string delays(const std::string& content) const
     {
-        const std::string name = m_directory.path / "delays";
+        std::string name = m_directory.path / "delays";
         std::ofstream(name) << content;
         return name;
     }
@@ -83,7 +83,7 @@ TEST_F(NetworkModelTest, RefusesWhatIsNoModel)
         {"jitter:nan", jitter}, {"smooth", "expected even, bursts:N, jitter:MS"},
     };
     for (const auto& [model, message] : cases)
-        EXPECT_THAT(thrown([&] { NetworkModel::parse(model, 1); }), HasSubstr(message)) << model;
+        EXPECT_THAT(thrown([&name = model] { NetworkModel::parse(name, 1); }), HasSubstr(message)) << model;
     const std::string file = delays("");
     const auto mistake = [&](const std::string& content)
     { return thrown([&] { NetworkModel::parse(delays(content), 1); }); };
