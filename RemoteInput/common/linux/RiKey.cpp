@@ -209,7 +209,6 @@ void RiKey::toggleAltGrState(bool on, const InputTimeStats& stats)
 }
 
 // Deliberate: a flag never releases the key of the opposite side; only when neither flag is set are both released.
-// Held by RiKeyTest.
 [[gnu::hot]] void RiKey::updateModifierState(uint16_t flags, const InputTimeStats& stats)
 {
     // Ordinary text: no modifier to press, none to release.

@@ -96,7 +96,6 @@ void toMove(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
 }
 
 // Deliberate: only the sign of vWheel counts, so 0 turns one step up, and hWheel is ignored.
-// Held by RiMouseTest.WheelTurnsOneStepByItsSign.
 void toWheel(const ZustMouseEvent& event, RiMouse::EvDevReport& report)
 {
     report.type = EV_REL;
@@ -274,7 +273,6 @@ struct RiMouse::Injection
     const std::unique_ptr<RiTelemetry::FifoCollector> fifoCollector;
     TmStats tmStats;
     // Deliberately never reset: each posted record carries every kind of event seen so far.
-    // Held by RiMouseTest.RecordsAccumulateEventKinds.
     uint32_t riEventId = RiTelemetry::MOUSE_GENERIC;
 };
 
