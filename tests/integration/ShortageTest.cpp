@@ -37,8 +37,10 @@ int refuseOneAfterTheOther(shortage::Kind kind)
         const bool refused = shortage::end();
         if (stream)
             zudevCloseStream(stream);
+        shortage::refuse(shortage::THREADS, 0); // nor for the time limit of the end
         if (handle)
             server.destroyHandle(&handle);
+        shortage::end();
         EXPECT_TRUE(endsAs(before));
         if (!refused || testing::Test::HasFailure())
         {
