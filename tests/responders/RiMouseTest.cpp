@@ -217,10 +217,10 @@ TEST_F(RiMouseTest, PacesByTheClientsIntervalAndTheQueue)
     for (const Row& row : rows)
     {
         SCOPED_TRACE(row.name);
-        make();
         Mouse mouse{.type = row.type, .x = 1, .vWheel = 1};
         const int64_t start = steppedclock::step(SECOND);
         steppedclock::stepAtEachReading(row.perReading);
+        make(); // only now, since its thread reads the clock when it starts
         std::unique_lock<std::mutex> heldAtTheFirstRecord;
         if (row.burst)
             heldAtTheFirstRecord = m_sender.hold();
