@@ -63,7 +63,8 @@ bool waitUntil(const std::function<bool()>& condition)
 
 } // namespace steppedclock
 
-// The C library's own, for the whole program.
+// The C library's own, for the whole program: the C++ library has to find them, too.
+#pragma GCC visibility push(default)
 extern "C"
 {
 
@@ -84,3 +85,4 @@ extern "C"
         return 0;
     }
 }
+#pragma GCC visibility pop
