@@ -3,7 +3,7 @@
 #
 #   scripts/lint.sh                     everything
 #   scripts/lint.sh format [FILE...]    only the form of these files (default: all), in two seconds
-#   scripts/lint.sh tidy [FILE...]      only clang-tidy over these sources (default: all), some eight minutes
+#   scripts/lint.sh tidy [FILE...]      only clang-tidy over these sources (default: all), some five minutes
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
