@@ -39,7 +39,7 @@ constexpr CodeName CODE_NAMES[] = {
     {EV_ABS, ABS_MT_TRACKING_ID, "ABS_MT_TRACKING_ID"},
 };
 
-// The asterisks are deliberate: hosts search their logs for them.
+// The asterisks are deliberate, and kept.
 constexpr const char* TYPE_NAMES[] = {"******** EV_SYN", "EV_KEY", "EV_REL", "EV_ABS"};
 
 } // namespace
